@@ -1,0 +1,14 @@
+# Warnings and sanitizers, the same for every target of this project.
+add_library(vxpadcom_settings INTERFACE)
+target_compile_options(vxpadcom_settings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                       $<$<BOOL:${VXPADCOM_WERROR}>:-Werror>)
+# gcc 12 warns of overlapping memory inside its own std::string wherever a literal is put in front of one.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(vxpadcom_settings INTERFACE -Wno-restrict)
+endif()
+target_compile_definitions(vxpadcom_settings INTERFACE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
+
+if(VXPADCOM_SANITIZE)
+  add_compile_options(-fsanitize=${VXPADCOM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VXPADCOM_SANITIZE})
+endif()

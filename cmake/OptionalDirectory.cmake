@@ -1,0 +1,10 @@
+# Adds a directory whose packages were found; otherwise says what is left out, or fails with VXPADCOM_REQUIRE_ALL.
+function(vxpadcom_optional_directory directory what found)
+  if(${found})
+    add_subdirectory(${directory})
+  elseif(VXPADCOM_REQUIRE_ALL)
+    message(FATAL_ERROR "${what}: packages are missing (run scripts/install-packages)")
+  else()
+    message(STATUS "${what}: left out, packages are missing (run scripts/install-packages)")
+  endif()
+endfunction()

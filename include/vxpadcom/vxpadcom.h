@@ -1,0 +1,465 @@
+/*
+ * libvxpadcom: USB signature pads for Linux applications.
+ *
+ * Rules that hold for everything below:
+ *
+ * 1. Call Initialize() first. Pads are numbered from 1 in the order in which they were found, interfaces from 0.
+ * 2. An exported function returns 0 on success. Any other value is the handle of an exception record, unless its
+ *    own text says otherwise; read the record with GetExceptionCode(), GetExceptionName() and GetExceptionMessage()
+ *    before the next Initialize() or Deinitialize(), which discard all records. The last 63 records are kept.
+ * 3. Text that crosses this interface consists of 16-bit units (char16_t). Sizes of text buffers count units, not
+ *    bytes. A text that does not fit is cut and then has no terminator.
+ * 4. Buffers belong to the caller. The library keeps no pointer to them after the call.
+ * 5. Functions may be called from any thread. Initialize(), Deinitialize() and EnumerateDevicesStart() (where it
+ *    searches again) must not run while another thread is inside a function that uses a pad.
+ * 6. Callbacks run on the thread that has something to report; they must not throw.
+ *
+ * Environment: LIBVXPADCOM_DEBUG, LIBVXPADCOM_DEBUG_FUNC and LIBVXPADCOM_DEBUG_MUTEX, set to a positive number, turn
+ * on information, enter/exit and lock lines on standard output. Error lines always go to standard error.
+ */
+#ifndef VXPADCOM_VXPADCOM_H
+#define VXPADCOM_VXPADCOM_H
+
+#include <pthread.h>
+#include <signal.h>
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+#include <time.h>
+
+#ifdef __cplusplus
+extern "C" {
+#else
+#include <uchar.h>
+#endif
+
+#define VXPADCOM_API __attribute__((visibility("default")))
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Results and exception records
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/* Result codes. They are stored in exception records, not returned. */
+enum {
+    VXPCEC_UNKNOWN = -1,            /* failure inside the exception functions themselves */
+    VXPCEC_SUCCESS = 0,             /* never stored in a record */
+    VXPCEC_DLL_NOT_LOADED = 1,      /* not raised by this library */
+    VXPCEC_EXCEPTION_CAUGHT = 2,    /* not raised by this library */
+    VXPCEC_INVALID_HANDLE = 257,    /* the pad cannot be selected, or an exchange with it failed */
+    VXPCEC_INVALID_PARAMETER = 258, /* an argument is NULL or out of range */
+    VXPCEC_TIMEOUT = 769,           /* not raised by this library */
+    VXPCEC_NO_MORE_ELEMENTS = 770   /* not raised by this library */
+};
+
+/* Units that the library considers of any text, terminator included. */
+#define VXPAD_MAX_STRING_LENGTH 256
+
+/*
+ * Writes the name of a result code ("VXPCEC_INVALID_PARAMETER") to res_text; unknown codes give "VXPCEC_UNKNOWN".
+ * res_text_size is the buffer's size in units. *reply receives the units written, the terminator counted where it
+ * fits. Failures are filed with the code VXPCEC_UNKNOWN.
+ */
+VXPADCOM_API int TranslateErrorCode(unsigned int error_code, char16_t* res_text, int res_text_size,
+                                    unsigned int* reply);
+
+/*
+ * Write one text of the exception record behind a handle: the library's type name, the function that failed, what
+ * went wrong. res_text_size is the buffer's size in units; *reply receives the text's length in units, cut to the
+ * buffer. GetExceptionType() does not count the terminator, the other two do. A handle that names no record files a
+ * new record with the code VXPCEC_UNKNOWN.
+ */
+VXPADCOM_API int GetExceptionType(unsigned int exception_handle, char16_t* res_text, int res_text_size,
+                                  unsigned int* reply);
+VXPADCOM_API int GetExceptionName(unsigned int exception_handle, char16_t* res_text, int res_text_size,
+                                  unsigned int* reply);
+VXPADCOM_API int GetExceptionMessage(unsigned int exception_handle, char16_t* res_text, int res_text_size,
+                                     unsigned int* reply);
+
+/* Stores the VXPCEC_ code of a record in *reply; a negative code arrives as its 32-bit pattern. */
+VXPADCOM_API int GetExceptionCode(unsigned int exception_handle, unsigned int* reply);
+
+/* The type text copied into every new record; writable, initially "libvxpadcom". Change it before other threads run. */
+VXPADCOM_API extern char* lib_exception_type;
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Start, stop and the list of pads
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Finds the pads that are plugged in and selects the first. It begins with everything that Deinitialize() does, so it
+ * also serves as a new search; register callbacks afterwards. Always 0: ask GetDeviceCount() what was found.
+ */
+VXPADCOM_API int Initialize(void);
+
+/* Closes all pads, discards all exception records and forgets all callbacks. Always 0; harmless when repeated. */
+VXPADCOM_API int Deinitialize(void);
+
+/* True between Initialize() and Deinitialize(). */
+VXPADCOM_API bool IsInitialized(void);
+
+/*
+ * Returns the number of pads. Unlike other functions this one returns its answer: *reply is never written, but reply
+ * must not be NULL, else the result is an exception handle.
+ */
+VXPADCOM_API int GetDeviceCount(unsigned int* reply);
+
+/*
+ * Select the first or the next pad and store its number in *reply, 0 where there is none. The position is the selected
+ * pad itself, so a call for another pad moves it. With no pad known, EnumerateDevicesStart() searches again, with all
+ * effects of Deinitialize() and Initialize(). A pad that cannot be selected is logged and gives 0; only a NULL reply
+ * is filed as an exception.
+ */
+VXPADCOM_API int EnumerateDevicesStart(unsigned int* reply);
+VXPADCOM_API int EnumerateDevicesNext(unsigned int* reply);
+
+/*
+ * Loop-back test of the text path: writes someText = "<text>" (with the quotes) to res_text. At most 254 units of text
+ * are used. *reply receives min(res_text_size, length with terminator).
+ */
+VXPADCOM_API int SayHello(const char16_t* text, char16_t* res_text, int res_text_size, unsigned int* reply);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Facts about a pad
+ *
+ * Failures: VXPCEC_INVALID_PARAMETER for a bad argument, VXPCEC_INVALID_HANDLE for a pad that cannot be selected or
+ * that was removed. interface_number only names the interface for which a removal is reported.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/* USB serial number. *reply = min(res_text_size, length without terminator). */
+VXPADCOM_API int GetSerialNumber(unsigned int device, char16_t* res_text, int res_text_size, unsigned int* reply);
+
+/* USB product name; HID pads report it with one trailing blank. *reply = min(res_text_size, length + 1). */
+VXPADCOM_API int GetProductName(unsigned int device, unsigned int interface_number, char16_t* res_text,
+                                int res_text_size, unsigned int* reply);
+
+/* USB manufacturer name. *reply = min(res_text_size, length without terminator). */
+VXPADCOM_API int GetVendorName(unsigned int device, char16_t* res_text, int res_text_size, unsigned int* reply);
+
+/* USB product id and vendor id. */
+VXPADCOM_API int GetProductId(unsigned int device, unsigned int interface_number, unsigned int* reply);
+VXPADCOM_API int GetVendorId(unsigned int device, unsigned int* reply);
+
+/* Device release number as far as the search knows it; the search leaves it 0. */
+VXPADCOM_API int GetUsbVersion(unsigned int device, unsigned int* reply);
+
+/* A flag kept for the application, 0 after each search; any non-zero value is stored as 1. It has no other effect. */
+VXPADCOM_API int GetUsedTransportProtocol(unsigned int device, unsigned int* reply);
+VXPADCOM_API int SetUsedTransportProtocol(unsigned int device, unsigned int value);
+
+/* Always stores 0: nothing is ever left to send when a call returns. */
+VXPADCOM_API int GetBytesToSend(unsigned int device, unsigned int* reply);
+
+/* Number of the pad's interfaces, at least 1. */
+VXPADCOM_API int GetEndPointCount(unsigned int device, unsigned int* reply);
+
+/* Size in bytes of the buffer that a full report needs: payload plus the report-id byte. */
+VXPADCOM_API int GetFeatureReportSize(unsigned int device, unsigned int interface_number, unsigned int* reply);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Reports
+ *
+ * A buffer starts with one report-id byte, which never reaches the pad and is 0 in what is read; the report follows.
+ * Lengths count bytes with the report-id byte. interface: 0 is the pad's first interface, k its k-th further one.
+ * Transfers on one interface exclude one another. A failed transfer is not repeated; the interface is closed and
+ * opened again, and when that fails too the pad counts as removed until the next Initialize().
+ * Failures: VXPCEC_INVALID_PARAMETER, VXPCEC_INVALID_HANDLE; *reply and dst are then left as they were.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/* Sends src_length - 1 bytes as a feature report. *reply = src_length. */
+VXPADCOM_API int SetFeature(unsigned int device, unsigned int interface, const void* src, unsigned int src_length,
+                            unsigned int* reply);
+
+/* Reads a feature report of dst_length - 1 bytes; dst_length is at least 2. *reply = dst_length. */
+VXPADCOM_API int GetFeature(unsigned int device, unsigned int interface, void* dst, unsigned int dst_length,
+                            unsigned int* reply);
+
+/* Sends src_length - 1 bytes as an output report, at most GetFeatureReportSize() - 1. *reply = src_length. */
+VXPADCOM_API int WriteFile(unsigned int device, unsigned int interface, const void* src, unsigned int src_length,
+                           unsigned int* reply);
+
+/*
+ * Fetches a waiting input report of exactly dst_length - 1 bytes (20 on type 1 pads, else 64) without waiting for one.
+ * *reply = dst_length. With no report waiting the call succeeds and touches neither dst nor *reply: preset *reply to
+ * tell the two apart.
+ */
+VXPADCOM_API int ReadFile(unsigned int device, unsigned int interface, void* dst, unsigned int dst_length,
+                          unsigned int* reply);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Events and logging
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/* Called with the registered pointer and the pad's number when an operation finds the pad removed. */
+typedef void (*vxpad_device_callback)(void* user_specific, unsigned int device);
+
+/* Called with the registered pointer and one message of at most 255 units, valid during the call. */
+typedef void (*vxpad_logging_callback)(void* user_specific, const char16_t* message);
+
+/*
+ * Sets the device-removed callback; NULL turns it off. It runs once for each operation that sees the removal, on that
+ * operation's thread and before that operation returns. Always 0.
+ */
+VXPADCOM_API int SetOnDeviceRemovedHandler(vxpad_device_callback callback, void* user_specific);
+
+/* Declared for completeness: they only log that they are not implemented. Always 0. */
+VXPADCOM_API int SetOnDeviceArrivedHandler(vxpad_device_callback callback, void* user_specific);
+VXPADCOM_API int TriggerOnDeviceArrivedEvents(void);
+VXPADCOM_API int LogDeviceStatistics(unsigned int device);
+
+/*
+ * Sets the callback (a vxpad_logging_callback) that receives every information and error message, from any thread and
+ * possibly from several at a time; NULL turns it off. It may run while the library holds locks: it must not call the
+ * library. Always 0.
+ */
+VXPADCOM_API int RegisterLoggingCallBackProcedure(void* callback, void* user_specific);
+
+/* Non-zero sends error lines to syslog instead of standard error. */
+VXPADCOM_API extern int daemon_proc;
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Process-wide locks and upload state, exported so that other modules of a process can take part
+ * --------------------------------------------------------------------------------------------------------------- */
+
+VXPADCOM_API extern pthread_mutex_t gen_thread_mutex_lock;        /* serialises Initialize() and Deinitialize() */
+VXPADCOM_API extern pthread_mutex_t dev_list_short_lock;          /* guards the list of pads and the selection */
+VXPADCOM_API extern pthread_mutex_t exception_list_lock;          /* guards the exception records */
+VXPADCOM_API extern pthread_mutex_t print_wchar_to_asci_lock;     /* guards print_wchar_to_asci() */
+VXPADCOM_API extern pthread_mutex_t interface_routine_count_lock; /* guards interface_routine_count */
+VXPADCOM_API extern int interface_routine_count;                  /* upload threads not yet finished */
+VXPADCOM_API extern unsigned char interface_routine_terminate;    /* 1 tells all upload threads to stop */
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Internals
+ *
+ * The library's own building blocks, exported for diagnosis and for tests. Applications need none of them. They take
+ * narrow text, report failure as a negative number (-1 in general, -4 transport lost, -7 time-out, -20 pad removed)
+ * and file no exception record.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+struct hid_device_;
+struct libusb_device;
+struct libusb_device_handle;
+
+/* USB ids to search for; a list ends with a pair whose vendor_id is 0. */
+typedef struct vx_usb_id {
+    uint32_t vendor_id;
+    uint32_t product_id;
+} vx_usb_id;
+
+VXPADCOM_API extern vx_usb_id hid_device_list[55];
+VXPADCOM_API extern vx_usb_id vcom_device_list[10];
+
+/* Frame queue: an unbounded first-in-first-out list of byte buffers with one mutex. */
+typedef struct uni_frame {
+    uint32_t length;        /* bytes at data */
+    unsigned char* data;    /* owned by the queue, from malloc() */
+    struct uni_frame* next; /* next newer frame */
+} uni_frame;
+
+typedef struct uni_queue {
+    pthread_mutex_t mutex; /* first member: a pointer to the queue is also one to its mutex */
+    int64_t size;          /* frames queued */
+    uni_frame* first;      /* oldest frame, NULL when empty */
+    uni_frame* last;       /* newest frame, NULL when empty */
+} uni_queue;
+
+/* One interface of a pad. The first interface's record stands for the pad. */
+typedef struct vx_device {
+    uint32_t pad_type; /* model class, see src/transport/usb_ids.hpp */
+    struct hid_device_* hid;
+    uint32_t bcdDevice;
+    uint32_t vendor_id;
+    uint32_t product_id;
+    char manufacturer[256];
+    char product[256];
+    char serial_number[256];
+    char hid_path[256];
+    pthread_mutex_t* device_lock; /* serialises all traffic on this interface */
+    uint32_t interface_number;    /* USB interface number */
+    uint8_t in_use;
+    uint8_t was_removed;
+    char device_uid[512];
+    char szPadSettings[256]; /* identity by which pads are told apart and selected */
+    uint32_t model_param_1;
+    uint32_t model_param_2;
+    struct libusb_device_handle* vcom_handle;
+    struct libusb_device* vcom_device;
+    uint8_t ep_in;
+    uint32_t ep_in_max_packet_size;
+    uint8_t ep_out;
+    uint32_t ep_out_max_packet_size;
+    uni_queue* ssp_input_read;
+    uni_queue* ssp_command_messages;
+    int (*send_ssp_message)(struct vx_device* device, void* data, unsigned int length);
+    int (*receive_ssp_message)(struct vx_device* device, void* data, unsigned int* length, unsigned int time_out,
+                               unsigned char legacy, int selector);
+    int32_t count_of_interfaces;   /* this record and the further interfaces in use */
+    struct vx_device** interfaces; /* 8 further interfaces, of the pad's record only */
+} vx_device;
+
+enum { VX_MAX_DEVICES = 16, VX_MAX_FURTHER_INTERFACES = 8 };
+
+/* The pads found by a search. */
+typedef struct vx_registry {
+    vx_device devices[VX_MAX_DEVICES];
+    int32_t count_of_devices;
+    uint32_t size;
+    vx_device* current_device; /* the pad on which the core operations act */
+    uint16_t current_index;
+} vx_registry;
+
+/* Firmware version of a pad. */
+typedef struct dev_fw_version {
+    uint32_t major;
+    uint32_t minor;
+    uint32_t patch;
+    uint32_t revision;
+    char manufacturer[5]; /* four characters are written: zero the record before */
+} dev_fw_version;
+
+/* Status flags of a pad; byte 5 is its current mode. */
+typedef struct flags_status {
+    unsigned char flags[14];
+} flags_status;
+
+/* Registry of pads. TRUE is 1. */
+VXPADCOM_API int core_initialize(void);                      /* empty registry, libusb initialised; TRUE */
+VXPADCOM_API void core_uninitialize(void);                   /* closes and frees everything */
+VXPADCOM_API int core_looking_for_devices(void);             /* searches and opens the first pad: pads found, or -1 */
+VXPADCOM_API int core_search_devices(vx_registry* registry); /* clears and fills the registry: pads found */
+VXPADCOM_API int core_close_all_devs_clear_mem(vx_registry* registry); /* closes and clears all records; TRUE */
+VXPADCOM_API int core_reopen_devs(vx_registry* registry);              /* reopens the current pad; TRUE or FALSE */
+VXPADCOM_API int __core_reopen_devs(void);                             /* the same on the library's registry */
+/* Makes the pad with these settings current, or with NULL the next one: 0, 1 none such, -1, -20. */
+VXPADCOM_API int core_set_device_to_current(const char* settings);
+VXPADCOM_API int core_get_pad_settings(char* dst); /* at least 256 bytes; length of the text, -1, -20 */
+/* Composes the identity text in dst (256 bytes); transport: 0 HID, 1 VCOM. device_uid is not used. */
+VXPADCOM_API void core_pad_settings_population(char* dst, unsigned int pad_type, const char* manufacturer,
+                                               const char* product, unsigned int vendor_id, unsigned int product_id,
+                                               const char* serial_number, const char* device_uid, int transport);
+
+/* Opening, closing and reports of one record. The __ variants and the feature transfers expect device_lock held. */
+VXPADCOM_API int __core_open_dev(vx_device* device);
+VXPADCOM_API int core_open_dev(vx_device* device); /* 0 for any record: a failed open shows at the first transfer */
+VXPADCOM_API void __core_close_dev(vx_device* device);
+VXPADCOM_API void core_close_dev(vx_device* device);
+VXPADCOM_API int core_feature_read(vx_device* device, void* data, unsigned int length);        /* 0, -1, -20 */
+VXPADCOM_API int core_feature_write(vx_device* device, const void* data, unsigned int length); /* 0, -1, -20 */
+VXPADCOM_API int core_output_write(vx_device* device, const void* data, unsigned int length);  /* 0, -1, -20 */
+VXPADCOM_API int core_input_read(vx_device* device, void* data, unsigned int length);          /* bytes, -1, -20 */
+VXPADCOM_API void core_catch_is_dev_was_removed(int* result); /* *result = -20 when the current pad was removed */
+VXPADCOM_API int hid_get_max_packet_size_of_out_endpoint(vx_device* device); /* bytes, or -1 */
+VXPADCOM_API int hid_get_max_packet_size_of_input_report(vx_device* device); /* bytes, or -1 */
+
+/* Fixed commands in 64-byte feature reports, tried three times each. */
+VXPADCOM_API int core_read_version(vx_device* device, dev_fw_version* version); /* 0, -1 */
+VXPADCOM_API int core_set_pad_mode(vx_device* device, int mode, int option);    /* >= 0, -1 */
+VXPADCOM_API int __core_get_status(vx_device* device, flags_status* status);    /* 0, -1 */
+VXPADCOM_API int __core_get_pad_mode(vx_device* device);                        /* the mode, -1 */
+VXPADCOM_API int core_create_signature_rectangle(vx_device* device, unsigned short value_1, unsigned short value_2,
+                                                 unsigned short value_3, unsigned short value_4,
+                                                 unsigned int flag); /* 0, -1, -20 */
+/* Pen data of the current pad on and off; a HID pad needs nothing. 0, -1, -20. */
+VXPADCOM_API int core_enable_ssp_biodata_sending(void);
+VXPADCOM_API int core_disable_ssp_biodata_sending(void);
+
+/* Requests to the current pad. Texts go to buffers of at least 256 bytes; results are lengths, numbers, -1 or -20. */
+VXPADCOM_API int core_get_serial_number(char* dst);
+VXPADCOM_API int core_get_pad_name(char* dst);
+VXPADCOM_API int core_get_pad_manufacturer(char* dst);
+VXPADCOM_API int core_get_pad_product_id(void);
+VXPADCOM_API int core_get_vendor_id(void);
+VXPADCOM_API int core_get_pad_bcd_device(void);
+VXPADCOM_API int core_get_count_of_hid_interfaces(void);
+VXPADCOM_API int core_get_max_packet_size_of_out_endpoint(void);
+VXPADCOM_API int core_get_max_packet_size_of_input_report(void);
+/* interface_number: 0 is the pad's record, k its k-th further interface; data_size in bytes. */
+VXPADCOM_API int core_set_hid_feature_report(unsigned int interface_number, const void* data, int data_size);
+VXPADCOM_API int core_get_hid_feature_report(unsigned int interface_number, void* data, int data_size);
+VXPADCOM_API int core_set_unsync_hid_output_report(unsigned int interface_number, const void* data, int data_size);
+VXPADCOM_API int core_get_hid_input_report(unsigned int interface_number, void* data, int data_size);
+/* Reports a core result of -20 to the device-removed callback; other codes do nothing. */
+VXPADCOM_API void catch_removing_device(int code, unsigned int device, unsigned int interface_number);
+
+/* HID transport. Handles are hidapi's. Failing calls are repeated for up to 1000 ms with growing pauses. */
+VXPADCOM_API int search_hid_devices(vx_registry* registry); /* pads known after the last new one, or -1 */
+VXPADCOM_API struct hid_device_* hid_open_dev(const char* path);
+VXPADCOM_API void hid_close_dev(struct hid_device_* hid);
+VXPADCOM_API int hid_feature_read(struct hid_device_* hid, void* data, unsigned int length);        /* 0, -1 */
+VXPADCOM_API int hid_feature_write(struct hid_device_* hid, const void* data, unsigned int length); /* 0, -1 */
+VXPADCOM_API int hid_output_write(struct hid_device_* hid, const void* data, unsigned int length);  /* 0, -1 */
+VXPADCOM_API int hid_input_read(struct hid_device_* hid, void* data, unsigned int length);          /* bytes, -1 */
+/* Message bytes that the pad hands out in feature reports; time_out in ms. At most 62 bytes, or -1. */
+VXPADCOM_API int hid_read_ssp_data(struct hid_device_* hid, void* data, unsigned int data_size, unsigned int time_out,
+                                   unsigned char request);
+
+/* Frame queue. Readers lock, take, unlock; add and destroy lock by themselves. */
+VXPADCOM_API uni_queue* init_uni_queue(void);
+VXPADCOM_API void destroy_uni_queue(uni_queue* queue);
+VXPADCOM_API int add_uni_frame(uni_queue* queue, void* data,
+                               unsigned int length);                      /* 1, or 0: data stays the caller's */
+VXPADCOM_API void* get_uni_frame(uni_queue* queue, unsigned int* length); /* lock held; the caller frees the buffer */
+VXPADCOM_API int get_uni_queue_size(uni_queue* queue);                    /* lock held for an exact answer */
+VXPADCOM_API void clear_uni_queue(uni_queue* queue);                      /* lock held */
+VXPADCOM_API int __lock_uni_queue(uni_queue* queue);
+VXPADCOM_API int quiet_lock_queue(uni_queue* queue);
+VXPADCOM_API int quiet_unlock_queue(uni_queue* queue);
+
+/* Checked system calls: failures are logged. The allocators try three times and then end the process. */
+VXPADCOM_API void* Malloc(size_t size);
+VXPADCOM_API void* Calloc(size_t count, size_t size);
+VXPADCOM_API void* Realloc(void* block, size_t size);
+VXPADCOM_API int Open(const char* path, int flags, mode_t mode);
+VXPADCOM_API int Close(int fd);
+VXPADCOM_API ssize_t Read(int fd, void* buffer, size_t count);
+VXPADCOM_API ssize_t Write(int fd, const void* buffer, size_t count);
+VXPADCOM_API unsigned char* load_file(const char* name, unsigned int* image_size);    /* freed by the caller */
+VXPADCOM_API long save_file(const char* name, const void* buffer, unsigned int size); /* bytes written, or -1 */
+VXPADCOM_API void Pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*routine)(void*),
+                                 void* argument);
+VXPADCOM_API void Pthread_join(pthread_t thread, void** result);
+VXPADCOM_API void Pthread_detach(pthread_t thread);
+VXPADCOM_API void Pthread_kill(pthread_t thread, int signal_number);
+VXPADCOM_API void Pthread_mutexattr_init(pthread_mutexattr_t* attributes);
+VXPADCOM_API void Pthread_mutexattr_setpshared(pthread_mutexattr_t* attributes, int shared);
+VXPADCOM_API void Pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
+VXPADCOM_API void Pthread_mutex_lock(pthread_mutex_t* mutex);
+VXPADCOM_API void Pthread_mutex_unlock(pthread_mutex_t* mutex);
+VXPADCOM_API void Pthread_cond_broadcast(pthread_cond_t* condition);
+VXPADCOM_API void Pthread_cond_signal(pthread_cond_t* condition);
+VXPADCOM_API void Pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
+VXPADCOM_API void Pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                         const struct timespec* deadline);
+VXPADCOM_API void Pthread_once(pthread_once_t* once, void (*routine)(void));
+VXPADCOM_API void Pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
+VXPADCOM_API void Pthread_setspecific(pthread_key_t key, const void* value);
+
+/* Error lines: errno's text is appended by err_ret, err_sys and err_dump; err_sys and err_quit exit(1), err_dump
+ * abort(). */
+VXPADCOM_API void err_msg(const char* format, ...) __attribute__((format(printf, 1, 2)));
+VXPADCOM_API void err_ret(const char* format, ...) __attribute__((format(printf, 1, 2)));
+VXPADCOM_API void err_sys(const char* format, ...) __attribute__((format(printf, 1, 2), noreturn));
+VXPADCOM_API void err_dump(const char* format, ...) __attribute__((format(printf, 1, 2), noreturn));
+VXPADCOM_API void err_quit(const char* format, ...) __attribute__((format(printf, 1, 2), noreturn));
+
+/* Text for log lines. The returned texts are static: the next call overwrites them. */
+VXPADCOM_API void print_current_time(void);
+VXPADCOM_API char* print_bits(int value);                                       /* low 8 bits, "00000101" */
+VXPADCOM_API char* print_bytes(const unsigned char* data, unsigned int length); /* "[ 01 AB ]", 340 bytes at most */
+VXPADCOM_API bool is_it_zero_array(const unsigned char* data, size_t length);
+VXPADCOM_API const char* print_wchar_to_asci(const char16_t* text); /* sets LC_CTYPE from the environment */
+VXPADCOM_API const char* vx_dev_strerror(unsigned char status);     /* text of a pad's status byte */
+VXPADCOM_API const char* hidapi_str_error(struct hid_device_* hid); /* "" for NULL */
+
+/* Text conversion, unit by unit, by the single-byte conversions of the process's LC_CTYPE locale. */
+VXPADCOM_API void wbzero(void* buffer, int units);
+VXPADCOM_API int wstr_length(const char16_t* text);                   /* 256 units at most are looked at */
+VXPADCOM_API int astr_to_wstr(char16_t* dst, const char* src, int n); /* n units; returns n */
+VXPADCOM_API int wstr_to_astr(char* dst, const char16_t* src, int n); /* n bytes; returns n */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

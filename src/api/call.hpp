@@ -1,0 +1,35 @@
+// The frame of every exported function: enter and exit, argument checks, selection of the pad, filing of a failure.
+//
+// fail() and the require_ and select functions return 0 where all is well, else the handle of the record they filed.
+#pragma once
+
+#include "support/trace.hpp"
+
+class Call {
+  public:
+    explicit Call(trace::Location where) : scope_{where} {}
+
+    const trace::Location& where() const { return scope_.where(); }
+    int exit(int result, int line = __builtin_LINE()) { return scope_.exit(result, line); }
+
+    int fail(int code, const char* message);
+    int fail(int code, const char* prefix, int number);
+
+    int require(bool fulfilled, int code, const char* message) { return fulfilled ? 0 : fail(code, message); }
+    int require_reply(int code, const unsigned int* reply);
+    int require_text_output(int code, const char16_t* res_text, int res_text_size, const unsigned int* reply);
+
+    // Makes the pad current.
+    int select(unsigned int device);
+
+    // A negative core result: looks for a removal, names the core function in the log and files the failure.
+    int core_failed(int result, const char* core_function, const char* prefix, unsigned int device,
+                    unsigned int interface_number);
+
+    // Zeroes the caller's buffer and writes length characters of a text, terminator included where it is counted, as
+    // far as they fit. Returns the units written.
+    unsigned int write_text(char16_t* res_text, int res_text_size, const char* text, int length) const;
+
+  private:
+    trace::Scope scope_;
+};

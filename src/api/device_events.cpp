@@ -1,0 +1,56 @@
+#include "api/device_events.hpp"
+
+#include "support/trace.hpp"
+
+#include <atomic>
+
+namespace {
+
+constexpr int device_removed = -20;
+
+std::atomic<vxpad_device_callback> on_device_removed{nullptr};
+std::atomic<void*> on_device_removed_user_specific{nullptr};
+
+} // namespace
+
+void device_events::forget_callback() {
+    on_device_removed = nullptr;
+    on_device_removed_user_specific = nullptr;
+}
+
+void catch_removing_device(int code, unsigned int device, unsigned int /*interface_number*/) {
+    trace::Scope scope{VX_HERE};
+    if (code != device_removed) {
+        return;
+    }
+    if (const auto callback = on_device_removed.load()) {
+        callback(on_device_removed_user_specific.load(), device);
+    }
+}
+
+int SetOnDeviceRemovedHandler(vxpad_device_callback callback, void* user_specific) {
+    trace::Scope scope{VX_HERE};
+    on_device_removed = callback;
+    on_device_removed_user_specific = user_specific;
+    VX_INFO("Pointer %p with user_specific %p was set like callback for catch of removing device",
+            reinterpret_cast<void*>(callback), user_specific);
+    return scope.exit(0);
+}
+
+int SetOnDeviceArrivedHandler(vxpad_device_callback /*callback*/, void* /*user_specific*/) {
+    trace::Scope scope{VX_HERE};
+    VX_INFO("Function %s() not implemented yet.", __func__);
+    return scope.exit(0);
+}
+
+int TriggerOnDeviceArrivedEvents() {
+    trace::Scope scope{VX_HERE};
+    VX_INFO("Function %s() not implemented yet.", __func__);
+    return scope.exit(0);
+}
+
+int LogDeviceStatistics(unsigned int /*device*/) {
+    trace::Scope scope{VX_HERE};
+    VX_ERROR("Function %s() not implemented yet.", __func__);
+    return scope.exit(0);
+}

@@ -1,0 +1,40 @@
+// The application's list of pads, numbered from 1, and which of them is current in the core.
+#pragma once
+
+#include <cstdint>
+
+namespace device_list {
+
+// Slot 0 is never a pad: at most 15 pads are usable.
+constexpr unsigned int slots = 16;
+
+struct Device {
+    std::uint8_t indexed;
+    char pad_settings[256];
+    std::uint8_t used_transport_protocol;
+};
+
+struct Table {
+    Device devices[slots];
+    std::uint32_t count;
+    std::uint16_t current; // number of the pad that the core was last switched to
+};
+
+// The list, null while the library is not initialised. dev_list_short_lock is held by whoever uses it.
+Table* table();
+void create();
+void destroy();
+
+// Fills the list from a new search, with the lock held: pads indexed, or -1.
+int looking_for_device();
+
+enum class ListLock { take, already_held };
+
+// 0 switched, 1 the core has no such pad, -1 failure, else the core's unexpected result. With the lock already held the
+// core is always asked; otherwise a pad that is current already needs no question.
+int set_dev_to_current(unsigned int device, ListLock list_lock);
+
+// Number of the current pad, or -1.
+int get_current_dev();
+
+} // namespace device_list

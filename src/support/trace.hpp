@@ -1,0 +1,128 @@
+// Tracing: enter/exit lines, lock lines, information lines and error lines.
+//
+// Three environment switches are read anew at every trace point, so that a running process can be looked into.
+// Information and error messages also go to the application's logging callback. A message that nobody wants is
+// neither formatted nor are its arguments evaluated.
+#pragma once
+
+#include "vxpadcom/vxpadcom.h"
+
+#include <variant>
+
+namespace trace {
+
+struct Location {
+    const char* file;
+    int line;
+    const char* function;
+};
+
+constexpr Location here(const char* file, int line, const char* function) {
+    return {file, line, function};
+}
+#define VX_HERE ::trace::here(__FILE_NAME__, __LINE__, __func__)
+
+// Who wants an information message just now.
+struct Listeners {
+    bool standard_output;
+    bool callback;
+    explicit operator bool() const { return standard_output || callback; }
+};
+Listeners info_listeners();
+
+enum class Style {
+    plain,      // "info: function(): text"
+    kind_after, // "function(): info: text"
+    report_dump // as plain, in the colour of report bytes
+};
+
+[[gnu::format(printf, 4, 5)]] void info(Listeners listeners, Location where, Style style, const char* format, ...);
+[[gnu::format(printf, 2, 3)]] void error(Location where, const char* format, ...);
+
+// One line on standard output, in a colour, behind the common prefix.
+[[gnu::format(printf, 3, 4)]] void print_line(const char* colour, Location where, const char* format, ...);
+
+// An error line without the function's name that ends in the text of error_number.
+[[gnu::format(printf, 3, 4)]] void system_error(Location where, int error_number, const char* format, ...);
+
+#define VX_INFO_STYLED_AT(where, style, ...)                                                                           \
+    do {                                                                                                               \
+        if (const auto listeners_ = ::trace::info_listeners()) {                                                       \
+            ::trace::info(listeners_, (where), (style), __VA_ARGS__);                                                  \
+        }                                                                                                              \
+    } while (false)
+#define VX_INFO_AT(where, ...) VX_INFO_STYLED_AT(where, ::trace::Style::plain, __VA_ARGS__)
+#define VX_INFO(...) VX_INFO_AT(VX_HERE, __VA_ARGS__)
+#define VX_NOTE(...) VX_INFO_STYLED_AT(VX_HERE, ::trace::Style::kind_after, __VA_ARGS__)
+#define VX_DUMP_AT(where, ...) VX_INFO_STYLED_AT(where, ::trace::Style::report_dump, __VA_ARGS__)
+#define VX_ERROR(...) ::trace::error(VX_HERE, __VA_ARGS__)
+
+// Enter and exit lines of one function. exit(result) returns the result; the line comes at the end of the scope, behind
+// the lines of locks that are held inside it. Without exit() the line names no result.
+class Scope {
+  public:
+    explicit Scope(Location where);
+    ~Scope();
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+
+    const Location& where() const { return where_; }
+
+    int exit(int result, int line = __builtin_LINE()) { return remember(result, line); }
+    bool exit(bool result, int line = __builtin_LINE()) { return remember(result, line); }
+    long exit(long result, int line = __builtin_LINE()) { return remember(result, line); }
+    template <typename T> T* exit(T* result, int line = __builtin_LINE()) {
+        remember(static_cast<const void*>(result), line);
+        return result;
+    }
+
+  private:
+    template <typename T> T remember(T result, int line) {
+        result_ = result;
+        exit_line_ = line;
+        return result;
+    }
+
+    Location where_;
+    int exit_line_;
+    std::variant<std::monostate, int, bool, long, const void*> result_;
+};
+
+// Holds a mutex; a null mutex is left alone. The expression is the lock's name in trace lines.
+class Lock {
+  public:
+    Lock(pthread_mutex_t* mutex, const char* expression, Location where);
+    ~Lock() { unlock(); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+    void unlock();
+
+  private:
+    pthread_mutex_t* mutex_;
+    const char* expression_;
+    Location where_;
+};
+
+#define VX_LOCK(name, mutex)                                                                                           \
+    ::trace::Lock name {                                                                                               \
+        (mutex), #mutex, VX_HERE                                                                                       \
+    }
+
+// Lock lines of a queue's mutex, which is named by the queue's address.
+enum class LockEvent { going_to_lock, locked, unlocked };
+void lock_line(LockEvent event, Location where, const char* expression);
+bool lock_lines_wanted();
+
+// The application's logging callback; null turns delivery off.
+void set_callback(void* callback, void* user_specific);
+
+// The local time as "14:03:27.045".
+struct Timestamp {
+    char text[256];
+};
+Timestamp timestamp();
+long thread_id();
+bool switched_on(const char* variable);
+
+} // namespace trace

@@ -1,0 +1,3 @@
+#pragma once
+
+#include VXPADCOM_USB_IDS_FILE

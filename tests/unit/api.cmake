@@ -1,0 +1,3 @@
+# The exported functions over the stand-ins of hidapi and libusb.
+file(GLOB api_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/api_*.cpp)
+vxpad_unit_test(vxpad-test-api ${api_sources})

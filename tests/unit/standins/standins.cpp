@@ -1,0 +1,576 @@
+#include "standins.hpp"
+
+#include VXPADCOM_USB_IDS_FILE
+
+#include <hidapi/hidapi.h>
+#include <libusb-1.0/libusb.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+
+using standins::Bus;
+using standins::bus;
+using standins::Bytes;
+using standins::describe;
+using standins::HidInterface;
+
+struct hid_device_ {
+    HidInterface* pad;
+    unsigned times_unplugged; // differs from the pad's once the pad was unplugged under this handle
+    bool nonblocking = false;
+    bool open = true;
+};
+
+struct libusb_device {
+    const standins::UsbDevice* model;
+};
+
+namespace {
+
+// A clock that stands still makes a time-out endless; a test that forgets a cost is stopped here.
+constexpr std::size_t too_many_calls = 1'000'000;
+
+constexpr std::int64_t start_of_time_us = 1'700'000'000'000'000;
+
+unsigned char byte_of(std::uint32_t value, int index) {
+    return static_cast<unsigned char>(value >> (8 * index));
+}
+
+Bytes version_reply() {
+    Bytes reply{0x11, 0, 0, 0};
+    for (const std::uint32_t number : {2U, 5U, 7U, 11U})
+        for (int i = 0; i < 4; ++i)
+            reply.push_back(byte_of(number, i));
+    for (const char letter : {'A', 'C', 'M', 'E'})
+        reply.push_back(static_cast<unsigned char>(letter));
+    return reply;
+}
+
+Bytes pads_own_reply(const HidInterface& pad) {
+    const unsigned char command = pad.last_request.empty() ? 0 : pad.last_request[0];
+    switch (command) {
+    case 0x01:
+    case 0x65:
+        return {command, 0};
+    case 0x11:
+        return version_reply();
+    case 0x27:
+        return {command, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, pad.mode, 7, 8, 9, 10, 11, 12, 13, 14};
+    default:
+        return pad.last_request;
+    }
+}
+
+} // namespace
+
+namespace standins {
+
+// What the C functions below share: they note the call, spend its time and answer for the virtual bus.
+struct Calls {
+    static std::unique_lock<std::recursive_mutex> begin(std::string_view function, const std::string& arguments) {
+        auto guard = bus().lock();
+        bus().log_.push_back(std::string(function) + "(" + arguments + ")");
+        if (bus().log_.size() == too_many_calls) {
+            std::fprintf(stderr, "the library calls %s for ever\n", bus().log_.back().c_str());
+            std::abort();
+        }
+        if (const auto cost = bus().cost_us.find(function); cost != bus().cost_us.end())
+            bus().now_us_ += cost->second;
+        return guard;
+    }
+
+    static void misuse(const std::string& text) { bus().misuses_.push_back(text); }
+
+    static std::string name(const hid_device* handle) { return handle ? handle->pad->path : "NULL"; }
+
+    static bool is_open(const char* function, const hid_device* handle) {
+        const bool ok = handle && handle->open;
+        if (!ok)
+            misuse(std::string(function) + " on a handle that is not open: " + name(handle));
+        return ok;
+    }
+
+    static bool is_there(const hid_device* handle) {
+        return handle->pad->plugged && handle->times_unplugged == handle->pad->times_unplugged;
+    }
+
+    static hid_device* open(HidInterface& pad) {
+        bus().handles_.push_back(std::make_unique<hid_device>(hid_device{&pad, pad.times_unplugged}));
+        return bus().handles_.back().get();
+    }
+
+    static HidInterface* find(const std::string& path) {
+        for (HidInterface& pad : bus().pads_)
+            if (pad.plugged && pad.path == path)
+                return &pad;
+        return nullptr;
+    }
+
+    static std::vector<const HidInterface*> matching(unsigned vendor_id, unsigned product_id) {
+        std::vector<const HidInterface*> found;
+        for (const HidInterface& pad : bus().pads_)
+            if (pad.plugged && (vendor_id == 0 || vendor_id == pad.vendor_id) &&
+                (product_id == 0 || product_id == pad.product_id))
+                found.push_back(&pad);
+        return found;
+    }
+
+    static void list_given(const void* list) { bus().lists_.push_back(list); }
+
+    static bool list_returned(const char* function, const void* list) {
+        const auto found = std::find(bus().lists_.begin(), bus().lists_.end(), list);
+        if (found == bus().lists_.end()) {
+            misuse(std::string(function) + " of a list that was not given out");
+            return false;
+        }
+        bus().lists_.erase(found);
+        return true;
+    }
+
+    static void note_pause(unsigned microseconds) {
+        bus().pauses_.push_back(microseconds);
+        bus().now_us_ += microseconds;
+    }
+
+    static const std::vector<UsbDevice>& usb_devices() { return bus().usb_devices_; }
+
+    static libusb_device* usb_device(const UsbDevice& model) {
+        bus().usb_handles_.push_back(std::make_unique<libusb_device>(libusb_device{&model}));
+        return bus().usb_handles_.back().get();
+    }
+};
+
+HidInterface pad_of_type(unsigned pad_type, std::string path, int interface_number, std::wstring serial_number,
+                         unsigned occurrence) {
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> ids;
+    for (const std::uint32_t vendor : usb_ids::shared_vendors)
+        for (const usb_ids::Product& product : usb_ids::shared_products)
+            if (product.pad_type == pad_type)
+                ids.emplace_back(vendor, product.product_id);
+    for (const usb_ids::Product& product : usb_ids::classic_products)
+        if (product.pad_type == pad_type)
+            ids.emplace_back(usb_ids::classic_vendor, product.product_id);
+    HidInterface pad;
+    pad.path = std::move(path);
+    pad.vendor_id = static_cast<std::uint16_t>(ids.at(occurrence).first);
+    pad.product_id = static_cast<std::uint16_t>(ids.at(occurrence).second);
+    pad.interface_number = interface_number;
+    pad.serial_number = std::move(serial_number);
+    return pad;
+}
+
+Bus& bus() {
+    static Bus& the_bus = *[] {
+        auto* made = new Bus; // outlives every static object of the library
+        made->reset();
+        return made;
+    }();
+    return the_bus;
+}
+
+void Bus::reset() {
+    const auto guard = lock();
+    pads_.clear();
+    usb_devices_.clear();
+    handles_.clear();
+    usb_handles_.clear();
+    lists_.clear();
+    hooks = {};
+    cost_us.clear();
+    hid_exit_result = 0;
+    libusb_init_result = 0;
+    hid_error_text = L"no text";
+    now_us_ = start_of_time_us;
+    log_.clear();
+    pauses_.clear();
+    misuses_.clear();
+}
+
+HidInterface& Bus::plug(HidInterface pad) {
+    const auto guard = lock();
+    return pads_.emplace_back(std::move(pad));
+}
+
+void Bus::plug(UsbDevice device) {
+    const auto guard = lock();
+    usb_devices_.push_back(std::move(device));
+}
+
+void Bus::unplug(HidInterface& pad) {
+    const auto guard = lock();
+    pad.plugged = false;
+    ++pad.times_unplugged;
+}
+
+void Bus::plug_again(HidInterface& pad) {
+    const auto guard = lock();
+    pad.plugged = true;
+}
+
+std::int64_t Bus::now_us() {
+    const auto guard = lock();
+    return now_us_;
+}
+
+void Bus::advance_us(std::int64_t microseconds) {
+    const auto guard = lock();
+    now_us_ += microseconds;
+}
+
+std::vector<std::string> Bus::log(std::string_view function) {
+    const auto guard = lock();
+    const std::string beginning = std::string(function) + "(";
+    std::vector<std::string> chosen;
+    std::copy_if(log_.begin(), log_.end(), std::back_inserter(chosen),
+                 [&](const std::string& line) { return function.empty() || line.starts_with(beginning); });
+    return chosen;
+}
+
+std::vector<std::string> Bus::take_log(std::string_view function) {
+    const auto guard = lock();
+    std::vector<std::string> chosen = log(function);
+    log_.clear();
+    pauses_.clear();
+    return chosen;
+}
+
+std::vector<unsigned> Bus::pauses() {
+    const auto guard = lock();
+    return pauses_;
+}
+
+std::vector<std::string> Bus::misuses() {
+    const auto guard = lock();
+    return misuses_;
+}
+
+int Bus::open_handles() {
+    const auto guard = lock();
+    return static_cast<int>(
+        std::count_if(handles_.begin(), handles_.end(), [](const auto& handle) { return handle->open; }));
+}
+
+int Bus::open_lists() {
+    const auto guard = lock();
+    return static_cast<int>(lists_.size());
+}
+
+std::string describe(std::span<const unsigned char> bytes) {
+    std::string text = std::to_string(bytes.size()) + ":";
+    std::size_t used = bytes.size();
+    while (used > 0 && bytes[used - 1] == 0)
+        --used;
+    for (const unsigned char byte : bytes.first(used)) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, " %02x", byte);
+        text += digits;
+    }
+    return text;
+}
+
+} // namespace standins
+
+using standins::Calls;
+
+extern "C" {
+
+// The system.
+
+int usleep(useconds_t microseconds) {
+    auto guard = Calls::begin("usleep", std::to_string(microseconds));
+    Calls::note_pause(microseconds);
+    const auto hook = bus().hooks.usleep;
+    guard.unlock();
+    if (hook)
+        hook(microseconds);
+    return 0;
+}
+
+int gettimeofday(struct timeval* __restrict time, void* __restrict) noexcept {
+    const std::int64_t now = bus().now_us();
+    time->tv_sec = now / 1'000'000;
+    time->tv_usec = now % 1'000'000;
+    return 0;
+}
+
+// hidapi.
+
+int hid_init() {
+    Calls::begin("hid_init", "");
+    return 0;
+}
+
+int hid_exit() {
+    const auto guard = Calls::begin("hid_exit", "");
+    return bus().hid_exit_result;
+}
+
+hid_device_info* hid_enumerate(unsigned short vendor_id, unsigned short product_id) {
+    char ids[16];
+    std::snprintf(ids, sizeof ids, "%04x, %04x", vendor_id, product_id);
+    const auto guard = Calls::begin("hid_enumerate", ids);
+    hid_device_info* first = nullptr;
+    hid_device_info** last = &first;
+    for (const HidInterface* pad : Calls::matching(vendor_id, product_id)) {
+        *last = new hid_device_info{};
+        (*last)->path = strdup(pad->path.c_str());
+        (*last)->vendor_id = pad->vendor_id;
+        (*last)->product_id = pad->product_id;
+        (*last)->manufacturer_string = wcsdup(pad->manufacturer.c_str());
+        (*last)->product_string = wcsdup(pad->product.c_str());
+        (*last)->serial_number = wcsdup(pad->serial_number.c_str());
+        (*last)->interface_number = pad->interface_number;
+        last = &(*last)->next;
+    }
+    if (first)
+        Calls::list_given(first);
+    return first;
+}
+
+void hid_free_enumeration(hid_device_info* list) {
+    const auto guard = Calls::begin("hid_free_enumeration", "");
+    if (!list || !Calls::list_returned("hid_free_enumeration", list))
+        return;
+    while (list) {
+        hid_device_info* next = list->next;
+        free(list->path);
+        free(list->manufacturer_string);
+        free(list->product_string);
+        free(list->serial_number);
+        delete list;
+        list = next;
+    }
+}
+
+hid_device* hid_open_path(const char* path) {
+    auto guard = Calls::begin("hid_open_path", path);
+    const auto hook = bus().hooks.open_path;
+    guard.unlock();
+    if (hook && hook(path).value_or(0) != 0)
+        return nullptr;
+    guard.lock();
+    HidInterface* pad = Calls::find(path);
+    return pad ? Calls::open(*pad) : nullptr;
+}
+
+void hid_close(hid_device* handle) {
+    const auto guard = Calls::begin("hid_close", Calls::name(handle));
+    if (Calls::is_open("hid_close", handle))
+        handle->open = false;
+}
+
+namespace {
+
+int get_string(const char* function, hid_device* handle, wchar_t* string, size_t maxlen,
+               std::wstring HidInterface::*text) {
+    auto guard = Calls::begin(function, Calls::name(handle) + ", " + std::to_string(maxlen));
+    if (!Calls::is_open(function, handle))
+        return -1;
+    const auto hook = bus().hooks.get_string;
+    guard.unlock();
+    if (hook)
+        if (const auto result = hook(*handle->pad, function, {string, maxlen}))
+            return *result;
+    guard.lock();
+    if (!Calls::is_there(handle))
+        return -1;
+    wcsncpy(string, (handle->pad->*text).c_str(), maxlen);
+    string[maxlen - 1] = L'\0';
+    return 0;
+}
+
+} // namespace
+
+int hid_get_manufacturer_string(hid_device* handle, wchar_t* string, size_t maxlen) {
+    return get_string("hid_get_manufacturer_string", handle, string, maxlen, &HidInterface::manufacturer);
+}
+
+int hid_get_product_string(hid_device* handle, wchar_t* string, size_t maxlen) {
+    return get_string("hid_get_product_string", handle, string, maxlen, &HidInterface::product);
+}
+
+int hid_get_serial_number_string(hid_device* handle, wchar_t* string, size_t maxlen) {
+    return get_string("hid_get_serial_number_string", handle, string, maxlen, &HidInterface::serial_number);
+}
+
+int hid_send_feature_report(hid_device* handle, const unsigned char* data, size_t length) {
+    const std::span report(data, length);
+    auto guard = Calls::begin("hid_send_feature_report", Calls::name(handle) + ", " + describe(report));
+    if (!Calls::is_open("hid_send_feature_report", handle))
+        return -1;
+    const auto hook = bus().hooks.send_feature;
+    guard.unlock();
+    if (hook)
+        if (const auto result = hook(*handle->pad, report))
+            return *result;
+    guard.lock();
+    if (!Calls::is_there(handle) || report.empty())
+        return -1;
+    handle->pad->last_request.assign(report.begin() + 1, report.end());
+    if (report.size() > 2 && report[1] == 0x01)
+        handle->pad->mode = report[2];
+    return static_cast<int>(length);
+}
+
+int hid_get_feature_report(hid_device* handle, unsigned char* data, size_t length) {
+    const std::span report(data, length);
+    auto guard = Calls::begin("hid_get_feature_report", Calls::name(handle) + ", " + describe(report));
+    if (!Calls::is_open("hid_get_feature_report", handle))
+        return -1;
+    const auto hook = bus().hooks.get_feature;
+    guard.unlock();
+    if (hook)
+        if (const auto result = hook(*handle->pad, report))
+            return *result;
+    guard.lock();
+    if (!Calls::is_there(handle) || report.empty())
+        return -1;
+    Bytes reply;
+    if (handle->pad->feature_replies.empty()) {
+        reply = pads_own_reply(*handle->pad);
+        reply.resize(length - 1);
+    } else {
+        reply = std::move(handle->pad->feature_replies.front());
+        handle->pad->feature_replies.pop_front();
+        reply.resize(std::min(reply.size(), length - 1));
+    }
+    report[0] = 0;
+    std::copy(reply.begin(), reply.end(), report.begin() + 1);
+    return static_cast<int>(reply.size() + 1);
+}
+
+int hid_read(hid_device* handle, unsigned char* data, size_t length) {
+    auto guard = Calls::begin("hid_read", Calls::name(handle) + ", " + std::to_string(length));
+    if (!Calls::is_open("hid_read", handle))
+        return -1;
+    const auto hook = bus().hooks.read;
+    guard.unlock();
+    if (hook)
+        if (const auto result = hook(*handle->pad, {data, length}))
+            return *result;
+    guard.lock();
+    if (!Calls::is_there(handle))
+        return -1;
+    if (handle->pad->input_reports.empty()) {
+        if (!handle->nonblocking)
+            Calls::misuse("hid_read would wait for ever: " + handle->pad->path);
+        return 0;
+    }
+    Bytes input = std::move(handle->pad->input_reports.front());
+    handle->pad->input_reports.pop_front();
+    input.resize(std::min(input.size(), length));
+    std::copy(input.begin(), input.end(), data);
+    return static_cast<int>(input.size());
+}
+
+int hid_set_nonblocking(hid_device* handle, int nonblock) {
+    const auto guard = Calls::begin("hid_set_nonblocking", Calls::name(handle) + ", " + std::to_string(nonblock));
+    if (!Calls::is_open("hid_set_nonblocking", handle))
+        return -1;
+    handle->nonblocking = nonblock != 0;
+    return 0;
+}
+
+const wchar_t* hid_error(hid_device*) {
+    const auto guard = bus().lock();
+    return bus().hid_error_text.c_str();
+}
+
+// libusb: devices can be listed and described, but none can be opened.
+
+int libusb_init(libusb_context** context) {
+    const auto guard = Calls::begin("libusb_init", context ? "context" : "");
+    return bus().libusb_init_result;
+}
+
+void libusb_exit(libusb_context*) {
+    Calls::begin("libusb_exit", "");
+}
+
+void libusb_set_debug(libusb_context*, int level) {
+    Calls::begin("libusb_set_debug", std::to_string(level));
+}
+
+ssize_t libusb_get_device_list(libusb_context*, libusb_device*** list) {
+    const auto guard = Calls::begin("libusb_get_device_list", "");
+    const auto& models = Calls::usb_devices();
+    *list = new libusb_device* [models.size() + 1] {};
+    for (std::size_t i = 0; i < models.size(); ++i)
+        (*list)[i] = Calls::usb_device(models[i]);
+    Calls::list_given(*list);
+    return static_cast<ssize_t>(models.size());
+}
+
+void libusb_free_device_list(libusb_device** list, int unref_devices) {
+    const auto guard = Calls::begin("libusb_free_device_list", std::to_string(unref_devices));
+    if (list && Calls::list_returned("libusb_free_device_list", list))
+        delete[] list;
+}
+
+libusb_device* libusb_ref_device(libusb_device* device) {
+    return device;
+}
+
+void libusb_unref_device(libusb_device*) {}
+
+int libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor* descriptor) {
+    const auto guard = Calls::begin("libusb_get_device_descriptor", "");
+    *descriptor = {};
+    descriptor->idVendor = device->model->vendor_id;
+    descriptor->idProduct = device->model->product_id;
+    return 0;
+}
+
+int libusb_get_config_descriptor(libusb_device*, uint8_t, libusb_config_descriptor**) {
+    Calls::begin("libusb_get_config_descriptor", "");
+    return LIBUSB_ERROR_NOT_FOUND;
+}
+
+void libusb_free_config_descriptor(libusb_config_descriptor*) {
+    Calls::begin("libusb_free_config_descriptor", "");
+}
+
+int libusb_get_string_descriptor_ascii(libusb_device_handle*, uint8_t, unsigned char*, int) {
+    Calls::begin("libusb_get_string_descriptor_ascii", "");
+    return LIBUSB_ERROR_NO_DEVICE;
+}
+
+int libusb_open(libusb_device*, libusb_device_handle**) {
+    Calls::begin("libusb_open", "");
+    return LIBUSB_ERROR_ACCESS;
+}
+
+void libusb_close(libusb_device_handle*) {
+    Calls::begin("libusb_close", "");
+}
+
+int libusb_kernel_driver_active(libusb_device_handle*, int) {
+    Calls::begin("libusb_kernel_driver_active", "");
+    return 0;
+}
+
+int libusb_detach_kernel_driver(libusb_device_handle*, int) {
+    Calls::begin("libusb_detach_kernel_driver", "");
+    return LIBUSB_ERROR_NOT_FOUND;
+}
+
+int libusb_claim_interface(libusb_device_handle*, int) {
+    Calls::begin("libusb_claim_interface", "");
+    return LIBUSB_ERROR_NO_DEVICE;
+}
+
+int libusb_bulk_transfer(libusb_device_handle*, unsigned char, unsigned char*, int, int*, unsigned) {
+    Calls::begin("libusb_bulk_transfer", "");
+    return LIBUSB_ERROR_NO_DEVICE;
+}
+
+const char* libusb_error_name(int) {
+    return "LIBUSB_ERROR";
+}
+
+} // extern "C"
