@@ -1,0 +1,56 @@
+#include "bus.hpp"
+
+#include <algorithm>
+
+namespace emulator {
+
+namespace {
+constexpr unsigned lowest_address = 2;
+constexpr unsigned highest_address = 127;
+} // namespace
+
+Port& Bus::add(const PadSettings& settings) {
+    ports_.push_back(std::make_unique<Port>(unsigned(ports_.size() + 1), settings, verbose_));
+    return *ports_.back();
+}
+
+unsigned Bus::free_address() {
+    do
+        last_address_ = last_address_ < highest_address ? last_address_ + 1 : lowest_address;
+    while (find_address(last_address_) != nullptr);
+    return last_address_;
+}
+
+void Bus::plug(Port& port) {
+    if (port.device)
+        return;
+    port.address = free_address();
+    port.model = std::make_unique<PadModel>(port.settings);
+    port.device =
+        std::make_unique<UsbDevice>(loop_, *port.model, port.faults, port.log, [this, &port] { unplug(port); });
+    port.log.trace("plugged in with address " + std::to_string(port.address));
+    for (const auto& [plugged, unplugging] : observers_)
+        plugged(port);
+}
+
+void Bus::unplug(Port& port) {
+    if (!port.device)
+        return;
+    port.log.trace("unplugged");
+    port.device->cancel_all(TransferStatus::unplugged);
+    for (const auto& [plugged, unplugging] : observers_)
+        unplugging(port);
+    port.device.reset();
+}
+
+Port* Bus::find(unsigned port_number) const {
+    return port_number >= 1 && port_number <= ports_.size() ? ports_[port_number - 1].get() : nullptr;
+}
+
+Port* Bus::find_address(unsigned address) const {
+    const auto found = std::ranges::find_if(
+        ports_, [&](const auto& port) { return port->device != nullptr && port->address == address; });
+    return found == ports_.end() ? nullptr : found->get();
+}
+
+} // namespace emulator

@@ -1,0 +1,76 @@
+// One thread that waits for descriptors and timers, so that nothing in the emulator needs a lock.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace emulator {
+
+// Owns a file descriptor.
+class Fd {
+  public:
+    Fd() = default;
+    explicit Fd(int fd) : fd_(fd) {}
+    Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    Fd& operator=(Fd&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~Fd() { reset(); }
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    void reset();
+
+  private:
+    int fd_ = -1;
+};
+
+// Throws std::system_error with `what` when a system call has failed.
+int check(int result, const char* what);
+
+class EventLoop {
+  public:
+    using Clock = std::chrono::steady_clock;
+    using Task = std::function<void()>;
+    using Handler = std::function<void(std::uint32_t events)>;
+    using Timer = std::pair<Clock::time_point, std::uint64_t>;
+
+    EventLoop();
+
+    void watch(int fd, std::uint32_t events, Handler handler);
+    void change(int fd, std::uint32_t events);
+    void forget(int fd); // before the descriptor is closed; fine inside its own handler
+
+    Timer call_at(Clock::time_point when, Task task);
+    Timer call_after(Clock::duration delay, Task task) { return call_at(Clock::now() + delay, std::move(task)); }
+    void cancel(const Timer& timer); // harmless when it has run already
+
+    // Runs the task once the current handler has returned.
+    void post(Task task) { posted_.push_back(std::move(task)); }
+
+    void run(); // until stop()
+    void stop() { running_ = false; }
+
+  private:
+    void run_posted();
+    void run_due_timers();
+    void arm();
+
+    Fd epoll_;
+    Fd timer_;
+    bool running_ = false;
+    std::uint64_t timers_made_ = 0;
+    std::map<Timer, Task> timers_;
+    Clock::time_point armed_for_ = Clock::time_point::max();
+    std::vector<Task> posted_;
+    std::unordered_map<int, std::shared_ptr<Handler>> handlers_;
+};
+
+} // namespace emulator

@@ -1,0 +1,53 @@
+// Scripted faults of one pad: which transfers go wrong, how and how often.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace emulator {
+
+enum class TransferKind { get_feature, set_feature, input, string, descriptor, other };
+
+enum class FaultKind { stall, silence, garbage, short_reply, delay, wrong_command, status, unplug };
+
+struct Fault {
+    FaultKind kind{};
+    unsigned long parameter = 0;       // bytes, milliseconds, status code, seed
+    std::optional<TransferKind> on;    // nothing: any transfer
+    unsigned long after = 0;           // matching transfers still to be let through
+    std::optional<unsigned long> left; // how often it still strikes; nothing: for ever
+    std::minstd_rand random;
+};
+
+// "stall,on=get-feature,count=3,after=1"; throws std::invalid_argument.
+Fault parse_fault(std::string_view text);
+
+// What all faults that strike one transfer do to it together.
+struct Verdict {
+    bool unplug = false;
+    bool silence = false;
+    bool stall = false;
+    std::chrono::milliseconds delay{0};
+    std::vector<Fault*> alterations; // valid until the next change of the list
+
+    void alter(std::vector<std::uint8_t>& data) const;
+};
+
+class FaultList {
+  public:
+    void add(Fault fault) { faults_.push_back(std::move(fault)); }
+    void clear() { faults_.clear(); }
+    bool empty() const { return faults_.empty(); }
+
+    Verdict judge(TransferKind transfer); // counts the transfer
+
+  private:
+    std::vector<Fault> faults_;
+};
+
+} // namespace emulator

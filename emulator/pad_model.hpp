@@ -1,0 +1,76 @@
+// The pad's side of every command: what its firmware does with the reports that reach it. Knows nothing of USB.
+#pragma once
+
+#include "pad_settings.hpp"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace emulator {
+
+inline constexpr std::size_t feature_report_size = 64;
+using FeatureReport = std::array<std::uint8_t, feature_report_size>;
+
+struct SignatureRectangle {
+    std::array<std::uint16_t, 4> values{};
+    std::uint32_t flag = 0;
+};
+
+class PadModel {
+  public:
+    explicit PadModel(const PadSettings& settings);
+
+    const PadSettings& settings() const { return settings_; }
+
+    // A written feature report is a request; the next read hands out the reply.
+    void write_feature(unsigned interface, std::span<const std::uint8_t> report);
+    FeatureReport read_feature(unsigned interface);
+
+    void write_output(unsigned interface, std::span<const std::uint8_t> report);
+
+    // Input reports wait here until the host fetches them. A short one is filled up with zeros; false when it is too
+    // long or too many are waiting.
+    bool queue_input(unsigned interface, std::span<const std::uint8_t> report);
+    bool has_input(unsigned interface) const { return !interfaces_.at(interface).inputs.empty(); }
+    std::vector<std::uint8_t> take_input(unsigned interface);
+
+    // Called when an input report has been queued.
+    void on_input(std::function<void(unsigned interface)> callback) { input_callback_ = std::move(callback); }
+
+    std::string state() const; // "mode=1 rectangle=..." for the control socket
+
+  private:
+    struct Interface {
+        FeatureReport last_written{};
+        std::optional<FeatureReport> reply;
+        std::deque<std::vector<std::uint8_t>> inputs;
+    };
+    struct Command;
+
+    void set_mode(std::span<const std::uint8_t> request, FeatureReport& reply);
+    void read_version(std::span<const std::uint8_t> request, FeatureReport& reply);
+    void get_status(std::span<const std::uint8_t> request, FeatureReport& reply);
+    void create_rectangle(std::span<const std::uint8_t> request, FeatureReport& reply);
+    void read_message_bytes(std::span<const std::uint8_t> request, FeatureReport& reply);
+
+    PadSettings settings_;
+    std::vector<Interface> interfaces_;
+    std::function<void(unsigned)> input_callback_;
+    std::uint8_t mode_ = 0;
+    std::uint8_t shown_mode_ = 0; // what the status tells while a mode change is under way
+    unsigned polls_until_shown_ = 0;
+    std::uint8_t mode_option_ = 0;
+    SignatureRectangle rectangle_;
+    unsigned commands_ = 0;
+    unsigned refused_ = 0;
+    unsigned outputs_ = 0;
+};
+
+} // namespace emulator
