@@ -50,8 +50,8 @@ std::optional<Record> find(trace::Location where, unsigned int handle) {
     return ring.records[handle];
 }
 
-void clear() {
-    VX_LOCK(lock, &exception_list_lock);
+void clear(trace::Location where) {
+    trace::Lock lock{&exception_list_lock, "&exception_list_lock", where};
     ring = {};
 }
 

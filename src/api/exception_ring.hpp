@@ -27,6 +27,6 @@ int file(int code, const char* function, const char* message);
 std::optional<Record> find(trace::Location where, unsigned int handle);
 
 // Drops all records; handles start at 1 again.
-void clear();
+void clear(trace::Location where);
 
 } // namespace exception_ring

@@ -15,13 +15,13 @@ pthread_mutex_t gen_thread_mutex_lock = PTHREAD_MUTEX_INITIALIZER;
 namespace {
 
 void tear_down() {
-    trace::Scope scope{{__FILE_NAME__, __LINE__, "__deinitialize"}};
+    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "__deinitialize")};
     std::atomic_ref{interface_routine_terminate}.store(1);
     {
-        VX_LOCK(lock, &dev_list_short_lock);
+        trace::Lock lock{&dev_list_short_lock, "&dev_list_short_lock", scope.where()};
         device_list::destroy();
     }
-    exception_ring::clear();
+    exception_ring::clear(scope.where());
     trace::set_callback(nullptr, nullptr);
     device_events::forget_callback();
     core_uninitialize();
@@ -158,7 +158,7 @@ int SayHello(const char16_t* text, char16_t* res_text, int res_text_size, unsign
     VX_INFO("buf_len: %d", buf_len);
     VX_INFO("sizeof(pwc): %d", static_cast<int>(VXPAD_MAX_STRING_LENGTH * sizeof(char16_t)));
     VX_INFO("befor call conversion for string:: %s, string size: %d", greeting, string_size);
-    VX_INFO("after astr_to_wstr() do wstr_length()  %d", buf_len - 1);
+    VX_INFO("after astr_to_wstr() do wstr_length()  %d", std::min(string_size - 1, buf_len));
     *reply = call.write_text(res_text, res_text_size, greeting, buf_len);
     VX_INFO("wchar_t pwc[VXPAD_MAX_STRING_LENGTH]: %.*s", buf_len, greeting);
     VX_INFO("res_text:  %s, *reply: %d", shown(res_text, static_cast<int>(*reply)).text, *reply);

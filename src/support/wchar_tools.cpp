@@ -27,6 +27,8 @@ template <typename Unit> int to_narrow(char* dst, const Unit* src, int n) {
 
 // The process's LC_CTYPE stays as the environment has it.
 template <typename Unit> void fill_log_text(wchar_tools::Text& target, const Unit* text) {
+    trace::Lock lock{&print_wchar_to_asci_lock, "&print_wchar_to_asci_lock",
+                     trace::here(__FILE_NAME__, __LINE__, "print_wchar_to_asci")};
     target = {};
     std::setlocale(LC_CTYPE, "");
     const int with_terminator = length_of(text) + 1;
@@ -65,7 +67,6 @@ int wstr_to_astr(char* dst, const wchar_t* src, int n) {
 
 const char* print_wchar_to_asci(const char16_t* text) {
     static wchar_tools::Text shown;
-    VX_LOCK(lock, &print_wchar_to_asci_lock);
     fill_log_text(shown, text);
     return shown.text;
 }
@@ -74,14 +75,12 @@ namespace wchar_tools {
 
 Text narrow(const char16_t* text) {
     Text result;
-    VX_LOCK(lock, &print_wchar_to_asci_lock);
     fill_log_text(result, text);
     return result;
 }
 
 Text narrow(const wchar_t* text) {
     Text result;
-    VX_LOCK(lock, &print_wchar_to_asci_lock);
     fill_log_text(result, text);
     return result;
 }

@@ -47,10 +47,11 @@ std::vector<std::string> kept_list() {
     return lines_of(content_of(EXPORTS_LIST));
 }
 
-// Sanitizers add names of their own.
+// Sanitizers add names of their own, type information of function types among them.
 bool is_added_by_a_sanitizer(std::string_view name) {
-    return name.starts_with("__odr_asan") || name.starts_with("__asan") || name.starts_with("__tsan") ||
-           name.starts_with("__ubsan") || name.starts_with("__sanitizer") || name.starts_with("___asan");
+    return name.starts_with("_ZTIF") || name.starts_with("_ZTSF") || name.starts_with("__odr_asan") ||
+           name.starts_with("__asan") || name.starts_with("__tsan") || name.starts_with("__ubsan") ||
+           name.starts_with("__sanitizer") || name.starts_with("___asan");
 }
 
 // Name and nm's letter for its kind.

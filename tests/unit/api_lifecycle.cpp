@@ -129,6 +129,27 @@ TEST_F(Lifecycle, StartAndStopLeaveLibusbAndHidapiInOrder) {
     EXPECT_THAT(bus().log("hid_exit"), Not(IsEmpty()));
 }
 
+TEST_F(Lifecycle, TheTearDownReleasesTheListBeforeItLocksTheRecords) {
+    std::string printed;
+    {
+        const standins::EnvironmentGuard on("LIBVXPADCOM_DEBUG_MUTEX", "1");
+        standins::OutputCapture output(STDOUT_FILENO);
+        Deinitialize();
+        printed = output.text();
+    }
+    for (const char* line :
+         {"Deinitialize(): ########   was called pthread_mutex_lock() -> &gen_thread_mutex_lock\n",
+          "__deinitialize(): ########   was called pthread_mutex_lock() -> &dev_list_short_lock\n",
+          "__deinitialize(): <<<<<<<< was called pthread_mutex_unlock() -> &dev_list_short_lock\n",
+          "__deinitialize(): ########   was called pthread_mutex_lock() -> &exception_list_lock\n",
+          "__deinitialize(): <<<<<<<< was called pthread_mutex_unlock() -> &exception_list_lock\n",
+          "Deinitialize(): <<<<<<<< was called pthread_mutex_unlock() -> &gen_thread_mutex_lock\n"}) {
+        const auto found = printed.find(line);
+        ASSERT_NE(found, std::string::npos) << line;
+        printed.erase(0, found);
+    }
+}
+
 TEST_F(Lifecycle, TheFirstPadIsSelected) {
     plug(2);
     EXPECT_THAT(said_during([] { Initialize(); }), HasSubstr("Was switched to device: 1\n"));

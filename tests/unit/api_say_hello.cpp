@@ -73,4 +73,12 @@ TEST_F(SayHello, LogsItsSteps) {
         EXPECT_EQ(log.count(std::string("info: SayHello(): ") + message), 1) << message;
 }
 
+TEST_F(SayHello, LogsTheLengthOfWhatItConverted) {
+    const LogCapture log;
+    answer(std::u16string(241, u'a'), 400, reply_); // 254 characters and the terminator
+    EXPECT_EQ(log.count("after astr_to_wstr() do wstr_length()  254\n"), 1);
+    answer(std::u16string(242, u'a'), 400, reply_); // 255 characters
+    EXPECT_EQ(log.count("after astr_to_wstr() do wstr_length()  255\n"), 1);
+}
+
 } // namespace

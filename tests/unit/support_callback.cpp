@@ -95,10 +95,8 @@ TEST_F(Callback, ASecondRegistrationReplacesBothWords) {
 TEST_F(Callback, InformationIsDeliveredWithALineEndThoughItsSwitchIsOff) {
     RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
     delivered.clear();
-    OutputCapture output(STDOUT_FILENO);
-    IsInitialized();
+    EXPECT_EQ(lines::written(STDOUT_FILENO, [] { IsInitialized(); }), "");
     EXPECT_THAT(texts(), ElementsAre("info: IsInitialized(): Is not initialized, use Initialize() first\n"));
-    EXPECT_EQ(output.text(), "");
 }
 
 TEST_F(Callback, AnErrorIsDeliveredOnceWithoutALineEnd) {
@@ -113,8 +111,7 @@ TEST_F(Callback, EnterExitAndLockLinesAreNotDelivered) {
     delivered.clear();
     const standins::EnvironmentGuard functions(lines::function_switch, "1");
     const standins::EnvironmentGuard mutexes(lines::mutex_switch, "1");
-    const OutputCapture output(STDOUT_FILENO);
-    IsInitialized();
+    lines::written(STDOUT_FILENO, [] { IsInitialized(); });
     EXPECT_THAT(delivered, SizeIs(1));
 }
 

@@ -13,7 +13,6 @@
 #include <ostream>
 #include <string>
 
-using standins::OutputCapture;
 using syslog_standin::Entry;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -34,11 +33,7 @@ class ErrorLines : public testing::Test {
     }
     void TearDown() override { daemon_proc = 0; }
 
-    template <class Call> static std::string errors_of(Call call) {
-        OutputCapture output(STDERR_FILENO);
-        call();
-        return output.text();
-    }
+    template <class Call> static std::string errors_of(Call call) { return lines::written(STDERR_FILENO, call); }
 
     lines::AllSwitchesOff off_;
 };

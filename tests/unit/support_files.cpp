@@ -20,8 +20,6 @@
 #include <vector>
 
 using standins::EnvironmentGuard;
-using standins::LogCapture;
-using standins::OutputCapture;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -85,17 +83,11 @@ class Files : public testing::Test {
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    template <class Call> static std::string errors_of(Call call) {
-        OutputCapture output(STDERR_FILENO);
-        call();
-        return output.text();
-    }
+    template <class Call> static std::string errors_of(Call call) { return lines::written(STDERR_FILENO, call); }
 
     template <class Call> static std::string information_of(Call call) {
         const EnvironmentGuard on(lines::debug_switch, "1");
-        OutputCapture output(STDOUT_FILENO);
-        call();
-        return output.text();
+        return lines::written(STDOUT_FILENO, call);
     }
 
     lines::AllSwitchesOff off_;
@@ -184,9 +176,7 @@ TEST_F(Files, AFailedCloseIsInformationOnly) {
     EXPECT_EQ(errors_of([] { EXPECT_EQ(Close(-1), -1); }), "");
     const auto printed = lines::parse_output(information_of([] { EXPECT_EQ(Close(-1), -1); }));
     EXPECT_THAT(lines::texts(printed, lines::green), ElementsAre("error: Close(): close(): Bad file descriptor"));
-    OutputCapture output(STDOUT_FILENO);
-    EXPECT_EQ(Close(-1), -1);
-    EXPECT_EQ(output.text(), "") << "with the switch off";
+    EXPECT_EQ(lines::written(STDOUT_FILENO, [] { Close(-1); }), "") << "with the switch off";
 }
 
 TEST_F(Files, LoadReadsAWholeFileInPieces) {

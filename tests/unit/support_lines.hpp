@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
 #include <regex>
@@ -33,6 +34,19 @@ constexpr const char* mutex_switch = "LIBVXPADCOM_DEBUG_MUTEX";
 constexpr const char* blue = "34";
 constexpr const char* yellow = "33";
 constexpr const char* green = "32";
+
+// What call writes to a file descriptor (1 or 2).
+template <class Call> std::string written(int descriptor, Call call) {
+    std::string text;
+    {
+        const standins::OutputCapture output(descriptor);
+        call();
+        text = output.text();
+    }
+    if (testing::Test::HasFailure()) // a report of the test's own may be part of it
+        std::fputs(text.c_str(), stdout);
+    return text;
+}
 
 struct Line {
     std::string colour;

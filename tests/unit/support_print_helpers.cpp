@@ -11,7 +11,6 @@
 #include <vector>
 
 using standins::EnvironmentGuard;
-using standins::OutputCapture;
 using testing::ElementsAre;
 
 namespace {
@@ -97,18 +96,14 @@ class PrintCurrentTime : public testing::Test {
 
 TEST_F(PrintCurrentTime, PrintsLocalDateAndTimeAsInformation) {
     const EnvironmentGuard on(lines::debug_switch, "1");
-    OutputCapture output(STDOUT_FILENO);
-    print_current_time();
-    EXPECT_THAT(lines::texts(lines::parse_output(output.text()), lines::green),
+    const std::string printed = lines::written(STDOUT_FILENO, print_current_time);
+    EXPECT_THAT(lines::texts(lines::parse_output(printed), lines::green),
                 ElementsAre("info: print_current_time(): 2023/11/15 01:13:20.007"));
 }
 
 TEST_F(PrintCurrentTime, PrintsNothingWithTheSwitchOff) {
-    OutputCapture output(STDOUT_FILENO);
-    OutputCapture errors(STDERR_FILENO);
-    print_current_time();
-    EXPECT_EQ(output.text(), "");
-    EXPECT_EQ(errors.text(), "");
+    EXPECT_EQ(lines::written(STDOUT_FILENO, print_current_time), "");
+    EXPECT_EQ(lines::written(STDERR_FILENO, print_current_time), "");
 }
 
 } // namespace

@@ -17,15 +17,12 @@
 #include <vector>
 
 using standins::EnvironmentGuard;
-using standins::OutputCapture;
 using testing::SizeIs;
 
 namespace {
 
 template <class Call> std::string errors_of(Call call) {
-    OutputCapture output(STDERR_FILENO);
-    call();
-    return output.text();
+    return lines::written(STDERR_FILENO, call);
 }
 
 // One error line without a function's name that ends in the errno text of the failed call's result.
@@ -74,35 +71,6 @@ void* nothing(void*) {
     return nullptr;
 }
 
-void create_with_a_stack_that_cannot_be() {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, std::size_t{1} << 47U);
-    pthread_t thread{};
-    Pthread_create(&thread, &attributes, nothing, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
-void detach_twice() {
-    sem_t done;
-    sem_init(&done, 0, 0);
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_t thread{};
-    pthread_create(
-        &thread, &attributes,
-        [](void* semaphore) -> void* {
-            Pthread_detach(pthread_self());
-            sem_post(static_cast<sem_t*>(semaphore));
-            return nullptr;
-        },
-        &done);
-    pthread_attr_destroy(&attributes);
-    sem_wait(&done);
-    sem_destroy(&done);
-}
-
 void wait_in_the_past(long nanoseconds) {
     pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -147,11 +115,40 @@ INSTANTIATE_TEST_SUITE_P(Failures, ThreadWrapper,
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 #if !VXPAD_THREAD_SANITIZER
+void create_with_a_stack_that_cannot_be() {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, std::size_t{1} << 47U);
+    pthread_t thread{};
+    Pthread_create(&thread, &attributes, nothing, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+void detach_twice() {
+    sem_t done;
+    sem_init(&done, 0, 0);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t thread{};
+    pthread_create(
+        &thread, &attributes,
+        [](void* semaphore) -> void* {
+            Pthread_detach(pthread_self());
+            sem_post(static_cast<sem_t*>(semaphore));
+            return nullptr;
+        },
+        &done);
+    pthread_attr_destroy(&attributes);
+    sem_wait(&done);
+    sem_destroy(&done);
+}
+
 INSTANTIATE_TEST_SUITE_P(FailuresThatASanitizerReports, ThreadWrapper,
                          testing::Values(Failure{"Pthread_create", EAGAIN, create_with_a_stack_that_cannot_be},
                                          Failure{"Pthread_join", EDEADLK,
                                                  [] { Pthread_join(pthread_self(), nullptr); }},
-                                         Failure{"Pthread_detach", EINVAL, [] { detach_twice(); }},
+                                         Failure{"Pthread_detach", EINVAL, detach_twice},
                                          Failure{"Pthread_mutex_unlock", EPERM,
                                                  [] {
                                                      CheckingMutex checking;
@@ -257,11 +254,12 @@ TEST_F(ThreadWrappers, TimedWaitEndsSilentlyWhenSignalled) {
 
 TEST_F(ThreadWrappers, CreateReportsItsSuccessAsInformation) {
     const EnvironmentGuard on(lines::debug_switch, "1");
-    OutputCapture output(STDOUT_FILENO);
-    pthread_t thread{};
-    Pthread_create(&thread, nullptr, nothing, nullptr);
-    Pthread_join(thread, nullptr);
-    EXPECT_THAT(output.text(), testing::HasSubstr("pthread_create return -> 0\n"));
+    const std::string printed = lines::written(STDOUT_FILENO, [] {
+        pthread_t thread{};
+        Pthread_create(&thread, nullptr, nothing, nullptr);
+        Pthread_join(thread, nullptr);
+    });
+    EXPECT_THAT(printed, testing::HasSubstr("pthread_create return -> 0\n"));
 }
 
 TEST_F(ThreadWrappers, KillSendsTheSignalToTheThread) {
@@ -273,7 +271,7 @@ TEST_F(ThreadWrappers, KillSendsTheSignalToTheThread) {
 }
 
 TEST_F(ThreadWrappers, DetachedThreadsCannotBeJoined) {
-    sem_t go;
+    static sem_t go; // the thread may outlive the test
     sem_init(&go, 0, 0);
     pthread_t thread{};
     pthread_attr_t attributes;

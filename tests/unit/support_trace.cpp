@@ -32,15 +32,11 @@ class Trace : public testing::Test {
     }
 
     template <class Call> static std::vector<Line> output_of(Call call) {
-        OutputCapture output(STDOUT_FILENO);
-        call();
-        return lines::parse_output(output.text());
+        return lines::parse_output(lines::written(STDOUT_FILENO, call));
     }
 
     template <class Call> static std::vector<Line> errors_of(Call call) {
-        OutputCapture output(STDERR_FILENO);
-        call();
-        return lines::parse_errors(output.text());
+        return lines::parse_errors(lines::written(STDERR_FILENO, call));
     }
 
     lines::AllSwitchesOff off_;
@@ -232,20 +228,17 @@ TEST_F(Trace, ErrorLinesHaveTheirOwnPrefixAndNeedNoSwitch) {
 }
 
 TEST_F(Trace, ErrorLinesLeaveStandardOutputAlone) {
-    OutputCapture output(STDOUT_FILENO);
-    errors_of(fail_to_translate);
-    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(lines::written(STDOUT_FILENO, [] { errors_of(fail_to_translate); }), "");
 }
 
 TEST_F(Trace, WhatTheApplicationPrintedComesBeforeAnErrorLine) {
-    OutputCapture output(STDOUT_FILENO);
-    {
-        OutputCapture errors(STDERR_FILENO);
+    const std::string printed = lines::written(STDOUT_FILENO, [] {
+        const OutputCapture errors(STDERR_FILENO);
         dup2(STDOUT_FILENO, STDERR_FILENO);
         std::fputs("printed before", stdout);
         fail_to_translate();
-    }
-    EXPECT_THAT(output.text(), testing::StartsWith("printed before\x1b[31m"));
+    });
+    EXPECT_THAT(printed, testing::StartsWith("printed before\x1b[31m"));
 }
 
 TEST_F(Trace, TextsAreNoFormats) {

@@ -16,8 +16,6 @@
 #include <vector>
 
 using standins::EnvironmentGuard;
-using standins::LogCapture;
-using standins::OutputCapture;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -42,10 +40,9 @@ unsigned char* add(uni_queue* queue, unsigned int length) {
 // Everything that calls say, on either stream and to the callback.
 template <class Call> std::string said(Call call) {
     const EnvironmentGuard on(lines::debug_switch, "1");
-    OutputCapture output(STDOUT_FILENO);
-    OutputCapture errors(STDERR_FILENO);
-    call();
-    return output.text() + errors.text();
+    std::string errors;
+    const std::string output = lines::written(STDOUT_FILENO, [&] { errors = lines::written(STDERR_FILENO, call); });
+    return output + errors;
 }
 
 class Queue : public testing::Test {
@@ -192,9 +189,8 @@ TEST_F(Queue, UnlockingWithoutALockReportsTheMutexError) {
 
 TEST_F(Queue, LockingIsTracedUnderTheQueuesAddress) {
     const EnvironmentGuard on(lines::mutex_switch, "1");
-    OutputCapture output(STDOUT_FILENO);
-    ASSERT_EQ(__lock_uni_queue(queue_), 0);
-    const auto printed = lines::parse_output(output.text());
+    const auto printed =
+        lines::parse_output(lines::written(STDOUT_FILENO, [&] { EXPECT_EQ(__lock_uni_queue(queue_), 0); }));
     EXPECT_EQ(quiet_unlock_queue(queue_), 0);
     std::array<char, 64> name{};
     std::snprintf(name.data(), name.size(), "queue[%p]->mutex", static_cast<void*>(queue_));
@@ -206,9 +202,7 @@ TEST_F(Queue, LockingIsTracedUnderTheQueuesAddress) {
 
 TEST_F(Queue, QuietLockingIsNotTraced) {
     const EnvironmentGuard on(lines::mutex_switch, "1");
-    OutputCapture output(STDOUT_FILENO);
-    EXPECT_EQ(quiet_lock_queue(queue_), 0);
-    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(lines::written(STDOUT_FILENO, [&] { EXPECT_EQ(quiet_lock_queue(queue_), 0); }), "");
     EXPECT_EQ(quiet_unlock_queue(queue_), 0);
 }
 
