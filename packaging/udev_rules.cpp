@@ -1,0 +1,50 @@
+// Writes the udev rules that let the user at the seat open the pads of the id header.
+#include VXPADCOM_USB_IDS_FILE
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+namespace {
+
+void write_rule(std::ostream& out, std::uint32_t vendor, std::uint32_t product) {
+    char rule[128];
+    std::snprintf(rule, sizeof rule, R"(ATTR{idVendor}=="%04x", ATTR{idProduct}=="%04x", MODE="0660", TAG+="uaccess")",
+                  vendor, product);
+    out << rule << '\n';
+}
+
+void write_rules(std::ostream& out) {
+    out << "# USB signature pads: access for the user at the seat, for nobody else. Generated from the library's ids.\n"
+           "ACTION==\"remove\", GOTO=\"vxpadcom_end\"\n"
+           "SUBSYSTEM!=\"usb\", GOTO=\"vxpadcom_end\"\n"
+           "ENV{DEVTYPE}!=\"usb_device\", GOTO=\"vxpadcom_end\"\n";
+    for (const std::uint32_t vendor : usb_ids::shared_vendors) {
+        for (const usb_ids::Product& product : usb_ids::shared_products)
+            write_rule(out, vendor, product.product_id);
+        for (const std::uint32_t product : usb_ids::vcom_products)
+            write_rule(out, vendor, product);
+    }
+    for (const usb_ids::Product& product : usb_ids::classic_products)
+        write_rule(out, usb_ids::classic_vendor, product.product_id);
+    write_rule(out, usb_ids::vcom_named_vendor, usb_ids::vcom_named_product);
+    out << "LABEL=\"vxpadcom_end\"\n";
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::cerr << "Usage: vxpad-udev-rules FILE\n";
+        return EXIT_FAILURE;
+    }
+    std::ofstream out(argv[1]);
+    write_rules(out);
+    out.close();
+    if (!out) {
+        std::cerr << "vxpad-udev-rules: cannot write " << argv[1] << '\n';
+        return EXIT_FAILURE;
+    }
+    return EXIT_SUCCESS;
+}

@@ -1,0 +1,73 @@
+#!/bin/sh
+# Installs the build tree into a scratch prefix and uses it as an application would: the header on its own in every
+# language, the examples through CMake and through pkg-config.
+# Arguments: source directory, build directory, cmake, C compiler, C++ compiler, flag for sanitizers where used.
+set -eu
+
+source=$1 build=$2 cmake=$3 cc=$4 cxx=$5 flags=${6:-}
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+prefix=$scratch/prefix
+
+"$cmake" --install "$build" --prefix "$prefix" >"$scratch/install.log"
+
+fail() {
+    echo "installed tree: $*" >&2
+    exit 1
+}
+
+expect_file() {
+    found=$(find "$prefix" -path "*/$1")
+    [ -n "$found" ] || fail "$1 is missing"
+}
+
+for file in bin/vxpadctl libvxpadcom.so include/vxpadcom/vxpadcom.h lib/udev/rules.d/70-vxpadcom.rules \
+    pkgconfig/vxpadcom.pc cmake/vxpadcom/vxpadcomConfig.cmake LICENSE README.md examples/list_pads.c; do
+    expect_file "$file"
+done
+
+# A library that needs something of its build tree would show it here.
+"$prefix/bin/vxpadctl" --version | grep -q '^vxpadctl [0-9]' || fail "the installed vxpadctl does not run"
+
+# Installed by its own means into a place that it was not configured for: no trace of the build may be left.
+if grep -rIl -e "$build" -e "$source/include" "$prefix" --include='*.pc' --include='*.cmake'; then
+    fail "these files name the build tree"
+fi
+
+# Lists of options, to be split into words.
+# shellcheck disable=SC2086,SC2046
+strict='-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror'
+for standard in c11 c17 c++17 c++20 c++2b; do
+    case $standard in
+    c++*) compiler=$cxx language=c++ ;;
+    *) compiler=$cc language=c ;;
+    esac
+    echo '#include <vxpadcom/vxpadcom.h>' >"$scratch/header.$language"
+    "$compiler" -std="$standard" $strict -I"$prefix/include" -x "$language" -fsyntax-only "$scratch/header.$language" ||
+        fail "the header is not valid $standard"
+done
+
+"$cmake" -S "$source/examples" -B "$scratch/examples" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" \
+    -DCMAKE_C_FLAGS="$strict $flags" >"$scratch/configure.log"
+"$cmake" --build "$scratch/examples" >"$scratch/build.log" || fail "an example does not build with CMake"
+
+PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vxpadcom.pc)")
+export PKG_CONFIG_PATH
+[ "$(pkg-config --modversion vxpadcom)" = "$("$prefix/bin/vxpadctl" --version | cut -d' ' -f2)" ] ||
+    fail "pkg-config and vxpadctl disagree on the version"
+for example in list_pads feature_report; do
+    "$cc" -std=c11 $strict $flags "$source/examples/$example.c" -o "$scratch/$example" \
+        $(pkg-config --cflags --libs vxpadcom) || fail "$example does not build with pkg-config"
+done
+
+# The examples work, with the installed library and virtual pads.
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir vxpadcom)
+export LD_LIBRARY_PATH
+pad=--pad=type=16,product=Pad,serial=SN7
+for example in "$scratch/list_pads" "$scratch/examples/vxpad_list_pads"; do
+    [ "$("$prefix/bin/vxpad-emulator" run "$pad" -- "$example")" = "1: Pad SN7" ] || fail "$example does not list pads"
+done
+
+if udevadm verify --help >/dev/null 2>&1; then
+    udevadm verify "$prefix/lib/udev/rules.d/70-vxpadcom.rules" || fail "udev does not accept the rules"
+fi

@@ -1,0 +1,51 @@
+// vxpadctl: finds USB signature pads and exchanges reports with them.
+#include "arguments.hpp"
+#include "commands.hpp"
+#include "library.hpp"
+
+#include <cstdio>
+#include <iostream>
+#include <unistd.h>
+
+namespace {
+
+enum ExitStatus { exit_done = 0, exit_failed = 1, exit_usage = 2 };
+
+// The library traces to standard output. That becomes standard error, and the results go where standard output was.
+std::FILE* part_trace_from_results() {
+    vxpadctl::turn_on_tracing();
+    std::FILE* results = ::fdopen(::dup(STDOUT_FILENO), "w");
+    ::dup2(STDERR_FILENO, STDOUT_FILENO);
+    return results;
+}
+
+int run(const vxpadctl::Arguments& arguments) {
+    using vxpadctl::Command;
+    if (arguments.command == Command::help || arguments.command == Command::version) {
+        std::cout << (arguments.command == Command::help ? vxpadctl::help_text() : "vxpadctl " VXPADCTL_VERSION "\n");
+        return std::cout.flush() ? exit_done : exit_failed;
+    }
+    if (!arguments.trace)
+        vxpadctl::send_error_lines_to_syslog();
+    std::FILE* results = arguments.trace ? part_trace_from_results() : stdout;
+    const bool done = results != nullptr && run_command(arguments, results);
+    if (results == nullptr || std::fflush(results) != 0) {
+        std::perror("vxpadctl: cannot write the result");
+        return exit_failed;
+    }
+    return done ? exit_done : exit_failed;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(vxpadctl::parse_arguments({argv + 1, argv + argc}));
+    } catch (const vxpadctl::UsageError& error) {
+        std::cerr << "vxpadctl: " << error.what() << "\nTry: vxpadctl --help\n";
+        return exit_usage;
+    } catch (const std::exception& error) {
+        std::cerr << "vxpadctl: " << error.what() << '\n';
+        return exit_failed;
+    }
+}

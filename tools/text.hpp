@@ -1,0 +1,26 @@
+// Text that comes from a pad, and the ways to show it.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vxpadctl {
+
+// UTF-8 up to the first NUL. What is no character becomes U+FFFD, the library's mark 0xffff for bytes that it could
+// not convert included.
+std::string to_utf8(std::u16string_view units);
+
+// The same text without anything that a terminal acts on: such characters and the backslash are written as escapes.
+std::string for_terminal(std::string_view utf8);
+
+// A quoted JSON string, harmless for terminals as well.
+std::string json_string(std::string_view utf8);
+
+// Columns that a text without control characters takes.
+std::size_t width(std::string_view utf8);
+
+// At most so many columns; a text that was cut ends in an ellipsis.
+std::string cut(std::string_view utf8, std::size_t columns);
+
+} // namespace vxpadctl
