@@ -17,9 +17,8 @@ namespace {
 
 std::set<std::string> known_names() {
     // Functions of the exported layer that have a name in the log without being exported.
-    std::set<std::string> names{"exception",       "init_exceptions",    "set_dev_to_current",
-                                "get_current_dev", "looking_for_device", "stop_read_threads",
-                                "__deinitialize",  "log_to_callback",    "search_vcom_devices"};
+    std::set<std::string> names{"exception", "set_dev_to_current", "get_current_dev", "looking_for_device",
+                                "__deinitialize"};
     std::ifstream list(EXPORTS_LIST);
     for (std::string name; std::getline(list, name);)
         names.insert(name);

@@ -3,7 +3,6 @@
 using api::GuardedText;
 using api::Record;
 using api::record_of;
-using testing::Each;
 
 namespace {
 

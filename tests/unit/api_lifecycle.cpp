@@ -4,11 +4,9 @@ using api::GuardedText;
 using standins::bus;
 using standins::LogCapture;
 using standins::pad_of_type;
-using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
 
 namespace {
 

@@ -6,7 +6,6 @@ using api::Record;
 using api::record_of;
 using standins::bus;
 using standins::LogCapture;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {

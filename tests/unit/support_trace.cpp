@@ -18,7 +18,6 @@ using standins::OutputCapture;
 using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
-using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::SizeIs;
 
