@@ -282,6 +282,9 @@ static int reap_now(int fd, struct open_file* file, void** reaped) {
          * reaped everything loses nothing: he is woken once in vain. */
         syscall(SYS_write, fd, "", 1);
         error = take_completion(file, reaped);
+        /* libusb does not always go on until nothing is left; what came behind this one must wake it again. */
+        if (error == 0 && wait_readable(file->completions, 0) == 1)
+            simple_call(file, usbfs_wake, 0, 0);
     }
     pthread_mutex_unlock(&file->reap_lock);
     return result_of(error, 0);

@@ -27,7 +27,8 @@ enum usbfs_operation {
     usbfs_reset,
     usbfs_submit,   /* urb, endpoint, setup, length, payload of OUT */
     usbfs_transfer, /* the same, completed on the one descriptor that comes with it */
-    usbfs_discard   /* urb */
+    usbfs_discard,  /* urb */
+    usbfs_wake      /* empties the pipe: the descriptor becomes writable */
 };
 
 enum usbfs_driver { usbfs_driver_none, usbfs_driver_usbfs, usbfs_driver_usbhid, usbfs_driver_other };

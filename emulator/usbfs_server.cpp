@@ -161,6 +161,14 @@ class UsbfsServer::OpenFile {
     int submit(const usbfs_request& request);
     int transfer(const usbfs_request& request);
     int discard(const usbfs_request& request);
+    int wake(const usbfs_request&) {
+        empty_pipe();
+        return 0;
+    }
+    void empty_pipe() {
+        std::array<char, usbfs_pipe_size> bytes;
+        [[maybe_unused]] const auto taken = ::read(pipe_.get(), bytes.data(), bytes.size());
+    }
 
     int start(const usbfs_request& request, std::function<void(const usbfs_completion&, Transfer&)> answer);
     void close();
@@ -229,7 +237,7 @@ void UsbfsServer::OpenFile::receive() {
 }
 
 void UsbfsServer::OpenFile::handle(const usbfs_request& request) {
-    static constexpr std::array<std::pair<usbfs_operation, Operation>, 13> operations{{
+    static constexpr std::array<std::pair<usbfs_operation, Operation>, 14> operations{{
         {usbfs_open, &OpenFile::open},
         {usbfs_get_driver, &OpenFile::get_driver},
         {usbfs_disconnect, &OpenFile::disconnect},
@@ -243,6 +251,7 @@ void UsbfsServer::OpenFile::handle(const usbfs_request& request) {
         {usbfs_submit, &OpenFile::submit},
         {usbfs_transfer, &OpenFile::transfer},
         {usbfs_discard, &OpenFile::discard},
+        {usbfs_wake, &OpenFile::wake},
     }};
     value_ = 0;
     int error = ENOTTY;
@@ -397,8 +406,7 @@ int UsbfsServer::OpenFile::submit(const usbfs_request& request) {
     return start(request, [this](const usbfs_completion& completion, Transfer& transfer) {
         completions_->send(completion, std::span(transfer.data).first(completion.payload));
         // Empty, for the reader may have filled it more than once: the descriptor becomes writable.
-        std::array<char, usbfs_pipe_size> bytes;
-        [[maybe_unused]] const auto taken = ::read(pipe_.get(), bytes.data(), bytes.size());
+        empty_pipe();
     });
 }
 
