@@ -1,6 +1,7 @@
 #include "pad_test.hpp"
 
 #include <algorithm>
+#include <array>
 #include <iomanip>
 #include <sstream>
 #include <sys/time.h>

@@ -3,7 +3,9 @@
 #include "pad_test.hpp"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <barrier>
 #include <future>
 
 using namespace pads;
@@ -117,15 +119,20 @@ TEST_F(Threads, ShareTheInputReportsOfOneInterface) {
     EXPECT_TRUE(std::ranges::all_of(seen, [](const auto& times) { return times == 1; }));
 }
 
+// The ring keeps 63 records: in each round the threads file fewer than that together, and read them.
 TEST_F(Threads, FileRecordsOfTheirOwn) {
-    at_once([](unsigned int thread) {
-        // Few enough for the ring of 63 to keep them until they are read.
-        for (unsigned int i = 0; i < 300; ++i) {
-            const unsigned int interface = 10 + thread;
-            EXPECT_EQ(failure(thread % 2 == 0 ? set_feature(1, interface, uniform(1))
-                                              : read(GetFeature, 1, interface).result),
-                      thread % 2 == 0 ? invalid_handle("SetFeature", "Error of write HID feature for device: 1")
-                                      : invalid_handle("GetFeature", "Error of read HID feature for device: 1"));
+    constexpr unsigned int records_in_round = 15;
+    std::barrier round(thread_count);
+    at_once([&](unsigned int thread) {
+        const bool writes = thread % 2 == 0;
+        const auto expected = writes ? invalid_handle("SetFeature", "Error of write HID feature for device: 1")
+                                     : invalid_handle("GetFeature", "Error of read HID feature for device: 1");
+        for (unsigned int i = 0; i < 20 * records_in_round; ++i) {
+            if (i % records_in_round == 0)
+                round.arrive_and_wait();
+            const unsigned int interface = 10 + thread; // there is none
+            EXPECT_EQ(failure(writes ? set_feature(1, interface, uniform(1)) : read(GetFeature, 1, interface).result),
+                      expected);
         }
     });
 }

@@ -1,10 +1,13 @@
 #!/bin/sh
 # Installs the build tree into a scratch prefix and uses it as an application would: the header on its own in every
 # language, the examples through CMake and through pkg-config.
-# Arguments: source directory, build directory, cmake, C compiler, C++ compiler, flag for sanitizers where used.
+# Arguments: source directory, build directory, cmake, C compiler, C++ compiler.
+#
+# Lists of options are meant to be split into words.
+# shellcheck disable=SC2086,SC2046
 set -eu
 
-source=$1 build=$2 cmake=$3 cc=$4 cxx=$5 flags=${6:-}
+source=$1 build=$2 cmake=$3 cc=$4 cxx=$5
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 prefix=$scratch/prefix
@@ -34,8 +37,6 @@ if grep -rIl -e "$build" -e "$source/include" "$prefix" --include='*.pc' --inclu
     fail "these files name the build tree"
 fi
 
-# Lists of options, to be split into words.
-# shellcheck disable=SC2086,SC2046
 strict='-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror'
 for standard in c11 c17 c++17 c++20 c++2b; do
     case $standard in
@@ -48,7 +49,7 @@ for standard in c11 c17 c++17 c++20 c++2b; do
 done
 
 "$cmake" -S "$source/examples" -B "$scratch/examples" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" \
-    -DCMAKE_C_FLAGS="$strict $flags" >"$scratch/configure.log"
+    -DCMAKE_C_FLAGS="$strict" >"$scratch/configure.log"
 "$cmake" --build "$scratch/examples" >"$scratch/build.log" || fail "an example does not build with CMake"
 
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vxpadcom.pc)")
@@ -56,7 +57,7 @@ export PKG_CONFIG_PATH
 [ "$(pkg-config --modversion vxpadcom)" = "$("$prefix/bin/vxpadctl" --version | cut -d' ' -f2)" ] ||
     fail "pkg-config and vxpadctl disagree on the version"
 for example in list_pads feature_report; do
-    "$cc" -std=c11 $strict $flags "$source/examples/$example.c" -o "$scratch/$example" \
+    "$cc" -std=c11 $strict "$source/examples/$example.c" -o "$scratch/$example" \
         $(pkg-config --cflags --libs vxpadcom) || fail "$example does not build with pkg-config"
 done
 

@@ -13,7 +13,6 @@
 #include <cstring>
 #include <cwchar>
 
-using standins::Bus;
 using standins::bus;
 using standins::Bytes;
 using standins::describe;
