@@ -12,6 +12,7 @@
 #include <linux/usbdevice_fs.h>
 #include <poll.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdatomic.h>
 #include <stdbool.h>
@@ -273,6 +274,19 @@ static int take_completion(struct open_file* file, void** reaped) {
     return 0;
 }
 
+/* The emulator closes its end of the pipe when the pad is unplugged, which must not end the program with a SIGPIPE. */
+static void fill_pipe(int fd) {
+    sigset_t broken_pipe, before, pending;
+    sigemptyset(&broken_pipe);
+    sigaddset(&broken_pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &broken_pipe, &before);
+    sigpending(&pending);
+    const bool of_the_program = sigismember(&pending, SIGPIPE) == 1;
+    if (syscall(SYS_write, fd, "", 1) < 0 && errno == EPIPE && !of_the_program)
+        sigtimedwait(&broken_pipe, NULL, &(const struct timespec){0, 0});
+    pthread_sigmask(SIG_SETMASK, &before, NULL);
+}
+
 static int reap_now(int fd, struct open_file* file, void** reaped) {
     pthread_mutex_lock(&file->reap_lock);
     int error = take_completion(file, reaped);
@@ -280,7 +294,7 @@ static int reap_now(int fd, struct open_file* file, void** reaped) {
         /* Nothing is there: fill the pipe, so that waiting works again; then look once more, for the emulator may
          * have sent a completion and emptied the pipe in between. Only here, for one who waits without having
          * reaped everything loses nothing: he is woken once in vain. */
-        syscall(SYS_write, fd, "", 1);
+        fill_pipe(fd);
         error = take_completion(file, reaped);
         /* libusb does not always go on until nothing is left; what came behind this one must wake it again. */
         if (error == 0 && wait_readable(file->completions, 0) == 1)
