@@ -26,8 +26,10 @@ void Bus::plug(Port& port) {
         return;
     port.address = free_address();
     port.model = std::make_unique<PadModel>(port.settings);
-    port.device =
-        std::make_unique<UsbDevice>(loop_, *port.model, port.faults, port.log, [this, &port] { unplug(port); });
+    if (port.settings.has_ssp)
+        port.ssp = std::make_unique<SspPad>(loop_, *port.model, port.faults, port.log);
+    port.device = std::make_unique<UsbDevice>(loop_, *port.model, port.ssp.get(), port.faults, port.log,
+                                              [this, &port] { unplug(port); });
     port.log.trace("plugged in with address " + std::to_string(port.address));
     for (const auto& [plugged, unplugging] : observers_)
         plugged(port);
@@ -41,6 +43,7 @@ void Bus::unplug(Port& port) {
     for (const auto& [plugged, unplugging] : observers_)
         unplugging(port);
     port.device.reset();
+    port.ssp.reset();
 }
 
 Port* Bus::find(unsigned port_number) const {

@@ -4,6 +4,7 @@
 #include "event_loop.hpp"
 #include "faults.hpp"
 #include "pad_model.hpp"
+#include "ssp_pad.hpp"
 #include "transfer_log.hpp"
 #include "usb_device.hpp"
 
@@ -28,6 +29,7 @@ struct Port {
     TransferLog log;
     unsigned address = 0; // on the bus; new with each plugging
     std::unique_ptr<PadModel> model;
+    std::unique_ptr<SspPad> ssp;       // of a pad that speaks it, while it is plugged in
     std::unique_ptr<UsbDevice> device; // only while it is plugged in
 };
 

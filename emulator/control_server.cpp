@@ -93,7 +93,7 @@ bool ControlServer::flush(Client& client) {
 }
 
 std::string ControlServer::answer(std::string_view request) {
-    static constexpr std::array<Command, 8> commands{{
+    static constexpr std::array<Command, 12> commands{{
         {"list", 1, 1, "list", &ControlServer::list},
         {"plug", 2, 2, "plug N", &ControlServer::plug},
         {"unplug", 2, 2, "unplug N", &ControlServer::unplug},
@@ -102,6 +102,10 @@ std::string ControlServer::answer(std::string_view request) {
         {"input", 4, 5, "input N INTERFACE HEX [COUNT]", &ControlServer::input},
         {"log", 2, 2, "log N", &ControlServer::log},
         {"state", 2, 2, "state N", &ControlServer::state},
+        {"ssp", 2, 2, "ssp N", &ControlServer::ssp},
+        {"button", 3, 3, "button N VALUE", &ControlServer::button},
+        {"pen", 3, 3, "pen N HEX", &ControlServer::pen},
+        {"send", 3, 3, "send N HEX", &ControlServer::send},
     }};
     std::istringstream stream{std::string(request)};
     Words words;
@@ -142,15 +146,23 @@ Port& ControlServer::plugged_port(const Words& words) {
     return plugged;
 }
 
+SspPad& ControlServer::ssp_pad(const Words& words) {
+    auto& plugged = plugged_port(words);
+    if (!plugged.ssp)
+        throw std::invalid_argument("pad " + words[1] + " does not speak SSP");
+    return *plugged.ssp;
+}
+
 // A line for each pad.
 std::string ControlServer::list(const Words&) {
     std::string text;
     for (const auto& port : bus_.ports()) {
         const auto& pad = port->settings;
         text += std::to_string(port->number) + (port->device ? " plugged" : " unplugged") + " port=" + port->name() +
-                " address=" + std::to_string(port->address) + " type=" + std::to_string(pad.type) +
-                " vendor=" + hex16(pad.vendor_id) + " id=" + hex16(pad.product_id) +
-                " interfaces=" + std::to_string(pad.interfaces) + " serial=" + utf8(pad.serial.value_or(u"")) + "\n";
+                " kind=" + (pad.kind == PadKind::vcom ? "vcom" : "hid") + " address=" + std::to_string(port->address) +
+                " type=" + std::to_string(pad.type) + " vendor=" + hex16(pad.vendor_id) +
+                " id=" + hex16(pad.product_id) + " interfaces=" + std::to_string(pad.interfaces) +
+                " serial=" + utf8(pad.serial.value_or(u"")) + "\n";
     }
     return text;
 }
@@ -199,6 +211,29 @@ std::string ControlServer::log(const Words& words) {
 std::string ControlServer::state(const Words& words) {
     auto& pad = port(words);
     return std::string("plugged=") + (pad.device ? "1 " : "0 ") + (pad.model ? pad.model->state() : "");
+}
+
+std::string ControlServer::ssp(const Words& words) {
+    return ssp_pad(words).state();
+}
+
+std::string ControlServer::button(const Words& words) {
+    ssp_pad(words).press_button(static_cast<std::uint8_t>(parse_number(words[2], 10, 0, 255)));
+    return {};
+}
+
+std::string ControlServer::pen(const Words& words) {
+    auto& pad = ssp_pad(words);
+    const auto record = parse_hex(words[2]);
+    if (record.empty() || record.size() > longest_legacy_payload)
+        throw std::invalid_argument("pen data has 1 to " + std::to_string(longest_legacy_payload) + " bytes");
+    pad.send_pen_data(record);
+    return {};
+}
+
+std::string ControlServer::send(const Words& words) {
+    ssp_pad(words).outbox().send_raw(parse_hex(words[2]));
+    return {};
 }
 
 } // namespace emulator

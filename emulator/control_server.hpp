@@ -44,8 +44,13 @@ class ControlServer {
     std::string input(const Words& words);
     std::string log(const Words& words);
     std::string state(const Words& words);
+    std::string ssp(const Words& words);
+    std::string button(const Words& words);
+    std::string pen(const Words& words);
+    std::string send(const Words& words);
     Port& port(const Words& words);
     Port& plugged_port(const Words& words);
+    SspPad& ssp_pad(const Words& words);
 
     EventLoop& loop_;
     Bus& bus_;

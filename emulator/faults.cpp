@@ -10,38 +10,59 @@ namespace emulator {
 
 namespace {
 
-enum class Parameter { none, required };
+constexpr TransferSet messages = set_of(TransferKind::reply) | set_of(TransferKind::pen);
+constexpr TransferSet transfers = ~messages;
+constexpr TransferSet bulk = set_of(TransferKind::bulk_in) | set_of(TransferKind::bulk_out);
+
+enum class Parameter { none, number, bytes };
 
 struct KindName {
     std::string_view name;
     FaultKind kind;
     Parameter parameter;
+    unsigned long lowest;
     unsigned long highest;
+    TransferSet strikes;
 };
 
-constexpr std::array<KindName, 8> kind_names{{
-    {"stall", FaultKind::stall, Parameter::none, 0},
-    {"silence", FaultKind::silence, Parameter::none, 0},
-    {"garbage", FaultKind::garbage, Parameter::none, 0},
-    {"short", FaultKind::short_reply, Parameter::required, 65535},
-    {"delay", FaultKind::delay, Parameter::required, 3600000},
-    {"wrong-command", FaultKind::wrong_command, Parameter::none, 0},
-    {"status", FaultKind::status, Parameter::required, 255},
-    {"unplug", FaultKind::unplug, Parameter::none, 0},
+constexpr std::array<KindName, 18> kind_names{{
+    {"stall", FaultKind::stall, Parameter::none, 0, 0, transfers},
+    {"silence", FaultKind::silence, Parameter::none, 0, 0, transfers},
+    {"garbage", FaultKind::garbage, Parameter::none, 0, 0, transfers},
+    {"short", FaultKind::short_reply, Parameter::number, 0, 65535, transfers},
+    {"delay", FaultKind::delay, Parameter::number, 0, 3600000, transfers},
+    {"wrong-command", FaultKind::wrong_command, Parameter::none, 0, 0, transfers},
+    {"status", FaultKind::status, Parameter::number, 0, 255, transfers},
+    {"unplug", FaultKind::unplug, Parameter::none, 0, 0, transfers},
+    {"split", FaultKind::split, Parameter::number, 1, 65535, messages},
+    {"merge", FaultKind::merge, Parameter::none, 0, 0, messages},
+    {"delay-reply", FaultKind::delay_reply, Parameter::number, 0, 3600000, messages},
+    {"drop", FaultKind::drop, Parameter::none, 0, 0, messages},
+    {"wrong-component", FaultKind::wrong_component, Parameter::none, 0, 0, messages},
+    {"wrong-result", FaultKind::wrong_result, Parameter::none, 0, 0, messages},
+    {"noise", FaultKind::noise, Parameter::number, 1, 65535, messages},
+    {"cut", FaultKind::cut, Parameter::number, 0, 1000000, messages},
+    {"replace", FaultKind::replace, Parameter::bytes, 0, 0, messages},
+    {"junk", FaultKind::junk, Parameter::none, 0, 0, messages},
 }};
 
 struct TransferName {
     std::string_view name;
-    std::optional<TransferKind> kind;
+    TransferSet kinds;
 };
 
-constexpr std::array<TransferName, 6> transfer_names{{
-    {"get-feature", TransferKind::get_feature},
-    {"set-feature", TransferKind::set_feature},
-    {"input", TransferKind::input},
-    {"string", TransferKind::string},
-    {"descriptor", TransferKind::descriptor},
-    {"any", std::nullopt},
+constexpr std::array<TransferName, 11> transfer_names{{
+    {"get-feature", set_of(TransferKind::get_feature)},
+    {"set-feature", set_of(TransferKind::set_feature)},
+    {"input", set_of(TransferKind::input)},
+    {"bulk-in", set_of(TransferKind::bulk_in)},
+    {"bulk-out", set_of(TransferKind::bulk_out)},
+    {"bulk", bulk},
+    {"string", set_of(TransferKind::string)},
+    {"descriptor", set_of(TransferKind::descriptor)},
+    {"any", transfers},
+    {"ssp", set_of(TransferKind::reply)},
+    {"pen", set_of(TransferKind::pen)},
 }};
 
 // Finds a table's entry by its name.
@@ -66,24 +87,33 @@ Fault parse_fault(std::string_view text) {
     const auto& kind = entry(kind_names, list.front().first, "fault");
     Fault fault;
     fault.kind = kind.kind;
-    if (kind.parameter == Parameter::required)
-        fault.parameter = parse_number(list.front().second, 10, 0, kind.highest);
+    fault.on = kind.strikes == messages ? set_of(TransferKind::reply) : kind.strikes;
+    const bool has_seed =
+        fault.kind == FaultKind::garbage || fault.kind == FaultKind::noise || fault.kind == FaultKind::junk;
+    unsigned long seed = 0;
+    if (kind.parameter == Parameter::number)
+        fault.parameter = parse_number(list.front().second, 10, kind.lowest, kind.highest);
+    else if (kind.parameter == Parameter::bytes)
+        fault.bytes = parse_hex(list.front().second);
     else if (!list.front().second.empty())
         throw std::invalid_argument(std::string(kind.name) + " takes no value");
     for (std::size_t i = 1; i < list.size(); ++i) {
         const auto& [key, value] = list[i];
         if (key == "on")
-            fault.on = entry(transfer_names, value, "transfer").kind;
+            fault.on = entry(transfer_names, value, "transfer").kinds;
         else if (key == "count")
             fault.left = parse_number(value, 10, 1, most);
         else if (key == "after")
             fault.after = parse_number(value, 10, 0, most);
-        else if (key == "seed" && fault.kind == FaultKind::garbage)
-            fault.parameter = parse_number(value, 10, 0, most);
+        else if (key == "seed" && has_seed)
+            seed = parse_number(value, 10, 0, most);
         else
-            throw std::invalid_argument("unknown key '" + key + "'; there are on, count, after, and seed of garbage");
+            throw std::invalid_argument("unknown key '" + key +
+                                        "'; there are on, count, after, and seed of random bytes");
     }
-    fault.random.seed(static_cast<std::minstd_rand::result_type>(fault.parameter + 1));
+    if ((fault.on & kind.strikes) != fault.on)
+        throw std::invalid_argument(std::string(kind.name) + " cannot strike there");
+    fault.random.seed(static_cast<std::minstd_rand::result_type>(seed + 1));
     return fault;
 }
 
@@ -104,7 +134,7 @@ Verdict FaultList::judge(TransferKind transfer) {
     std::erase_if(faults_, [](const Fault& fault) { return fault.left == 0UL; });
     Verdict verdict;
     for (auto& fault : faults_) {
-        if (fault.on && fault.on != transfer)
+        if ((fault.on & set_of(transfer)) == 0)
             continue;
         if (fault.after > 0) {
             --fault.after;
@@ -125,10 +155,7 @@ Verdict FaultList::judge(TransferKind transfer) {
         case FaultKind::delay:
             verdict.delay += std::chrono::milliseconds(fault.parameter);
             break;
-        case FaultKind::garbage:
-        case FaultKind::short_reply:
-        case FaultKind::wrong_command:
-        case FaultKind::status:
+        default:
             verdict.alterations.push_back(&fault);
             break;
         }

@@ -11,14 +11,41 @@
 
 namespace emulator {
 
-enum class TransferKind { get_feature, set_feature, input, string, descriptor, other };
+// What faults may strike: transfers, and the messages that the pad puts into its stream.
+enum class TransferKind { get_feature, set_feature, input, bulk_in, bulk_out, string, descriptor, other, reply, pen };
 
-enum class FaultKind { stall, silence, garbage, short_reply, delay, wrong_command, status, unplug };
+using TransferSet = unsigned;
+constexpr TransferSet set_of(TransferKind kind) {
+    return 1U << static_cast<unsigned>(kind);
+}
+
+enum class FaultKind {
+    stall,
+    silence,
+    garbage,
+    short_reply,
+    delay,
+    wrong_command,
+    status,
+    unplug,
+    // of messages
+    split,
+    merge,
+    delay_reply,
+    drop,
+    wrong_component,
+    wrong_result,
+    noise,
+    cut,
+    replace,
+    junk,
+};
 
 struct Fault {
     FaultKind kind{};
-    unsigned long parameter = 0;       // bytes, milliseconds, status code, seed
-    std::optional<TransferKind> on;    // nothing: any transfer
+    unsigned long parameter = 0;     // bytes, milliseconds, status code
+    std::vector<std::uint8_t> bytes; // what takes a reply's place
+    TransferSet on = 0;
     unsigned long after = 0;           // matching transfers still to be let through
     std::optional<unsigned long> left; // how often it still strikes; nothing: for ever
     std::minstd_rand random;
@@ -35,7 +62,7 @@ struct Verdict {
     std::chrono::milliseconds delay{0};
     std::vector<Fault*> alterations; // valid until the next change of the list
 
-    void alter(std::vector<std::uint8_t>& data) const;
+    void alter(std::vector<std::uint8_t>& data) const; // of a transfer; messages look at the alterations themselves
 };
 
 class FaultList {

@@ -14,7 +14,7 @@ Runs COMMAND with virtual USB signature pads plugged in. COMMAND sees them throu
 were real, without root and without a kernel module. Exits with COMMAND's exit status, or 128 + signal.
 
 Options:
-  --pad KEY=VALUE,...   plugs in a pad; may be repeated. Without it there is one pad with the defaults:
+  --pad KEY=VALUE,...   plugs in a HID pad; may be repeated. Without it there is one pad with the defaults:
       type=16             kind of pad: 1, 8 to 13, 15 to 17
       vendor=, id=        USB ids in hexadecimal; default: the first ones of the type
       interfaces=2        HID interfaces, 1 to 255
@@ -24,6 +24,20 @@ Options:
       version=1.2.3.4:VPAD  firmware version and its manufacturer
       mode-delay=0        status replies that still show the old mode after a mode was set
       unknown=refuse      unknown commands are answered with status 5; loop-back: what was written can be read back
+      ssp=yes             the pad speaks SSP; default: of types 15 to 17 yes, else no
+      components=5:11:3:1 component types, as the pad lists them; their places are their ids
+      modes=0:5:6:13      types of the signpad's modes, likewise
+      conf-busy=0         state queries that find a changed configuration still being applied
+      conf-fail=no        yes: a changed configuration fails
+      connection=0        connection type
+      pen-rate=100        records of pen data in a second while it is on; 0: only those asked for
+      pen-size=6          bytes in a record, 1 to 64
+      told-vendor=, told-id=, told-serial=
+                          ids in hexadecimal and serial number in the pad's description; default: the pad's own
+  --vcom KEY=VALUE,...  plugs in a VCOM pad, which has bulk endpoints for its SSP stream; the same keys but interfaces
+                        and ssp. On the bus it has ids of VCOM pads, in its description those of its type; unknown
+                        commands are looped back. One more key:
+      named=no            yes: bus ids of the chip vendor whose devices are pads only by their maker's name
   --fault N:FAULT       makes transfers of pad N (1 is the first) go wrong; may be repeated
   --control PATH        where the control socket is; default: in a private directory
   --verbose             traces all transfers to standard error
@@ -38,7 +52,18 @@ Faults: KIND[=VALUE][,on=TRANSFER][,count=HOW_OFTEN][,after=LET_THROUGH_FIRST]
   wrong-command         first byte is one too high
   status=CODE           second byte is CODE
   unplug                the pad is pulled out
-  TRANSFER is get-feature, set-feature, input, string, descriptor or any (the default).
+  TRANSFER is get-feature, set-feature, input, bulk-in, bulk-out, bulk (both), string, descriptor or any (the default).
+Faults of messages that the pad puts into its stream, on=ssp (replies, the default) or on=pen (pen data):
+  split=BYTES           comes in pieces of at most so many bytes, each in a packet or report of its own
+  merge                 waits and comes in one piece with the next bytes
+  delay-reply=MILLISECONDS  comes late; later messages may overtake it
+  drop                  does not come
+  wrong-component       component id is one too high; what is no base message looks like one
+  wrong-result          result is one too high; of a carried report the second byte
+  noise=BYTES[,seed=S]  so many random bytes before its token
+  cut=BYTES             its part of the stream is cut off after so many bytes
+  replace=HEX           another message comes instead
+  junk[,seed=S]         from here on, until the pad is unplugged, only random bytes without a token come
 
 The environment variable VXPAD_EMULATOR_CONTROL tells COMMAND the path of the control socket. A request is a line; an
 empty line ends the reply, which begins with "ok" or "error":
@@ -50,9 +75,14 @@ empty line ends the reply, which begins with "ok" or "error":
                         queues an input report, COUNT times
   log N                 the reports that crossed the bus since the last time: direction, kind, interface, bytes
   state N               mode, signature rectangle and counters
+  ssp N                 pen data on or off, last mode command, connection type, configuration variables and counters
+  button N VALUE        the user has pressed a button
+  pen N HEX             sends a record of pen data, also while it is off
+  send N HEX            puts bytes into the pad's stream as they are
 
 Example:
   vxpad-emulator run --pad type=11,serial=A1 --pad type=1,interfaces=1 --fault 1:stall,on=get-feature,count=2 -- lsusb
+  vxpad-emulator run --vcom type=16,conf-busy=2 --fault 1:split=1 -- my-program
 )";
 }
 
@@ -101,7 +131,7 @@ Options parse_options(std::span<char* const> arguments) {
             value = name.substr(equals + 1);
             name = name.substr(0, equals);
         }
-        if (name != "--pad" && name != "--fault" && name != "--control")
+        if (name != "--pad" && name != "--vcom" && name != "--fault" && name != "--control")
             throw std::invalid_argument("unknown option '" + std::string(name) + "'");
         if (!value) {
             if (++next == arguments.size())
@@ -109,8 +139,9 @@ Options parse_options(std::span<char* const> arguments) {
             value = arguments[next];
         }
         try {
-            if (name == "--pad")
-                options.pads.push_back(parse_pad_settings(*value, unsigned(options.pads.size() + 1)));
+            if (name == "--pad" || name == "--vcom")
+                options.pads.push_back(parse_pad_settings(*value, unsigned(options.pads.size() + 1),
+                                                          name == "--vcom" ? PadKind::vcom : PadKind::hid));
             else if (name == "--fault")
                 options.faults.push_back(numbered_fault(*value));
             else

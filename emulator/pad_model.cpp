@@ -13,7 +13,8 @@ enum CommandCode : std::uint8_t {
     command_read_version = 0x11,
     command_get_status = 0x27,
     command_create_rectangle = 0x65,
-    command_read_message_bytes = 0xf9,
+    command_write_stream = 0xf8,
+    command_read_stream = 0xf9,
 };
 
 constexpr std::uint8_t status_ok = 0;
@@ -50,20 +51,28 @@ struct PadModel::Command {
 PadModel::PadModel(const PadSettings& settings) : settings_(settings), interfaces_(settings.interfaces) {}
 
 void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> report) {
-    static constexpr std::array<Command, 5> commands{{
+    static constexpr std::array<Command, 4> commands{{
         {command_set_mode, true, &PadModel::set_mode},
         {command_read_version, false, &PadModel::read_version},
         {command_get_status, false, &PadModel::get_status},
         {command_create_rectangle, true, &PadModel::create_rectangle},
-        {command_read_message_bytes, true, &PadModel::read_message_bytes},
     }};
     auto& state = interfaces_.at(interface);
+    if (!report.empty() && report[0] == command_write_stream && write_stream_) {
+        write_stream_(report.subspan(1));
+        return;
+    }
     FeatureReport request{};
     std::copy_n(report.begin(), std::min(report.size(), request.size()), request.begin());
     state.last_written = request;
     state.reply.reset();
+    state.reads_stream = request[0] == command_read_stream && settings_.kind == PadKind::hid;
     if (report.empty())
         return;
+    if (state.reads_stream) {
+        ++commands_;
+        return;
+    }
     const bool oldest = settings_.type == oldest_type;
     const auto* command = std::ranges::find_if(
         commands, [&](const Command& c) { return c.code == request[0] && (c.oldest_has_it || !oldest); });
@@ -92,6 +101,8 @@ void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> r
 
 FeatureReport PadModel::read_feature(unsigned interface) {
     auto& state = interfaces_.at(interface);
+    if (state.reads_stream)
+        return stream_report();
     const auto report = state.reply.value_or(state.last_written);
     state.reply.reset();
     return report;
@@ -161,7 +172,13 @@ void PadModel::create_rectangle(std::span<const std::uint8_t> request, FeatureRe
     rectangle_.flag = get32(request, 9);
 }
 
-// Hands out 62 bytes of the message stream; nothing is waiting in it.
-void PadModel::read_message_bytes(std::span<const std::uint8_t>, FeatureReport&) {}
+// Behind code and status the next bytes of the stream, filled up with zeros.
+FeatureReport PadModel::stream_report() {
+    constexpr std::size_t head = 2;
+    FeatureReport report{command_read_stream, status_ok};
+    if (read_stream_)
+        std::ranges::copy(read_stream_(report.size() - head), report.begin() + head);
+    return report;
+}
 
 } // namespace emulator

@@ -44,12 +44,20 @@ class PadModel {
     // Called when an input report has been queued.
     void on_input(std::function<void(unsigned interface)> callback) { input_callback_ = std::move(callback); }
 
+    // Feature reports also carry the pieces of a message stream, of a pad that has one.
+    void connect_stream(std::function<void(std::span<const std::uint8_t>)> write,
+                        std::function<std::vector<std::uint8_t>(std::size_t most)> read) {
+        write_stream_ = std::move(write);
+        read_stream_ = std::move(read);
+    }
+
     std::string state() const; // "mode=1 rectangle=..." for the control socket
 
   private:
     struct Interface {
         FeatureReport last_written{};
         std::optional<FeatureReport> reply;
+        bool reads_stream = false; // until another report is written
         std::deque<std::vector<std::uint8_t>> inputs;
     };
     struct Command;
@@ -58,11 +66,13 @@ class PadModel {
     void read_version(std::span<const std::uint8_t> request, FeatureReport& reply);
     void get_status(std::span<const std::uint8_t> request, FeatureReport& reply);
     void create_rectangle(std::span<const std::uint8_t> request, FeatureReport& reply);
-    void read_message_bytes(std::span<const std::uint8_t> request, FeatureReport& reply);
+    FeatureReport stream_report();
 
     PadSettings settings_;
     std::vector<Interface> interfaces_;
     std::function<void(unsigned)> input_callback_;
+    std::function<void(std::span<const std::uint8_t>)> write_stream_;
+    std::function<std::vector<std::uint8_t>(std::size_t)> read_stream_;
     std::uint8_t mode_ = 0;
     std::uint8_t shown_mode_ = 0; // what the status tells while a mode change is under way
     unsigned polls_until_shown_ = 0;

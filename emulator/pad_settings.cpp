@@ -2,6 +2,7 @@
 
 #include "text.hpp"
 
+#include <algorithm>
 #include <array>
 #include <set>
 #include <span>
@@ -60,9 +61,30 @@ bool flag(std::string_view text, std::string_view off, std::string_view on) {
     return text == on;
 }
 
+// "5:11:3:1", perhaps empty
+template <typename Number> std::vector<Number> numbers(std::string_view text, unsigned long highest) {
+    constexpr std::size_t most = 255; // as the pad counts them in one byte
+    std::vector<Number> list;
+    while (!text.empty()) {
+        const auto colon = std::min(text.find(':'), text.size());
+        list.push_back(static_cast<Number>(parse_number(text.substr(0, colon), 10, 0, highest)));
+        text.remove_prefix(std::min(colon + 1, text.size()));
+    }
+    if (list.size() > most)
+        throw std::invalid_argument("at most " + std::to_string(most));
+    return list;
+}
+
+std::string told_serial(const std::string& text) {
+    constexpr std::size_t longest = 255;
+    if (text.size() > longest)
+        throw std::invalid_argument("at most " + std::to_string(longest) + " bytes");
+    return text;
+}
+
 using Setter = void (*)(PadSettings&, const std::string& value);
 
-constexpr std::array<std::pair<std::string_view, Setter>, 10> setters{{
+constexpr std::array<std::pair<std::string_view, Setter>, 22> setters{{
     {"type", [](PadSettings& pad, const std::string& v) { pad.type = unsigned(parse_number(v, 10, 0, 255)); }},
     {"vendor",
      [](PadSettings& pad, const std::string& v) { pad.vendor_id = std::uint16_t(parse_number(v, 16, 0, 0xffff)); }},
@@ -77,23 +99,42 @@ constexpr std::array<std::pair<std::string_view, Setter>, 10> setters{{
     {"mode-delay",
      [](PadSettings& pad, const std::string& v) { pad.mode_delay = unsigned(parse_number(v, 10, 0, 1000000)); }},
     {"unknown", [](PadSettings& pad, const std::string& v) { pad.loop_back = flag(v, "refuse", "loop-back"); }},
+    {"named", [](PadSettings& pad, const std::string& v) { pad.named = flag(v, "no", "yes"); }},
+    {"ssp", [](PadSettings& pad, const std::string& v) { pad.has_ssp = flag(v, "no", "yes"); }},
+    {"components", [](PadSettings& pad, const std::string& v) { pad.ssp.components = numbers<std::uint8_t>(v, 255); }},
+    {"modes", [](PadSettings& pad, const std::string& v) { pad.ssp.modes = numbers<std::uint32_t>(v, 0xffffffff); }},
+    {"told-vendor",
+     [](PadSettings& pad, const std::string& v) {
+         pad.ssp.vendor_id = std::uint32_t(parse_number(v, 16, 0, 0xffffffff));
+     }},
+    {"told-id", [](PadSettings& pad,
+                   const std::string& v) { pad.ssp.product_id = std::uint32_t(parse_number(v, 16, 0, 0xffffffff)); }},
+    {"told-serial", [](PadSettings& pad, const std::string& v) { pad.ssp.serial = told_serial(v); }},
+    {"conf-busy",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.conf_busy = unsigned(parse_number(v, 10, 0, 1000000)); }},
+    {"conf-fail", [](PadSettings& pad, const std::string& v) { pad.ssp.conf_fails = flag(v, "no", "yes"); }},
+    {"connection",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.connection = std::uint8_t(parse_number(v, 10, 0, 255)); }},
+    {"pen-rate",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.pen_rate = unsigned(parse_number(v, 10, 0, 100000)); }},
+    {"pen-size",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.pen_size = unsigned(parse_number(v, 10, 1, 64)); }},
 }};
 
-// Gives a pad of a known type the first ids of that type, as far as it has none.
-void fill_ids(PadSettings& pad, bool has_vendor, bool has_product) {
+constexpr std::array<unsigned, 3> ssp_types{15, 16, 17};
+
+struct Ids {
+    std::uint32_t vendor = 0;
+    std::uint32_t product = 0;
+};
+
+// The first ids of a type.
+std::optional<Ids> ids_of(unsigned type) {
     for (const auto& family : families)
-        for (const auto& product : family.products) {
-            if (product.pad_type != pad.type)
-                continue;
-            if (!has_vendor)
-                pad.vendor_id = static_cast<std::uint16_t>(family.vendors.front());
-            if (!has_product)
-                pad.product_id = static_cast<std::uint16_t>(product.product_id);
-            return;
-        }
-    if (!has_vendor || !has_product)
-        throw std::invalid_argument("there are no USB ids for type " + std::to_string(pad.type) +
-                                    "; give vendor and id");
+        for (const auto& product : family.products)
+            if (product.pad_type == type)
+                return Ids{family.vendors.front(), product.product_id};
+    return std::nullopt;
 }
 
 // The type that goes with the ids; a device that is no known pad keeps its type.
@@ -105,10 +146,41 @@ void fill_type(PadSettings& pad) {
                     pad.type = product.pad_type;
 }
 
+// What was not given follows from the type. A VCOM pad shows other ids on the bus than it tells of itself.
+void fill_ids(PadSettings& pad, const std::set<std::string>& given) {
+    const auto from = [&](const char* prefix) {
+        return std::pair(given.contains(prefix + std::string("vendor")), given.contains(prefix + std::string("id")));
+    };
+    const bool vcom = pad.kind == PadKind::vcom;
+    const auto known = ids_of(pad.type);
+    auto bus = known.value_or(Ids{});
+    if (vcom)
+        bus = pad.named ? Ids{usb_ids::vcom_named_vendor, usb_ids::vcom_named_product}
+                        : Ids{usb_ids::shared_vendors.front(), usb_ids::vcom_products.front()};
+    const auto [has_vendor, has_product] = from("");
+    const auto [tells_vendor, tells_product] = from("told-");
+    if (!known && (vcom ? !tells_vendor || !tells_product : !has_vendor || !has_product))
+        throw std::invalid_argument("there are no ids for type " + std::to_string(pad.type) + "; give " +
+                                    (vcom ? "told-vendor and told-id" : "vendor and id"));
+    if (!has_vendor)
+        pad.vendor_id = static_cast<std::uint16_t>(bus.vendor);
+    if (!has_product)
+        pad.product_id = static_cast<std::uint16_t>(bus.product);
+    if (!vcom && !given.contains("type"))
+        fill_type(pad);
+    const auto told = vcom ? known.value_or(Ids{}) : Ids{pad.vendor_id, pad.product_id};
+    if (!tells_vendor)
+        pad.ssp.vendor_id = told.vendor;
+    if (!tells_product)
+        pad.ssp.product_id = told.product;
+}
+
 } // namespace
 
-PadSettings parse_pad_settings(std::string_view text, unsigned number) {
+PadSettings parse_pad_settings(std::string_view text, unsigned number, PadKind kind) {
     PadSettings pad;
+    pad.kind = kind;
+    pad.loop_back = kind == PadKind::vcom;
     const auto digits = std::to_string(number);
     pad.maker = u"Virtual Pads";
     pad.product = u"Virtual Signature Pad";
@@ -132,11 +204,18 @@ PadSettings parse_pad_settings(std::string_view text, unsigned number) {
         }
         given.insert(key);
     }
-    const bool has_vendor = given.contains("vendor");
-    const bool has_product = given.contains("id");
-    fill_ids(pad, has_vendor, has_product);
-    if (!given.contains("type"))
-        fill_type(pad);
+    fill_ids(pad, given);
+    if (!given.contains("told-serial"))
+        pad.ssp.serial = utf8(pad.serial.value_or(u"")).substr(0, 255);
+    if (kind == PadKind::vcom) {
+        if (given.contains("interfaces") || !pad.has_ssp)
+            throw std::invalid_argument("a VCOM pad has one interface, which speaks SSP");
+        pad.interfaces = 1;
+    } else if (pad.named) {
+        throw std::invalid_argument("named is for VCOM pads");
+    } else if (!given.contains("ssp")) {
+        pad.has_ssp = std::ranges::find(ssp_types, pad.type) != ssp_types.end();
+    }
     return pad;
 }
 

@@ -54,9 +54,21 @@ Bytes device_descriptor(const PadSettings& pad) {
             1}; // configurations
 }
 
+bool has_endpoint(const PadSettings& pad, unsigned interface, std::uint8_t endpoint) {
+    if (pad.kind == PadKind::vcom)
+        return endpoint == bulk_in_endpoint || endpoint == bulk_out_endpoint;
+    return endpoint == input_endpoint(interface);
+}
+
 Bytes configuration_descriptor(const PadSettings& pad) {
     Bytes bytes;
     for (unsigned i = 0; i < pad.interfaces; ++i) {
+        if (pad.kind == PadKind::vcom) {
+            append(bytes, {9, 0x04, low(i), 0, 2 /* endpoints */, 0xff /* a vendor's own */, 0, 0, 0});
+            for (const auto endpoint : {bulk_in_endpoint, bulk_out_endpoint})
+                append(bytes, {7, 0x05, endpoint, 0x02 /* bulk */, low(bulk_packet_size), high(bulk_packet_size), 0});
+            continue;
+        }
         append(bytes, {9, 0x04, low(i), 0, 1 /* endpoint */, 0x03 /* HID */, 0, 0, 0});
         const auto hid = hid_descriptor(pad); // hidapi wants it between interface and endpoint
         bytes.insert(bytes.end(), hid.begin(), hid.end());

@@ -70,15 +70,20 @@ std::string describe(const SetupPacket& setup) {
 
 } // namespace
 
-UsbDevice::UsbDevice(EventLoop& loop, PadModel& model, FaultList& faults, TransferLog& log,
+UsbDevice::UsbDevice(EventLoop& loop, PadModel& model, SspPad* ssp, FaultList& faults, TransferLog& log,
                      std::function<void()> pull_out)
-    : loop_(loop), model_(model), faults_(faults), log_(log), pull_out_(std::move(pull_out)),
-      inputs_(model.settings().interfaces) {
-    model_.on_input([this](unsigned interface) { serve(inputs_.at(interface)); });
+    : loop_(loop), model_(model), ssp_(ssp), faults_(faults), log_(log), pull_out_(std::move(pull_out)),
+      inputs_(is_vcom() ? 0 : model.settings().interfaces) {
+    if (is_vcom())
+        ssp_->outbox().on_bytes([this] { serve(bulk_in_); });
+    else
+        model_.on_input([this](unsigned interface) { serve(inputs_.at(interface)); });
 }
 
 UsbDevice::~UsbDevice() {
     model_.on_input({});
+    if (is_vcom())
+        ssp_->outbox().on_bytes({});
     cancel_all(TransferStatus::unplugged);
 }
 
@@ -90,7 +95,11 @@ UsbDevice::Bytes UsbDevice::descriptors() const {
 }
 
 UsbDevice::Lane& UsbDevice::lane_of(const Transfer& transfer) {
-    return transfer.endpoint == 0 ? control_ : inputs_.at(transfer.interface);
+    if (transfer.endpoint == 0)
+        return control_;
+    if (is_vcom())
+        return transfer.is_in() ? bulk_in_ : bulk_out_;
+    return inputs_.at(transfer.interface);
 }
 
 void UsbDevice::submit(std::shared_ptr<Transfer> transfer) {
@@ -119,7 +128,8 @@ void UsbDevice::cancel_all(TransferStatus status) {
         while (!lane.waiting.empty())
             finish(lane, status);
     };
-    empty(control_);
+    for (auto* lane : {&control_, &bulk_in_, &bulk_out_})
+        empty(*lane);
     std::ranges::for_each(inputs_, empty);
 }
 
@@ -128,10 +138,14 @@ void UsbDevice::serve(Lane& lane) {
         const auto* before = lane.waiting.front().get();
         if (&lane == &control_)
             serve_control(lane);
+        else if (&lane == &bulk_in_)
+            serve_bulk_in(lane);
+        else if (&lane == &bulk_out_)
+            serve_bulk_out(lane);
         else
             serve_input(lane);
         if (!lane.busy && !lane.waiting.empty() && lane.waiting.front().get() == before)
-            return; // waits for an input report
+            return; // waits for something to deliver
     }
 }
 
@@ -225,13 +239,57 @@ void UsbDevice::serve_input(Lane& lane) {
     }
 }
 
+// Packets fill the transfer until one is short or no room is left. A fault strikes the whole of it.
+void UsbDevice::serve_bulk_in(Lane& lane) {
+    auto& outbox = ssp_->outbox();
+    if (outbox.empty())
+        return;
+    auto& transfer = *lane.waiting.front();
+    const auto verdict = faults_.empty() ? Verdict{} : faults_.judge(TransferKind::bulk_in);
+    if (!begin(lane, verdict))
+        return;
+    if (verdict.stall) {
+        log_.report(true, "bulk", 0, {}, "stall");
+        return finish_after(lane, std::max<EventLoop::Clock::duration>(verdict.delay, polling_interval),
+                            TransferStatus::stalled);
+    }
+    bool fits = true;
+    for (bool more = true; more;) {
+        const auto packet = outbox.take_packet(bulk_packet_size);
+        fits = packet.size() <= transfer.room - transfer.data.size();
+        if (fits)
+            transfer.data.insert(transfer.data.end(), packet.begin(), packet.end());
+        more = fits && packet.size() == bulk_packet_size && transfer.data.size() < transfer.room;
+    }
+    verdict.alter(transfer.data);
+    log_.report(true, "bulk", 0, transfer.data, fits ? "" : "overflow");
+    finish_after(lane, verdict.delay, fits ? TransferStatus::done : TransferStatus::overflow);
+}
+
+void UsbDevice::serve_bulk_out(Lane& lane) {
+    auto& transfer = *lane.waiting.front();
+    const auto verdict = faults_.empty() ? Verdict{} : faults_.judge(TransferKind::bulk_out);
+    if (!begin(lane, verdict))
+        return;
+    if (verdict.stall) {
+        log_.report(false, "bulk", 0, transfer.data, "stall");
+        return finish_after(lane, std::max<EventLoop::Clock::duration>(verdict.delay, polling_interval),
+                            TransferStatus::stalled);
+    }
+    verdict.alter(transfer.data);
+    log_.report(false, "bulk", 0, transfer.data, "");
+    const auto data = transfer.data;
+    finish_after(lane, verdict.delay, TransferStatus::done);
+    ssp_->receive(data);
+}
+
 // Nothing: the pad stalls.
 std::optional<UsbDevice::Bytes> UsbDevice::answer(const SetupPacket& setup, std::span<const std::uint8_t> data) {
     if ((setup.request_type & recipient_mask) == recipient_interface && low(setup.index) >= interfaces())
         return std::nullopt;
     if ((setup.request_type & type_mask) == type_standard)
         return answer_standard(setup);
-    return is_hid(setup) ? answer_hid(setup, data) : std::nullopt;
+    return is_hid(setup) && !is_vcom() ? answer_hid(setup, data) : std::nullopt;
 }
 
 std::optional<UsbDevice::Bytes> UsbDevice::answer_standard(const SetupPacket& setup) {
@@ -260,6 +318,8 @@ std::optional<UsbDevice::Bytes> UsbDevice::answer_standard(const SetupPacket& se
 
 std::optional<UsbDevice::Bytes> UsbDevice::descriptor(const SetupPacket& setup) const {
     const auto& pad = model_.settings();
+    if (is_vcom() && (high(setup.value) == descriptor_hid || high(setup.value) == descriptor_report))
+        return std::nullopt;
     switch (high(setup.value)) {
     case descriptor_device:
         return device_descriptor(pad);

@@ -5,6 +5,7 @@
 #include "event_loop.hpp"
 #include "faults.hpp"
 #include "pad_model.hpp"
+#include "ssp_pad.hpp"
 #include "transfer_log.hpp"
 
 #include <array>
@@ -45,19 +46,22 @@ class UsbDevice {
   public:
     using Bytes = std::vector<std::uint8_t>;
 
-    // `pull_out` is called, never from inside a call of this class, when a fault takes the pad off the bus.
-    UsbDevice(EventLoop& loop, PadModel& model, FaultList& faults, TransferLog& log, std::function<void()> pull_out);
+    // `pull_out` is called, never from inside a call of this class, when a fault takes the pad off the bus. A VCOM pad
+    // has an `ssp`, for its bulk endpoints.
+    UsbDevice(EventLoop& loop, PadModel& model, SspPad* ssp, FaultList& faults, TransferLog& log,
+              std::function<void()> pull_out);
     ~UsbDevice();
     UsbDevice(const UsbDevice&) = delete;
     UsbDevice& operator=(const UsbDevice&) = delete;
 
-    const PadModel& model() const { return model_; }
+    const PadSettings& settings() const { return model_.settings(); }
     unsigned interfaces() const { return model_.settings().interfaces; }
 
     // The device descriptor, then the configuration.
     Bytes descriptors() const;
 
-    // Transfers of one lane (the control endpoint, an interface's input) are served one after the other.
+    // Transfers of one lane (the control endpoint, an interface's input, a bulk endpoint) are served one after the
+    // other.
     void submit(std::shared_ptr<Transfer> transfer);
     void cancel(const std::shared_ptr<Transfer>& transfer);
     void cancel_all(TransferStatus status);
@@ -70,12 +74,15 @@ class UsbDevice {
     };
 
     Lane& lane_of(const Transfer& transfer);
+    bool is_vcom() const { return settings().kind == PadKind::vcom; }
     void serve(Lane& lane);
     void finish(Lane& lane, TransferStatus status);
     void finish_after(Lane& lane, EventLoop::Clock::duration delay, TransferStatus status);
     bool begin(Lane& lane, const Verdict& verdict);
     void serve_control(Lane& lane);
     void serve_input(Lane& lane);
+    void serve_bulk_in(Lane& lane);
+    void serve_bulk_out(Lane& lane);
 
     std::optional<Bytes> answer(const SetupPacket& setup, std::span<const std::uint8_t> data);
     std::optional<Bytes> answer_standard(const SetupPacket& setup);
@@ -84,12 +91,15 @@ class UsbDevice {
 
     EventLoop& loop_;
     PadModel& model_;
+    SspPad* ssp_;
     FaultList& faults_;
     TransferLog& log_;
     std::function<void()> pull_out_;
     std::uint8_t configuration_ = 1;
     Lane control_;
     std::vector<Lane> inputs_; // by interface
+    Lane bulk_in_;
+    Lane bulk_out_;
 };
 
 } // namespace emulator

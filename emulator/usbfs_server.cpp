@@ -394,10 +394,10 @@ int UsbfsServer::OpenFile::check_control(const SetupPacket& setup) {
 // Of the interfaces that share an endpoint address, rather one that this file has claimed.
 std::optional<unsigned> UsbfsServer::OpenFile::interface_of(std::uint8_t endpoint) const {
     for (const auto interface : claimed_)
-        if (input_endpoint(interface) == endpoint)
+        if (has_endpoint(port_->settings, interface, endpoint))
             return interface;
     for (unsigned interface = 0; exists(interface); ++interface)
-        if (input_endpoint(interface) == endpoint)
+        if (has_endpoint(port_->settings, interface, endpoint))
             return interface;
     return std::nullopt;
 }
@@ -437,6 +437,8 @@ int UsbfsServer::OpenFile::start(const usbfs_request& request,
         const auto interface = interface_of(request.endpoint);
         if (!interface)
             return ENOENT;
+        if (request.type == USBDEVFS_URB_TYPE_INTERRUPT && port_->settings.kind == PadKind::vcom)
+            return EINVAL; // the other way round the kernel allows it
         if (const int error = check_claim(*interface); error != 0)
             return error;
         transfer->endpoint = request.endpoint;
@@ -474,7 +476,7 @@ UsbfsServer::UsbfsServer(EventLoop& loop, Bus& bus, const std::string& socket_pa
     loop_.watch(listener_.get(), EPOLLIN, [this](std::uint32_t) { accept_file(); });
     const auto plugged = [this](Port& port) {
         kernel_driver_.resize(std::max<std::size_t>(kernel_driver_.size(), port.number));
-        kernel_driver_[port.number - 1].assign(port.settings.interfaces, true);
+        kernel_driver_[port.number - 1].assign(port.settings.interfaces, port.settings.kind == PadKind::hid);
     };
     const auto unplugging = [this](Port& port) {
         for (const auto& file : files_)

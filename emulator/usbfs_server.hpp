@@ -29,7 +29,7 @@ class UsbfsServer {
     Bus& bus_;
     Fd listener_;
     std::vector<std::unique_ptr<OpenFile>> files_;
-    // The kernel's HID driver holds each interface of a new pad until someone detaches it: by port and interface.
+    // The kernel's HID driver holds each HID interface of a new pad until someone detaches it: by port and interface.
     std::vector<std::vector<bool>> kernel_driver_;
 };
 
