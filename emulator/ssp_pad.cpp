@@ -80,11 +80,10 @@ void SspPad::handle(std::span<const std::uint8_t> message) {
 }
 
 void SspPad::handle_legacy(std::span<const std::uint8_t> message) {
-    if (model_.settings().kind == PadKind::hid)
-        ++refused_; // it has real reports
-    else if (std::ranges::equal(message, report_request))
+    const bool has_real_reports = model_.settings().kind == PadKind::hid;
+    if (!has_real_reports && std::ranges::equal(message, report_request))
         outbox_.send(short_message(legacy_message, model_.read_feature(0)), TransferKind::reply);
-    else if ((message[0] & pen_message) == legacy_message)
+    else if (!has_real_reports && (message[0] & pen_message) == legacy_message)
         model_.write_feature(0, message.subspan(1));
     else
         ++refused_;
@@ -105,13 +104,17 @@ void SspPad::handle_base(std::uint8_t component, Payload request) {
     static constexpr Request components{0, components_request, 1, &SspPad::list_components, true};
     const auto& types = model_.settings().ssp.components;
     const Request* found = nullptr;
-    if (component == 0 && request.size() == components.size && request[0] == components.id)
+    if (component == 0 && request.size() == components.size && request[0] == components.id) {
         found = &components;
-    else if (component < types.size())
-        found = std::ranges::find_if(requests, [&](const Request& r) {
+    } else if (component < types.size()) {
+        const auto* match = std::ranges::find_if(requests, [&](const Request& r) {
             return r.component_type == types[component] && r.id == request[0] && r.size == request.size();
         });
-    const bool known = found != nullptr && found != requests.end();
+        // Compared here: behind the table there may be anything, also the request above.
+        if (match != requests.end())
+            found = match;
+    }
+    const bool known = found != nullptr;
     const auto answer = known ? (this->*found->answer)(request) : std::nullopt;
     if (!answer)
         ++refused_;

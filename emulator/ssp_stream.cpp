@@ -1,5 +1,6 @@
 #include "ssp_stream.hpp"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <utility>
@@ -29,14 +30,18 @@ std::optional<std::size_t> size_of(std::span<const std::uint8_t> message) {
 
 Bytes base_message(std::uint8_t component, std::span<const std::uint8_t> payload) {
     const auto length = payload.size() - 1;
-    Bytes message{component, static_cast<std::uint8_t>(length & 0xff), static_cast<std::uint8_t>(length >> 8 & 0xff)};
-    message.insert(message.end(), payload.begin(), payload.end());
+    Bytes message(base_header_size + payload.size());
+    message[0] = component;
+    message[1] = static_cast<std::uint8_t>(length & 0xff);
+    message[2] = static_cast<std::uint8_t>(length >> 8 & 0xff);
+    std::ranges::copy(payload, message.begin() + base_header_size);
     return message;
 }
 
 Bytes short_message(std::uint8_t kind, std::span<const std::uint8_t> payload) {
-    Bytes message{static_cast<std::uint8_t>(kind | (payload.size() - 1))};
-    message.insert(message.end(), payload.begin(), payload.end());
+    Bytes message(1 + payload.size());
+    message[0] = static_cast<std::uint8_t>(kind | (payload.size() - 1));
+    std::ranges::copy(payload, message.begin() + 1);
     return message;
 }
 

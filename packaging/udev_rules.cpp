@@ -5,14 +5,18 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <string_view>
 
 namespace {
 
-void write_rule(std::ostream& out, std::uint32_t vendor, std::uint32_t product) {
-    char rule[128];
-    std::snprintf(rule, sizeof rule, R"(ATTR{idVendor}=="%04x", ATTR{idProduct}=="%04x", MODE="0660", TAG+="uaccess")",
-                  vendor, product);
-    out << rule << '\n';
+// Where a maker is given, for devices whose manufacturer string begins with that name.
+void write_rule(std::ostream& out, std::uint32_t vendor, std::uint32_t product, std::string_view maker = {}) {
+    char ids[64];
+    std::snprintf(ids, sizeof ids, R"(ATTR{idVendor}=="%04x", ATTR{idProduct}=="%04x", )", vendor, product);
+    out << ids;
+    if (!maker.empty())
+        out << R"(ATTR{manufacturer}==")" << maker << R"(*", )";
+    out << R"(MODE="0660", TAG+="uaccess")" << '\n';
 }
 
 void write_rules(std::ostream& out) {
@@ -28,7 +32,8 @@ void write_rules(std::ostream& out) {
     }
     for (const usb_ids::Product& product : usb_ids::classic_products)
         write_rule(out, usb_ids::classic_vendor, product.product_id);
-    write_rule(out, usb_ids::vcom_named_vendor, usb_ids::vcom_named_product);
+    for (const std::string_view maker : usb_ids::vcom_named_makers)
+        write_rule(out, usb_ids::vcom_named_vendor, usb_ids::vcom_named_product, maker);
     out << "LABEL=\"vxpadcom_end\"\n";
 }
 

@@ -187,6 +187,25 @@ VXPADCOM_API int ReadFile(unsigned int device, unsigned int interface, void* dst
                           unsigned int* reply);
 
 /* ------------------------------------------------------------------------------------------------------------------
+ * SSP messages
+ *
+ * Whole messages, without a report-id byte. interface and failures are those of reports.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/* Sends one message of src_length bytes. Replies to earlier messages that nobody received are dropped. */
+VXPADCOM_API int SendSspMessage(unsigned int device, unsigned int interface, const void* src, unsigned int src_length);
+
+/*
+ * Waits up to time_out milliseconds for one message that is no pen data. dst_length is at least 2; a longer message is
+ * cut. *reply receives the bytes stored. A time-out is a failure like any other.
+ */
+VXPADCOM_API int ReceiveSspMessage(unsigned int device, unsigned int interface, void* dst, unsigned int dst_length,
+                                   unsigned int time_out, unsigned int* reply);
+
+/* Declared for completeness: it only logs that it is not implemented. Always 0. */
+VXPADCOM_API int AddComDevice(void* argument_1, unsigned int argument_2, void* argument_3);
+
+/* ------------------------------------------------------------------------------------------------------------------
  * Events and logging
  * --------------------------------------------------------------------------------------------------------------- */
 
@@ -291,11 +310,14 @@ typedef struct vx_device {
     uint32_t ep_out_max_packet_size;
     uni_queue* ssp_input_read;
     uni_queue* ssp_command_messages;
+    uni_queue* ssp_unfinished; /* a message that a call had no time to complete: goes in front of the next read */
     int (*send_ssp_message)(struct vx_device* device, void* data, unsigned int length);
     int (*receive_ssp_message)(struct vx_device* device, void* data, unsigned int* length, unsigned int time_out,
                                unsigned char legacy, int selector);
-    int32_t count_of_interfaces;   /* this record and the further interfaces in use */
-    struct vx_device** interfaces; /* 8 further interfaces, of the pad's record only */
+    int32_t count_of_interfaces;      /* this record and the further interfaces in use */
+    struct vx_device** interfaces;    /* 8 further interfaces, of the pad's record only */
+    uint8_t components_id_table[128]; /* type of each component; all zero until the pad was asked */
+    uint32_t modes_id_table[32];      /* type of each signpad mode; all zero until the pad was asked */
 } vx_device;
 
 enum { VX_MAX_DEVICES = 16, VX_MAX_FURTHER_INTERFACES = 8 };
@@ -393,6 +415,141 @@ VXPADCOM_API int hid_input_read(struct hid_device_* hid, void* data, unsigned in
 /* Message bytes that the pad hands out in feature reports; time_out in ms. At most 62 bytes, or -1. */
 VXPADCOM_API int hid_read_ssp_data(struct hid_device_* hid, void* data, unsigned int data_size, unsigned int time_out,
                                    unsigned char request);
+
+/* VCOM transport. Handles and devices are libusb's; failures are libusb's error codes. */
+VXPADCOM_API int search_vcom_devices(vx_registry* registry); /* pads known after the last new one, 0, or -1 */
+VXPADCOM_API struct libusb_device_handle* vcom_open_dev(struct libusb_device* usb_device);
+VXPADCOM_API void vcom_close_dev(struct libusb_device_handle* handle);
+/* One bulk IN transfer; time_out in ms. Bytes received, 0, -1 or an error code. */
+VXPADCOM_API int usb_data_receive(struct libusb_device_handle* handle, unsigned char endpoint, void* data,
+                                  int data_size, unsigned int time_out);
+/* A bulk OUT transfer of 1000 ms, tried three times. 0, -1 or an error code. */
+VXPADCOM_API int usb_data_send(struct libusb_device_handle* handle, unsigned char endpoint, void* data, int data_size);
+/* Reads until bytes come, or with nonzero until one of them is not 0; time_out in ms. Bytes, -1 or an error code. */
+VXPADCOM_API int vcom_read_ssp_data(vx_device* device, void* data, int data_size, unsigned int time_out,
+                                    unsigned char nonzero);
+/* Reports as legacy messages, 64 bytes at most. */
+VXPADCOM_API int vcom_feature_read(vx_device* device, void* data, unsigned int length);        /* 0, negative */
+VXPADCOM_API int vcom_feature_write(vx_device* device, const void* data, unsigned int length); /* 0, negative */
+VXPADCOM_API int vcom_output_write(vx_device* device, const void* data, unsigned int length);  /* 0, -1 */
+VXPADCOM_API int vcom_input_read(vx_device* device, void* data, unsigned int length);          /* bytes, 0, -4 */
+
+/*
+ * SSP messages. A base message is a component id (bit 7 clear), a 16-bit little-endian payload size minus one, and the
+ * payload; a legacy message is a byte 0x80 | biodata flag 0x40 | payload size minus one, and 1 to 64 payload bytes.
+ */
+VXPADCOM_API int ssp_base_message_check_component_id(const void* message, int component_id); /* 0, or -1 */
+VXPADCOM_API int ssp_base_message_is_it_old_message(const void* message);                    /* 1, 0, -1 for NULL */
+VXPADCOM_API int ssp_base_message_is_it_biodata(const void* message);                        /* 1, 0, -1 for NULL */
+VXPADCOM_API int ssp_base_message_get_data_length(const void* message);             /* payload bytes; 3 are read */
+VXPADCOM_API int ssp_base_message_old_message_get_data_length(const void* message); /* payload bytes; 1 is read */
+/* Wraps 1 to 64 bytes in a legacy message, *out, which the caller frees. Its size, or -1. */
+VXPADCOM_API int ssp_base_message_old_message_create(const void* data, unsigned int data_size, unsigned char** out);
+
+/*
+ * Transport tokens: AA 55 02 starts a frame, AA 55 00 stands for the data bytes AA 55.
+ * Framing gives the framed size and *out, which the caller frees, or -1. Parsing changes the received bytes in place,
+ * adds each frame to the queue and gives the queue's size, or -1 where no frame starts.
+ */
+VXPADCOM_API int ssp_base_message_to_transport_token_data(const void* data, unsigned int len, unsigned char** out);
+VXPADCOM_API int ssp_transport_token_to_base_message_data(void* tt_data, size_t tt_data_size, uni_queue* queue);
+
+/*
+ * Whole messages. The __ variants expect device_lock held. *length: capacity, then bytes delivered; a message that is
+ * longer is cut. time_out in ms. selector 1 without legacy serves pen data, anything else the replies.
+ */
+VXPADCOM_API int __send_ssp_message(vx_device* device, void* data, unsigned int length);
+VXPADCOM_API int __receive_ssp_message(vx_device* device, void* data, unsigned int* length, unsigned int time_out,
+                                       unsigned char legacy, int selector);
+VXPADCOM_API int lock_dev_and_send_ssp_message(vx_device* device, void* data, unsigned int length);
+VXPADCOM_API int lock_dev_and_receive_ssp_message(vx_device* device, void* data, unsigned int* length,
+                                                  unsigned int time_out, unsigned char legacy);
+VXPADCOM_API int core_send_ssp_message(unsigned int interface_number, void* data, int data_size);
+VXPADCOM_API int core_receive_ssp_message(unsigned int interface_number, void* data, unsigned int* data_size,
+                                          unsigned int time_out);
+VXPADCOM_API void core_clear_ssp_input_queue(void);                   /* drops the current pad's pen data */
+VXPADCOM_API int core_ssp_biodata_sending(vx_device* device, int on); /* >= 0, or the last failure after 3000 ms */
+
+/*
+ * Components of a pad. They are addressed by id, the position of their type in the list that the pad reports. A message
+ * is an SSP message as docs/wire-formats.md shows it; sizes are in bytes. Results are 0 or what is asked, -1 in
+ * general, -2 where the pad has no such component or mode, -4 where it is gone; a failed transfer may also give the
+ * transport's own negative code. No lock is taken: the caller holds the record's device_lock. The pad is asked for its
+ * components and modes once, the answers stay in the record.
+ */
+
+/* Through the record's own two functions, with legacy and selector 0 whatever is passed. */
+VXPADCOM_API int send_ssp_message(vx_device* device, void* message, unsigned int size);
+VXPADCOM_API int receive_ssp_message(vx_device* device, void* data, unsigned int* size, unsigned int time_out,
+                                     unsigned char legacy, int selector);
+VXPADCOM_API int ssp_common_is_ssp_supported(vx_device* device); /* 1, 0, -1 for NULL; waits 100 ms at most */
+VXPADCOM_API int ssp_common_components_id_initialize_table(vx_device* device);
+VXPADCOM_API int ssp_common_component_id_get_id(vx_device* device, int component_type);
+/* Of the component id and the message id the low byte counts. At most 65533 bytes of data behind the parameters. */
+VXPADCOM_API int make_and_send_ssp_component_data_sequence(vx_device* device, int component_id,
+                                                           unsigned char message_id, unsigned char parameter_1,
+                                                           unsigned char parameter_2, const void* data,
+                                                           unsigned int data_size);
+/* At most 65535 bytes of data. */
+VXPADCOM_API int make_and_send_ssp_data_sequence(vx_device* device, int component_id, unsigned char message_id,
+                                                 const void* data, unsigned int data_size);
+/* The reply, waited for 1000 ms: 1024 bytes, zeros behind it, freed by the caller; or NULL. */
+VXPADCOM_API unsigned char* receive_ssp_message_and_get_data(vx_device* device);
+VXPADCOM_API int ssp_common_ct_signpad_initialize_modes_id_table(vx_device* device);
+VXPADCOM_API int ssp_common_ct_signpad_get_mode_id(vx_device* device, int mode_type); /* pad types 15, 16, 17 only */
+/* Looks at 3 bytes of the payload: 0, -1. */
+VXPADCOM_API int ct_signpad_mode_send_reply_check(const unsigned char* payload, int ct_cmd, int cts_mode_id);
+/* Looks at 2 bytes: the button, -1. */
+VXPADCOM_API int ct_signpad_mode_send_mt_uni_cmd_button_last_event_get(const unsigned char* sub_reply, int sub_command);
+/* The button (0..255), or negative. Pad types 15, 16 and 17 only: others give -1 at once. */
+VXPADCOM_API int ssp_common_get_user_input(vx_device* device);
+VXPADCOM_API int ssp_common_get_button_event(vx_device* device, int mode_type); /* mode type 0, 5 or 6 */
+
+/* Description, pen data, connection type: 0, -1, -2, -4. */
+
+/* Fills vendor_id, product_id and serial_number (at most 255 characters) of the record. */
+VXPADCOM_API int ssp_common_get_pad_description(vx_device* device);
+/* The payload holds at least 31 bytes and as many more as byte 30 says. */
+VXPADCOM_API int ct_signpad_get_pad_description_reply_check(const unsigned char* payload, int message_id);
+VXPADCOM_API int ssp_biodata_sending(vx_device* device, int on); /* the low byte: 1 on, 0 off */
+/* Looks at 2 bytes of the payload. */
+VXPADCOM_API int ct_signpad_mode_ssp_biodata_sending_reply_check(const unsigned char* payload, int message_id);
+/* Looks at 3 bytes of the payload: the type (0..127), -1. */
+VXPADCOM_API int ct_communication_get_current_connection_type_from_reply_message(const unsigned char* payload);
+VXPADCOM_API int ssp_common_ct_communication_get_current_connection(vx_device* device); /* the type, or negative */
+/* What the types mean is the pad's. Returns as soon as the request is written; no reply is waited for. */
+VXPADCOM_API int ssp_common_ct_communication_set_current_connection(vx_device* device, int type);
+
+/* Configuration variables and buttons. A key counts with its first 40 characters, a value with its first 20. */
+typedef struct vx_conf_key {
+    uint32_t code; /* of the button; 0 ends a table */
+    uint32_t mode; /* the signpad mode type: 0, 5 or 6 */
+    char key[256];
+} vx_conf_key;
+
+/* The key in the caller's table, or NULL. */
+VXPADCOM_API const char* get_conf_var_string_for_code(const vx_conf_key* table, unsigned int code, unsigned int mode);
+/* Two upper-case digits for each byte, zeros behind them: the string, or NULL where a size is below 1, a pointer NULL
+ * or the string too small. A string of exactly twice the data's size has no terminator. */
+VXPADCOM_API char* get_hex_string_from_data_for_conf_var_set(char* string, int string_size, const void* data,
+                                                             int data_size);
+VXPADCOM_API int cmduni_reply_check_cc(const unsigned char* payload, int message_id); /* looks at 2 bytes: 0, -1 */
+/* Looks at 3 bytes of the payload: the state, -1. */
+VXPADCOM_API int ct_conf_handler_cmd_conf_state_get(const unsigned char* payload, int message_id);
+/* State of the configuration handler: 0 idle, 1 waiting, 2 running, 3 done, 4 failed; or negative. */
+VXPADCOM_API int ssp_common_get_conf_state(vx_device* device);
+/* Waits up to 10 s until the handler is not busy: the last state seen, -4; 0 at once for other pad types than 15..17.
+ */
+VXPADCOM_API int ssp_common_check_configuration_state(vx_device* device);
+/* 0, -1, or -2 without a configuration handler. Each waits for an idle handler before and behind the change. */
+VXPADCOM_API int ssp_common_set_configuration_variable(vx_device* device, const char* key, const char* value);
+VXPADCOM_API int ssp_common_persist_configuration_variable(vx_device* device, const char* key);
+/* Pad types 15, 16 and 17 only, as the three refreshes. -1 also for a button that the mode does not have. */
+VXPADCOM_API int ssp_common_set_button_state(vx_device* device, unsigned char code, unsigned int first_value,
+                                             unsigned int second_value, unsigned int mode);
+VXPADCOM_API int ssp_common_doc_view_buttons_refresh(vx_device* device);
+VXPADCOM_API int ssp_common_signature_buttons_refresh(vx_device* device);
+VXPADCOM_API int ssp_common_doc_sign_buttons_refresh(vx_device* device);
 
 /* Frame queue. Readers lock, take, unlock; add and destroy lock by themselves. */
 VXPADCOM_API uni_queue* init_uni_queue(void);

@@ -1,23 +1,13 @@
 // Requests to the current pad: facts about it, and reports of one of its interfaces by number.
-#include "core/registry.hpp"
+#include "core/current_pad.hpp"
 
 #include <cstring>
+#include <optional>
 
 namespace {
 
 constexpr std::size_t text_size = 256; // of every caller's text buffer, terminator included
 constexpr const char* no_buffer = "*ptr of VXPAD_vx_ioctl() is NULL";
-
-// Every request to the current pad ends with the removed check.
-template <typename Request> int on_current_pad(trace::Location where, Request request) {
-    vx_device* pad = registry::find_current(where);
-    if (pad == nullptr) {
-        return -1;
-    }
-    int result = request(*pad);
-    core_catch_is_dev_was_removed(&result);
-    return result;
-}
 
 // Copies at most 255 characters and returns how many.
 int copy_text(char* dst, const char* text) {
@@ -42,32 +32,16 @@ int copy_named(trace::Location where, char* dst, const char* text, const char* e
     return length;
 }
 
-bool is_open(vx_device& device) {
-    return registry::load(device.hid) != nullptr;
-}
-
-// The record behind an interface number, or null with the reason reported.
-vx_device* find_interface(trace::Location where, vx_device& pad, const char* prefix, unsigned int interface_number) {
-    // The count itself passes, on purpose: it names the empty record behind the last one, whose transfer fails.
-    if (interface_number > static_cast<unsigned int>(pad.count_of_interfaces)) {
-        trace::error(where, "%sinterface_number > count of interfaces", prefix);
-        return nullptr;
-    }
-    if (interface_number == 0) {
-        return &pad;
-    }
-    if (pad.interfaces == nullptr) {
-        trace::error(where, "Error, **interfaces is NULL");
-        return nullptr;
-    }
-    const unsigned int index = interface_number - 1;
-    vx_device* interface = index < VX_MAX_FURTHER_INTERFACES ? pad.interfaces[index] : nullptr;
-    if (interface == nullptr) {
-        trace::error(where, "Error, interfaces[%d] is NULL", index);
-        return nullptr;
-    }
-    core_open_dev(interface);
-    return interface;
+// Looks at the transport that is open: HID first, then VCOM.
+int packet_size(trace::Location where, vx_device& pad, int (*of_hid)(vx_device*), std::uint32_t of_vcom) {
+    const auto size = registry::look_at_handles(where, pad, [&]() -> std::optional<int> {
+        const int hid_size = registry::load(pad.hid) != nullptr ? of_hid(&pad) : -1;
+        if (hid_size >= 0) {
+            return hid_size;
+        }
+        return registry::load(pad.vcom_handle) != nullptr ? std::optional{static_cast<int>(of_vcom)} : std::nullopt;
+    });
+    return size.value_or(-1);
 }
 
 enum class Locking { here, in_transfer };
@@ -76,7 +50,7 @@ enum class Locking { here, in_transfer };
 template <typename Move>
 int transfer(trace::Location where, const char* prefix, Locking locking, unsigned int interface_number,
              const void* data, int data_size, Move move) {
-    return on_current_pad(where, [&](vx_device& pad) {
+    return current_pad::request(where, [&](vx_device& pad) {
         if (data == nullptr) {
             trace::error(where, "%sdata of VXPAD_vx_ioctl() is NULL", prefix[0] == '\0' ? "*" : prefix);
             return -1;
@@ -85,7 +59,9 @@ int transfer(trace::Location where, const char* prefix, Locking locking, unsigne
             trace::error(where, "%sdata_size of VXPAD_vx_ioctl() <= 0", prefix);
             return -1;
         }
-        vx_device* device = find_interface(where, pad, prefix, interface_number);
+        vx_device* device = current_pad::find_interface(
+            where, pad, prefix, interface_number,
+            [](trace::Location at, unsigned int index) { trace::error(at, "Error, interfaces[%d] is NULL", index); });
         if (device == nullptr) {
             return -1;
         }
@@ -99,7 +75,7 @@ int transfer(trace::Location where, const char* prefix, Locking locking, unsigne
 
 int core_get_pad_settings(char* dst) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
         if (dst == nullptr || pad.szPadSettings[0] == '\0') {
             return -1;
         }
@@ -111,7 +87,7 @@ int core_get_pad_settings(char* dst) {
 
 int core_get_serial_number(char* dst) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
         if (dst == nullptr) {
             trace::error(scope.where(), "%s", no_buffer);
             return -1;
@@ -123,7 +99,7 @@ int core_get_serial_number(char* dst) {
 
 int core_get_pad_name(char* dst) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
         return copy_named(scope.where(), dst, pad.product, "Error, Pad Name of current device not available",
                           "Pad Name of current dev");
     }));
@@ -131,7 +107,7 @@ int core_get_pad_name(char* dst) {
 
 int core_get_pad_manufacturer(char* dst) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
         return copy_named(scope.where(), dst, pad.manufacturer,
                           "Error, Pad manufacturer of current device not available",
                           "Pad's manufacturer of current dev");
@@ -140,7 +116,7 @@ int core_get_pad_manufacturer(char* dst) {
 
 int core_get_pad_product_id() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
         VX_INFO_AT(scope.where(), "Pad's product ID: %d", pad.product_id);
         return static_cast<int>(pad.product_id);
     }));
@@ -148,7 +124,7 @@ int core_get_pad_product_id() {
 
 int core_get_vendor_id() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
         VX_INFO_AT(scope.where(), "Pad's vendor ID: %d", pad.vendor_id);
         return static_cast<int>(pad.vendor_id);
     }));
@@ -156,7 +132,7 @@ int core_get_vendor_id() {
 
 int core_get_pad_bcd_device() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
         VX_INFO_AT(scope.where(), "Pad's bcdDevice: %x", pad.bcdDevice);
         return static_cast<int>(pad.bcdDevice);
     }));
@@ -164,7 +140,7 @@ int core_get_pad_bcd_device() {
 
 int core_get_count_of_hid_interfaces() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
         VX_INFO_AT(scope.where(), "Pad's have %d interfaces", pad.count_of_interfaces);
         return static_cast<int>(pad.count_of_interfaces);
     }));
@@ -172,15 +148,15 @@ int core_get_count_of_hid_interfaces() {
 
 int core_get_max_packet_size_of_out_endpoint() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [](vx_device& pad) {
-        return is_open(pad) ? hid_get_max_packet_size_of_out_endpoint(&pad) : -1;
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
+        return packet_size(scope.where(), pad, hid_get_max_packet_size_of_out_endpoint, pad.ep_out_max_packet_size);
     }));
 }
 
 int core_get_max_packet_size_of_input_report() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(on_current_pad(scope.where(), [](vx_device& pad) {
-        return is_open(pad) ? hid_get_max_packet_size_of_input_report(&pad) : -1;
+    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
+        return packet_size(scope.where(), pad, hid_get_max_packet_size_of_input_report, pad.ep_in_max_packet_size);
     }));
 }
 

@@ -164,14 +164,15 @@ void core_uninitialize() {
 
 int core_close_all_devs_clear_mem(vx_registry* pads) {
     trace::Scope scope{VX_HERE};
+    if (pads == nullptr) {
+        return scope.exit(core_true);
+    }
     for (vx_device& pad : pads->devices) {
         if (pad.in_use == 0) {
             continue;
         }
         clear_signature_rectangle(pad);
         close_further_interfaces(VX_HERE, pad, AfterClosing::clear);
-        destroy_uni_queue(pad.ssp_input_read);
-        destroy_uni_queue(pad.ssp_command_messages);
         core_close_dev(&pad);
         --pads->count_of_devices;
         registry::clear_record(pad);
@@ -192,6 +193,7 @@ int core_search_devices(vx_registry* pads) {
     }
     core_close_all_devs_clear_mem(pads);
     search_hid_devices(pads);
+    search_vcom_devices(pads);
     return scope.exit(static_cast<int>(pads->count_of_devices));
 }
 

@@ -1,6 +1,7 @@
 // The fixed commands: a 64-byte feature report to the pad and one back, tried three times with growing pauses.
 #include "core/open_close.hpp"
 #include "support/clock.hpp"
+#include "support/little_endian.hpp"
 #include "transport/usb_id_tables.hpp"
 
 #include <algorithm>
@@ -22,10 +23,13 @@ constexpr std::size_t short_report_size = 40; // set mode on type 1
 using Report = std::array<unsigned char, report_size>;
 
 constexpr int max_attempts = 3;
+constexpr useconds_t first_pause_us = 1000; // then twice as long and 1000 more
 constexpr useconds_t pause_cap_us = 500'000;
 constexpr useconds_t mode_poll_pause_us = 300'000;
 constexpr useconds_t type_8_settle_us = 1'000'000;
 constexpr int mode_time_out_ms = 3000;
+constexpr int biodata_time_out_ms = 3000;
+constexpr int transport_lost = -4;
 constexpr std::size_t current_mode_byte = 5; // of flags_status
 
 // Counts failed attempts and pauses after each.
@@ -50,24 +54,9 @@ class Attempts {
   private:
     trace::Location where_;
     useconds_t cap_; // 0: none
-    useconds_t pause_ = 1000;
+    useconds_t pause_ = first_pause_us;
     int failed_ = 0;
 };
-
-// Little-endian fields of a report.
-template <typename Value> void put(Report& report, std::size_t offset, Value value) {
-    for (std::size_t i = 0; i < sizeof value; ++i) {
-        report[offset + i] = static_cast<unsigned char>(value >> (8 * i));
-    }
-}
-
-std::uint32_t get_u32(const Report& report, std::size_t offset) {
-    std::uint32_t value = 0;
-    for (std::size_t i = 0; i < sizeof value; ++i) {
-        value |= std::uint32_t{report[offset + i]} << (8 * i);
-    }
-    return value;
-}
 
 bool send(trace::Location where, vx_device& device, const Report& request, std::size_t size = report_size) {
     const int result = core_feature_write(&device, request.data(), static_cast<unsigned int>(size));
@@ -169,10 +158,10 @@ int core_read_version(vx_device* device, dev_fw_version* version) {
     Report reply;
     for (Attempts attempts{VX_HERE}; attempts.left(); attempts.pause_after_failure()) {
         if (exchange(VX_HERE, *device, request, reply, "command in in_report_version not VX_CMD_READ_VERSION")) {
-            version->major = get_u32(reply, 4);
-            version->minor = get_u32(reply, 8);
-            version->patch = get_u32(reply, 12);
-            version->revision = get_u32(reply, 16);
+            version->major = little_endian::get_u32(&reply[4]);
+            version->minor = little_endian::get_u32(&reply[8]);
+            version->patch = little_endian::get_u32(&reply[12]);
+            version->revision = little_endian::get_u32(&reply[16]);
             std::memcpy(version->manufacturer, &reply[20], 4);
             return scope.exit(0);
         }
@@ -227,7 +216,7 @@ int core_set_pad_mode(vx_device* device, int mode, int option) {
     request[2] = static_cast<unsigned char>(option);
     const bool replies = device->pad_type != 1;
     if (!replies) {
-        put<std::uint16_t>(request, 38, 0xA5F0);
+        little_endian::put<std::uint16_t>(&request[38], 0xA5F0);
     }
 
     Attempts attempts{VX_HERE};
@@ -266,11 +255,11 @@ int core_create_signature_rectangle(vx_device* device, unsigned short value_1, u
     }
     VX_LOCK(lock, device->device_lock);
     Report request = request_for(VX_CMD_CREATE_SIGNATURE_RECTANGLE);
-    put(request, 1, value_1);
-    put(request, 3, value_2);
-    put(request, 5, value_3);
-    put(request, 7, value_4);
-    put(request, 9, flag);
+    little_endian::put(&request[1], value_1);
+    little_endian::put(&request[3], value_2);
+    little_endian::put(&request[5], value_3);
+    little_endian::put(&request[7], value_4);
+    little_endian::put(&request[9], flag);
     Report reply;
     for (Attempts attempts{VX_HERE}; attempts.left(); attempts.pause_after_failure()) {
         if (exchange(VX_HERE, *device, request, reply,
@@ -281,23 +270,65 @@ int core_create_signature_rectangle(vx_device* device, unsigned short value_1, u
     return scope.exit(open_close::recover(*device));
 }
 
+int core_ssp_biodata_sending(vx_device* device, int on) {
+    trace::Scope scope{VX_HERE};
+    if (is_null(VX_HERE, device, no_device)) {
+        return scope.exit(-1);
+    }
+    VX_LOCK(lock, device->device_lock);
+    useconds_t pause = first_pause_us;
+    Stopwatch stopwatch;
+    int result = 0;
+    for (int elapsed_time = 0; elapsed_time < biodata_time_out_ms;) {
+        result = ssp_biodata_sending(device, on);
+        if (result >= 0) {
+            break;
+        }
+        if (result == transport_lost) {
+            registry::mark_removed(*device);
+            break;
+        }
+        pause = std::min(pause, pause_cap_us);
+        elapsed_time = stopwatch.elapsed_ms();
+        VX_INFO("elapsed_time: %d, time_out: %d", elapsed_time, biodata_time_out_ms);
+        VX_INFO("ssp_biodata_sending(%d) return %d", on, result);
+        VX_INFO("failed, going to try again after usleep(%d)", pause);
+        usleep(pause);
+        pause = 2 * pause + 1000;
+        if (registry::was_removed(*device)) {
+            break;
+        }
+    }
+    if (registry::was_removed(*device)) {
+        VX_ERROR("we lost device..");
+    }
+    return scope.exit(result);
+}
+
 // A HID pad sends its pen data unasked.
-static int switch_biodata(trace::Location where) {
+static int switch_biodata(trace::Location where, int on) {
     vx_device* device = registry::find_current(where, registry::Missing::reported);
     if (device == nullptr) {
         return -1;
     }
-    int result = 0;
+    const auto is_open_as_vcom = [&] { return registry::load(device->vcom_handle) != nullptr; };
+    const bool is_vcom =
+        device->vcom_device == nullptr ? is_open_as_vcom() : registry::look_at_handles(where, *device, is_open_as_vcom);
+    int result = is_vcom ? core_ssp_biodata_sending(device, on) : 0;
+    if (result != 0) {
+        trace::Lock lock{device->device_lock, "dev_shared->current_device->device_lock", where};
+        result = open_close::recover(*device);
+    }
     core_catch_is_dev_was_removed(&result);
     return result;
 }
 
 int core_enable_ssp_biodata_sending() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(switch_biodata(scope.where()));
+    return scope.exit(switch_biodata(scope.where(), 1));
 }
 
 int core_disable_ssp_biodata_sending() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(switch_biodata(scope.where()));
+    return scope.exit(switch_biodata(scope.where(), 0));
 }

@@ -13,6 +13,13 @@ int __core_open_dev(vx_device* device) {
         return scope.exit(-1);
     }
     int result = 0;
+    if (device->vcom_handle == nullptr && device->vcom_device != nullptr) {
+        registry::store(device->vcom_handle, vcom_open_dev(device->vcom_device));
+        if (device->vcom_handle == nullptr) {
+            VX_ERROR("Error, vcom_open_dev() returned NULL");
+            result = -1;
+        }
+    }
     if (device->hid == nullptr && has_path(*device)) {
         registry::store(device->hid, hid_open_dev(device->hid_path));
         if (device->hid == nullptr) {
@@ -39,6 +46,10 @@ void __core_close_dev(vx_device* device) {
     if (device == nullptr) {
         VX_ERROR("Error, input parameter: device *current_device is %p", static_cast<void*>(device));
         return;
+    }
+    if (device->vcom_handle != nullptr) {
+        vcom_close_dev(device->vcom_handle);
+        registry::store<libusb_device_handle>(device->vcom_handle, nullptr);
     }
     if (device->hid != nullptr) {
         hid_close_dev(device->hid);

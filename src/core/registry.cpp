@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <libusb-1.0/libusb.h>
 
 namespace registry {
 namespace {
@@ -38,13 +39,21 @@ vx_device* find_pad(vx_registry& pads, const char* settings) {
     return nullptr;
 }
 
-Added add_to_pad(trace::Location where, vx_device& pad, const vx_device& found) {
+enum class Added { nothing, interface, pad };
+
+Added add_to_pad(trace::Location where, vx_device& pad, vx_device& found, Transport transport) {
     for (int k = 0; k < VX_MAX_FURTHER_INTERFACES; ++k) {
         vx_device* interface = pad.interfaces[k];
         if (interface == nullptr) {
             trace::error(where, "Error, interfaces[%d] is NULL", k);
         } else if (interface->in_use == 0) {
-            *interface = found;
+            // A second VCOM interface has neither lock nor handle, on purpose.
+            if (transport == Transport::hid) {
+                *interface = found;
+            } else {
+                interface->pad_type = found.pad_type;
+                clear_record(found);
+            }
             interface->in_use = 1;
             ++pad.count_of_interfaces;
             return Added::interface;
@@ -143,25 +152,38 @@ void create_lock(vx_device& device) {
 }
 
 void clear_record(vx_device& device) {
+    destroy_uni_queue(device.ssp_input_read);
+    destroy_uni_queue(device.ssp_command_messages);
+    destroy_uni_queue(device.ssp_unfinished);
     destroy_lock(device);
+    if (device.vcom_device != nullptr) {
+        libusb_unref_device(device.vcom_device);
+    }
     vx_device** interfaces = device.interfaces;
     device = {};
     device.interfaces = interfaces;
 }
 
-Added add_interface(trace::Location where, vx_registry& pads, vx_device& found) {
+bool take_over(trace::Location where, vx_registry& pads, vx_device& found, Transport transport) {
+    const char* name = transport == Transport::hid ? "HID" : "VCOM";
+    VX_INFO_AT(where, "%s device was found -> %s", name, found.product);
+    VX_INFO_AT(where, "%s device has SerialNumber -> %s", name, found.serial_number);
+    core_pad_settings_population(found.szPadSettings, found.pad_type, found.manufacturer, found.product,
+                                 found.vendor_id, found.product_id, found.serial_number, found.device_uid,
+                                 static_cast<int>(transport));
+    VX_INFO_AT(where, "%s device has szPadSettings -> %s", name, found.szPadSettings);
     Added added;
     if (vx_device* pad = find_pad(pads, found.szPadSettings)) {
         VX_INFO_AT(where, "Interface: %d of device: %s was found in device's list", found.interface_number,
                    found.szPadSettings);
-        added = add_to_pad(where, *pad, found);
+        added = add_to_pad(where, *pad, found, transport);
     } else {
         added = add_pad(pads, found);
     }
     if (added == Added::nothing) {
-        destroy_lock(found);
+        clear_record(found);
     }
-    return added;
+    return added == Added::pad || pads.count_of_devices == VX_MAX_DEVICES;
 }
 
 } // namespace registry

@@ -35,6 +35,16 @@ template <typename Handle> void store(Handle*& handle, Handle* value) {
     std::atomic_ref{handle}.store(value);
 }
 
+// What look() finds of a record's handles. While a failed exchange on another thread closes and reopens the record
+// nothing is open for a moment: only where nothing is found the record's lock is waited for.
+template <typename Look> auto look_at_handles(trace::Location where, vx_device& device, Look look) {
+    if (auto found = look()) {
+        return found;
+    }
+    const trace::Lock lock{device.device_lock, "current_device->device_lock", where};
+    return look();
+}
+
 // Signature-rectangle types clear their rectangle when they become current and before they are closed.
 bool has_signature_rectangle(const vx_device& device);
 
@@ -42,12 +52,12 @@ bool has_signature_rectangle(const vx_device& device);
 bool derive_pad_type(trace::Location where, vx_device& device);
 
 void create_lock(vx_device& device);
-// Zeroes a record; a pad's array of further interfaces stays.
+// Frees what a closed record holds and zeroes it; a pad's array of further interfaces stays.
 void clear_record(vx_device& device);
 
-// Takes a found interface over: a further one of a known pad, or a pad of its own. False where there is no room; the
-// record's lock is then destroyed.
-enum class Added { nothing, interface, pad };
-Added add_interface(trace::Location where, vx_registry& pads, vx_device& found);
+// Takes a found and described interface over: a further one of a known pad, or a pad of its own. Where there is no room
+// the record is cleared. True where the search now has the registry's count as its result.
+enum class Transport : int { hid = 0, vcom = 1 };
+bool take_over(trace::Location where, vx_registry& pads, vx_device& found, Transport transport);
 
 } // namespace registry

@@ -20,19 +20,22 @@ bool refused(trace::Location where, const vx_device* device, const void* data, u
 }
 
 // The four transfers differ in the transport's function, in what counts as failure and in who takes the lock.
-template <typename Move, typename Failed>
+template <typename ByVcom, typename ByHid, typename Failed>
 int transfer(trace::Location where, Direction direction, Locking locking, vx_device* device, const void* data,
-             unsigned int length, Move move, Failed failed) {
+             unsigned int length, ByVcom by_vcom, ByHid by_hid, Failed failed) {
     if (refused(where, device, data, length)) {
         return -1;
     }
-    if (registry::load(device->hid) == nullptr) {
+    const auto is_open = [&] {
+        return registry::load(device->hid) != nullptr || registry::load(device->vcom_handle) != nullptr;
+    };
+    if (!(locking == Locking::takes_lock ? registry::look_at_handles(where, *device, is_open) : is_open())) {
         trace::error(where, "Error, device pointers: *hid and *vcom_handle are NULL");
         return -1;
     }
     trace::Lock lock{locking == Locking::takes_lock ? device->device_lock : nullptr, "current_device->device_lock",
                      where};
-    const int result = move(device->hid);
+    const int result = device->vcom_handle != nullptr ? by_vcom() : by_hid();
     if (!failed(result)) {
         return result;
     }
@@ -64,33 +67,44 @@ int packet_size(trace::Location where, vx_device* device, int size) {
 
 int core_feature_read(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    const auto move = [&](hid_device_* hid) {
+    const auto say_length = [&] {
         VX_INFO_STYLED_AT(scope.where(), trace::Style::kind_after, "input parameter len:[%d]", length);
-        return hid_feature_read(hid, data, length);
     };
-    return scope.exit(
-        transfer(scope.where(), Direction::read, Locking::caller_holds_lock, device, data, length, move, not_zero));
+    return scope.exit(transfer(
+        scope.where(), Direction::read, Locking::caller_holds_lock, device, data, length,
+        [&] {
+            say_length();
+            return vcom_feature_read(device, data, length);
+        },
+        [&] {
+            say_length();
+            return hid_feature_read(device->hid, data, length);
+        },
+        not_zero));
 }
 
 int core_feature_write(vx_device* device, const void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
     return scope.exit(transfer(
         scope.where(), Direction::write, Locking::caller_holds_lock, device, data, length,
-        [&](hid_device_* hid) { return hid_feature_write(hid, data, length); }, not_zero));
+        [&] { return vcom_feature_write(device, data, length); },
+        [&] { return hid_feature_write(device->hid, data, length); }, not_zero));
 }
 
 int core_output_write(vx_device* device, const void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
     return scope.exit(transfer(
         scope.where(), Direction::write, Locking::takes_lock, device, data, length,
-        [&](hid_device_* hid) { return hid_output_write(hid, data, length); }, not_zero));
+        [&] { return vcom_output_write(device, data, length); },
+        [&] { return hid_output_write(device->hid, data, length); }, not_zero));
 }
 
 int core_input_read(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
     return scope.exit(transfer(
         scope.where(), Direction::read, Locking::takes_lock, device, data, length,
-        [&](hid_device_* hid) { return hid_input_read(hid, data, length); }, negative));
+        [&] { return vcom_input_read(device, data, length); },
+        [&] { return hid_input_read(device->hid, data, length); }, negative));
 }
 
 int hid_get_max_packet_size_of_out_endpoint(vx_device* device) {

@@ -2,10 +2,9 @@
 
 #include "core/registry.hpp"
 #include "support/owners.hpp"
+#include "support/text.hpp"
 #include "support/wchar_tools.hpp"
 
-#include <cstdarg>
-#include <cstdio>
 #include <hidapi/hidapi.h>
 
 namespace {
@@ -19,13 +18,6 @@ struct EnumerationDeleter {
     void operator()(hid_device_info* list) const { hid_free_enumeration(list); }
 };
 using Enumeration = std::unique_ptr<hid_device_info, EnumerationDeleter>;
-
-template <std::size_t size> [[gnu::format(printf, 2, 3)]] void print(char (&target)[size], const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(target, size, format, arguments);
-    va_end(arguments);
-}
 
 using StringQuery = int (*)(hid_device*, wchar_t*, std::size_t);
 
@@ -49,7 +41,7 @@ class Search {
     // False ends the search.
     bool visit(const vx_usb_id& id, const hid_device_info& interface) {
         vx_device device{};
-        print(device.hid_path, "%s", interface.path);
+        text::print(device.hid_path, "%s", interface.path);
         device.hid = hid_open_path(interface.path);
         if (device.hid == nullptr) {
             trace::error(where_, "failed during opening HID device %s", interface.path);
@@ -62,7 +54,7 @@ class Search {
             left_open.reset(device.hid);
             return false;
         }
-        print(device.device_uid, "%x%x%s", device.vendor_id, device.product_id, device.serial_number);
+        text::print(device.device_uid, "%x%x%s", device.vendor_id, device.product_id, device.serial_number);
         if (!registry::derive_pad_type(where_, device)) {
             // Never cleared on purpose: behind an unknown device nothing more of this search is registered.
             skip_ = true;
@@ -71,6 +63,9 @@ class Search {
         hid_device* hid = device.hid;
         if (!skip_) {
             device.hid = nullptr;
+            registry::create_lock(device);
+            device.send_ssp_message = __send_ssp_message;
+            device.receive_ssp_message = __receive_ssp_message;
             take_over(device);
         }
         hid_close_dev(hid);
@@ -79,9 +74,9 @@ class Search {
 
   private:
     void describe(vx_device& device, const vx_usb_id& id, const hid_device_info& interface) {
-        print(device.manufacturer, "%s", read_string(where_, device.hid, hid_get_manufacturer_string).text);
-        print(device.product, "%s ", read_string(where_, device.hid, hid_get_product_string).text);
-        print(device.serial_number, "%s", read_string(where_, device.hid, hid_get_serial_number_string).text);
+        text::print(device.manufacturer, "%s", read_string(where_, device.hid, hid_get_manufacturer_string).text);
+        text::print(device.product, "%s ", read_string(where_, device.hid, hid_get_product_string).text);
+        text::print(device.serial_number, "%s", read_string(where_, device.hid, hid_get_serial_number_string).text);
         device.interface_number = static_cast<std::uint32_t>(interface.interface_number);
         device.vendor_id = id.vendor_id;
         device.product_id = id.product_id;
@@ -103,14 +98,7 @@ class Search {
     }
 
     void take_over(vx_device& device) {
-        VX_INFO_AT(where_, "HID device was found -> %s", device.product);
-        VX_INFO_AT(where_, "HID device has SerialNumber -> %s", device.serial_number);
-        registry::create_lock(device);
-        core_pad_settings_population(device.szPadSettings, device.pad_type, device.manufacturer, device.product,
-                                     device.vendor_id, device.product_id, device.serial_number, device.device_uid, 0);
-        VX_INFO_AT(where_, "HID device has szPadSettings -> %s", device.szPadSettings);
-        const registry::Added added = registry::add_interface(where_, pads_, device);
-        if (added == registry::Added::pad || pads_.count_of_devices == VX_MAX_DEVICES) {
+        if (registry::take_over(where_, pads_, device, registry::Transport::hid)) {
             result_ = pads_.count_of_devices;
         }
     }
@@ -129,6 +117,9 @@ void hid_search::close_left_open() {
 
 int search_hid_devices(vx_registry* pads) {
     trace::Scope scope{VX_HERE};
+    if (pads == nullptr) {
+        return scope.exit(-1);
+    }
     hid_search::close_left_open();
 
     Search search{scope.where(), *pads};

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 
 namespace usb_ids {
 
@@ -45,8 +46,10 @@ inline constexpr std::array<Product, 2> classic_products{{
 // USB ids under which VCOM pads of the shared vendors present themselves on the bus.
 inline constexpr std::array<std::uint32_t, 2> vcom_products{0x7c01, 0x7c02};
 
-// One more VCOM pair, of a chip vendor: a device with it is a pad only if its manufacturer string says so.
+// One more VCOM pair, of a chip vendor: a device with it is a pad only if its manufacturer string begins with one of
+// these names.
 inline constexpr std::uint32_t vcom_named_vendor = 0xf1a5;
 inline constexpr std::uint32_t vcom_named_product = 0x7c03;
+inline constexpr std::array<std::string_view, 3> vcom_named_makers{"Quillon", "Kesta", "mirlo"};
 
 } // namespace usb_ids

@@ -94,6 +94,7 @@ class Test : public testing::Test {
         EXPECT_THAT(standins::bus().misuses(), testing::IsEmpty());
         EXPECT_EQ(standins::bus().open_handles(), 0);
         EXPECT_EQ(standins::bus().open_lists(), 0);
+        EXPECT_EQ(standins::bus().usb_references(), 0);
     }
 
     // Not initialized, no pads, nothing logged.

@@ -25,6 +25,8 @@ using standins::HidInterface;
 using standins::LogCapture;
 using standins::pad_of_type;
 using standins::results;
+using standins::UsbDevice;
+using standins::vcom_pad;
 
 using testing::AllOf;
 using testing::Contains;
@@ -59,6 +61,7 @@ class CoreTest : public testing::Test {
         EXPECT_THAT(bus().misuses(), IsEmpty());
         EXPECT_EQ(bus().open_handles(), 0);
         EXPECT_EQ(bus().open_lists(), 0);
+        EXPECT_EQ(bus().usb_references(), 0);
     }
 
     // The messages that the logging callback was given.

@@ -2,6 +2,8 @@
 
 #include VXPADCOM_USB_IDS_FILE
 
+#include "vxpadcom/vxpadcom.h"
+
 #include <hidapi/hidapi.h>
 #include <libusb-1.0/libusb.h>
 #include <sys/time.h>
@@ -17,6 +19,7 @@ using standins::bus;
 using standins::Bytes;
 using standins::describe;
 using standins::HidInterface;
+using standins::UsbDevice;
 
 struct hid_device_ {
     HidInterface* pad;
@@ -26,7 +29,13 @@ struct hid_device_ {
 };
 
 struct libusb_device {
-    const standins::UsbDevice* model;
+    UsbDevice* model;
+    int references = 0;
+};
+
+struct libusb_device_handle {
+    libusb_device* device;
+    bool open = true;
 };
 
 namespace {
@@ -136,13 +145,75 @@ struct Calls {
         bus().now_us_ += microseconds;
     }
 
-    static const std::vector<UsbDevice>& usb_devices() { return bus().usb_devices_; }
+    static std::deque<UsbDevice>& usb_devices() { return bus().usb_devices_; }
 
-    static libusb_device* usb_device(const UsbDevice& model) {
-        bus().usb_handles_.push_back(std::make_unique<libusb_device>(libusb_device{&model}));
+    // As with libusb a device has one node as long as somebody refers to it.
+    static libusb_device* usb_node(UsbDevice& model) {
+        for (const auto& node : bus().usb_nodes_)
+            if (node->model == &model && node->references > 0)
+                return refer(node.get());
+        bus().usb_nodes_.push_back(std::make_unique<libusb_device>(libusb_device{&model}));
+        return refer(bus().usb_nodes_.back().get());
+    }
+
+    static libusb_device* refer(libusb_device* device) {
+        ++device->references;
+        return device;
+    }
+
+    static void unrefer(const char* function, libusb_device* device) {
+        if (is_alive(function, device))
+            --device->references;
+    }
+
+    static bool is_alive(const char* function, const libusb_device* device) {
+        const bool ok = device && device->references > 0;
+        if (!ok)
+            misuse(std::string(function) + " of a device that nobody refers to: " + name(device));
+        return ok;
+    }
+
+    static bool is_open(const char* function, const libusb_device_handle* handle) {
+        const bool ok = handle && handle->open;
+        if (!ok)
+            misuse(std::string(function) + " on a handle that is not open: " + name(handle));
+        return ok;
+    }
+
+    static std::string name(const libusb_device* device) { return device ? device->model->name : "NULL"; }
+    static std::string name(const libusb_device_handle* handle) { return handle ? name(handle->device) : "NULL"; }
+
+    static std::string transfer_text(const libusb_device_handle* handle, unsigned endpoint, const std::string& data,
+                                     unsigned time_out) {
+        char address[8];
+        std::snprintf(address, sizeof address, "%02x", endpoint);
+        return name(handle) + ", " + address + ", " + data + ", " + std::to_string(time_out);
+    }
+
+    static libusb_device_handle* open(libusb_device* device) {
+        bus().usb_handles_.push_back(std::make_unique<libusb_device_handle>(libusb_device_handle{refer(device)}));
         return bus().usb_handles_.back().get();
     }
+
+    // What a call on a device gives by order of the hook; guard is not held meanwhile.
+    static std::optional<int> ordered(std::unique_lock<std::recursive_mutex>& guard, UsbDevice& device,
+                                      std::string_view function) {
+        const auto hook = bus().hooks.usb;
+        guard.unlock();
+        const auto result = hook ? hook(device, function) : std::nullopt;
+        guard.lock();
+        return result;
+    }
 };
+
+UsbDevice vcom_pad(std::string name, std::size_t which) {
+    UsbDevice pad;
+    pad.vendor_id = static_cast<std::uint16_t>(vcom_device_list[which].vendor_id);
+    pad.product_id = static_cast<std::uint16_t>(vcom_device_list[which].product_id);
+    pad.name = std::move(name);
+    pad.configurations = {{{{{0x81, 512}, {0x01, 512}}}}};
+    return pad;
+}
 
 HidInterface pad_of_type(unsigned pad_type, std::string path, int interface_number, std::wstring serial_number,
                          unsigned occurrence) {
@@ -177,12 +248,14 @@ void Bus::reset() {
     pads_.clear();
     usb_devices_.clear();
     handles_.clear();
+    usb_nodes_.clear();
     usb_handles_.clear();
     lists_.clear();
     hooks = {};
     cost_us.clear();
     hid_exit_result = 0;
     libusb_init_result = 0;
+    device_list_result = 0;
     hid_error_text = L"no text";
     now_us_ = start_of_time_us;
     log_.clear();
@@ -195,9 +268,20 @@ HidInterface& Bus::plug(HidInterface pad) {
     return pads_.emplace_back(std::move(pad));
 }
 
-void Bus::plug(UsbDevice device) {
+UsbDevice& Bus::plug(UsbDevice device) {
     const auto guard = lock();
-    usb_devices_.push_back(std::move(device));
+    return usb_devices_.emplace_back(std::move(device));
+}
+
+void Bus::unplug(UsbDevice& device) {
+    const auto guard = lock();
+    device.plugged = false;
+    device.incoming.clear();
+}
+
+void Bus::plug_again(UsbDevice& device) {
+    const auto guard = lock();
+    device.plugged = true;
 }
 
 void Bus::unplug(HidInterface& pad) {
@@ -250,8 +334,17 @@ std::vector<std::string> Bus::misuses() {
 
 int Bus::open_handles() {
     const auto guard = lock();
-    return static_cast<int>(
-        std::count_if(handles_.begin(), handles_.end(), [](const auto& handle) { return handle->open; }));
+    const auto is_open = [](const auto& handle) { return handle->open; };
+    return static_cast<int>(std::count_if(handles_.begin(), handles_.end(), is_open) +
+                            std::count_if(usb_handles_.begin(), usb_handles_.end(), is_open));
+}
+
+int Bus::usb_references() {
+    const auto guard = lock();
+    int references = 0;
+    for (const auto& node : usb_nodes_)
+        references += node->references;
+    return references;
 }
 
 int Bus::open_lists() {
@@ -480,7 +573,7 @@ const wchar_t* hid_error(hid_device*) {
     return bus().hid_error_text.c_str();
 }
 
-// libusb: devices can be listed and described, but none can be opened.
+// libusb.
 
 int libusb_init(libusb_context** context) {
     const auto guard = Calls::begin("libusb_init", context ? "context" : "");
@@ -497,79 +590,242 @@ void libusb_set_debug(libusb_context*, int level) {
 
 ssize_t libusb_get_device_list(libusb_context*, libusb_device*** list) {
     const auto guard = Calls::begin("libusb_get_device_list", "");
-    const auto& models = Calls::usb_devices();
-    *list = new libusb_device* [models.size() + 1] {};
-    for (std::size_t i = 0; i < models.size(); ++i)
-        (*list)[i] = Calls::usb_device(models[i]);
+    if (bus().device_list_result < 0)
+        return bus().device_list_result;
+    std::vector<libusb_device*> nodes;
+    for (UsbDevice& model : Calls::usb_devices())
+        if (model.plugged)
+            nodes.push_back(Calls::usb_node(model));
+    *list = new libusb_device* [nodes.size() + 1] {};
+    std::copy(nodes.begin(), nodes.end(), *list);
     Calls::list_given(*list);
-    return static_cast<ssize_t>(models.size());
+    return static_cast<ssize_t>(nodes.size());
 }
 
 void libusb_free_device_list(libusb_device** list, int unref_devices) {
     const auto guard = Calls::begin("libusb_free_device_list", std::to_string(unref_devices));
-    if (list && Calls::list_returned("libusb_free_device_list", list))
-        delete[] list;
+    if (!list || !Calls::list_returned("libusb_free_device_list", list))
+        return;
+    for (libusb_device** device = list; unref_devices && *device; ++device)
+        Calls::unrefer("libusb_free_device_list", *device);
+    delete[] list;
 }
 
 libusb_device* libusb_ref_device(libusb_device* device) {
-    return device;
+    const auto guard = Calls::begin("libusb_ref_device", Calls::name(device));
+    return Calls::is_alive("libusb_ref_device", device) ? Calls::refer(device) : device;
 }
 
-void libusb_unref_device(libusb_device*) {}
+void libusb_unref_device(libusb_device* device) {
+    const auto guard = Calls::begin("libusb_unref_device", Calls::name(device));
+    Calls::unrefer("libusb_unref_device", device);
+}
 
 int libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor* descriptor) {
-    const auto guard = Calls::begin("libusb_get_device_descriptor", "");
+    auto guard = Calls::begin("libusb_get_device_descriptor", Calls::name(device));
+    if (!Calls::is_alive("libusb_get_device_descriptor", device))
+        return LIBUSB_ERROR_NO_DEVICE;
+    if (const auto result = Calls::ordered(guard, *device->model, "libusb_get_device_descriptor"))
+        return *result;
+    const UsbDevice& model = *device->model;
     *descriptor = {};
-    descriptor->idVendor = device->model->vendor_id;
-    descriptor->idProduct = device->model->product_id;
+    descriptor->idVendor = model.vendor_id;
+    descriptor->idProduct = model.product_id;
+    descriptor->iManufacturer = model.manufacturer.empty() ? 0 : 1;
+    descriptor->iProduct = model.product.empty() ? 0 : 2;
+    descriptor->iSerialNumber = model.serial_number.empty() ? 0 : 3;
+    descriptor->bNumConfigurations = static_cast<std::uint8_t>(model.configurations.size());
     return 0;
 }
 
-int libusb_get_config_descriptor(libusb_device*, uint8_t, libusb_config_descriptor**) {
-    Calls::begin("libusb_get_config_descriptor", "");
-    return LIBUSB_ERROR_NOT_FOUND;
-}
-
-void libusb_free_config_descriptor(libusb_config_descriptor*) {
-    Calls::begin("libusb_free_config_descriptor", "");
-}
-
-int libusb_get_string_descriptor_ascii(libusb_device_handle*, uint8_t, unsigned char*, int) {
-    Calls::begin("libusb_get_string_descriptor_ascii", "");
-    return LIBUSB_ERROR_NO_DEVICE;
-}
-
-int libusb_open(libusb_device*, libusb_device_handle**) {
-    Calls::begin("libusb_open", "");
-    return LIBUSB_ERROR_ACCESS;
-}
-
-void libusb_close(libusb_device_handle*) {
-    Calls::begin("libusb_close", "");
-}
-
-int libusb_kernel_driver_active(libusb_device_handle*, int) {
-    Calls::begin("libusb_kernel_driver_active", "");
+int libusb_get_config_descriptor(libusb_device* device, uint8_t index, libusb_config_descriptor** config) {
+    auto guard =
+        Calls::begin("libusb_get_config_descriptor", Calls::name(device) + ", " + std::to_string(unsigned{index}));
+    if (!Calls::is_alive("libusb_get_config_descriptor", device))
+        return LIBUSB_ERROR_NO_DEVICE;
+    if (const auto result = Calls::ordered(guard, *device->model, "libusb_get_config_descriptor"))
+        return *result;
+    if (index >= device->model->configurations.size())
+        return LIBUSB_ERROR_NOT_FOUND;
+    const auto& model = device->model->configurations[index];
+    auto* interfaces = new libusb_interface[model.size()]{};
+    for (std::size_t i = 0; i < model.size(); ++i) {
+        auto* settings = new libusb_interface_descriptor[model[i].size()]{};
+        for (std::size_t k = 0; k < model[i].size(); ++k) {
+            auto* endpoints = new libusb_endpoint_descriptor[model[i][k].size()]{};
+            for (std::size_t e = 0; e < model[i][k].size(); ++e) {
+                endpoints[e].bEndpointAddress = model[i][k][e].address;
+                endpoints[e].wMaxPacketSize = model[i][k][e].max_packet_size;
+            }
+            settings[k].bInterfaceNumber = static_cast<std::uint8_t>(i);
+            settings[k].bNumEndpoints = static_cast<std::uint8_t>(model[i][k].size());
+            settings[k].endpoint = endpoints;
+        }
+        interfaces[i].altsetting = settings;
+        interfaces[i].num_altsetting = static_cast<int>(model[i].size());
+    }
+    *config = new libusb_config_descriptor{};
+    (*config)->bNumInterfaces = static_cast<std::uint8_t>(model.size());
+    (*config)->interface = interfaces;
+    Calls::list_given(*config);
     return 0;
 }
 
-int libusb_detach_kernel_driver(libusb_device_handle*, int) {
-    Calls::begin("libusb_detach_kernel_driver", "");
-    return LIBUSB_ERROR_NOT_FOUND;
+void libusb_free_config_descriptor(libusb_config_descriptor* config) {
+    const auto guard = Calls::begin("libusb_free_config_descriptor", "");
+    if (!config || !Calls::list_returned("libusb_free_config_descriptor", config))
+        return;
+    for (int i = 0; i < config->bNumInterfaces; ++i) {
+        for (int k = 0; k < config->interface[i].num_altsetting; ++k)
+            delete[] config->interface[i].altsetting[k].endpoint;
+        delete[] config->interface[i].altsetting;
+    }
+    delete[] config->interface;
+    delete config;
 }
 
-int libusb_claim_interface(libusb_device_handle*, int) {
-    Calls::begin("libusb_claim_interface", "");
-    return LIBUSB_ERROR_NO_DEVICE;
+int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char* data, int length) {
+    auto guard =
+        Calls::begin("libusb_get_string_descriptor_ascii",
+                     Calls::name(handle) + ", " + std::to_string(unsigned{index}) + ", " + std::to_string(length));
+    if (!Calls::is_open("libusb_get_string_descriptor_ascii", handle))
+        return LIBUSB_ERROR_NO_DEVICE;
+    UsbDevice& model = *handle->device->model;
+    if (const auto result = Calls::ordered(guard, model, "libusb_get_string_descriptor_ascii"))
+        return *result;
+    if (!model.plugged)
+        return LIBUSB_ERROR_NO_DEVICE;
+    if (index < 1 || index > 3)
+        return LIBUSB_ERROR_INVALID_PARAM;
+    const std::string* texts[] = {&model.manufacturer, &model.product, &model.serial_number};
+    const std::string text = texts[index - 1]->substr(0, static_cast<std::size_t>(length - 1));
+    std::copy(text.begin(), text.end(), data);
+    data[text.size()] = 0;
+    return static_cast<int>(text.size());
 }
 
-int libusb_bulk_transfer(libusb_device_handle*, unsigned char, unsigned char*, int, int*, unsigned) {
-    Calls::begin("libusb_bulk_transfer", "");
-    return LIBUSB_ERROR_NO_DEVICE;
+int libusb_open(libusb_device* device, libusb_device_handle** handle) {
+    auto guard = Calls::begin("libusb_open", Calls::name(device));
+    if (!Calls::is_alive("libusb_open", device))
+        return LIBUSB_ERROR_NO_DEVICE;
+    if (const auto result = Calls::ordered(guard, *device->model, "libusb_open"); result && *result != 0)
+        return *result;
+    if (!device->model->plugged)
+        return LIBUSB_ERROR_NO_DEVICE;
+    *handle = Calls::open(device);
+    return 0;
 }
 
-const char* libusb_error_name(int) {
-    return "LIBUSB_ERROR";
+void libusb_close(libusb_device_handle* handle) {
+    const auto guard = Calls::begin("libusb_close", Calls::name(handle));
+    if (!Calls::is_open("libusb_close", handle))
+        return;
+    handle->open = false;
+    Calls::unrefer("libusb_close", handle->device);
+}
+
+namespace {
+
+// The calls that name an interface succeed by default.
+int with_interface(const char* function, libusb_device_handle* handle, int interface) {
+    auto guard = Calls::begin(function, Calls::name(handle) + ", " + std::to_string(interface));
+    if (!Calls::is_open(function, handle))
+        return LIBUSB_ERROR_NO_DEVICE;
+    return Calls::ordered(guard, *handle->device->model, function).value_or(0);
+}
+
+} // namespace
+
+int libusb_kernel_driver_active(libusb_device_handle* handle, int interface) {
+    return with_interface("libusb_kernel_driver_active", handle, interface);
+}
+
+int libusb_detach_kernel_driver(libusb_device_handle* handle, int interface) {
+    return with_interface("libusb_detach_kernel_driver", handle, interface);
+}
+
+int libusb_claim_interface(libusb_device_handle* handle, int interface) {
+    return with_interface("libusb_claim_interface", handle, interface);
+}
+
+namespace {
+
+int bulk_in(libusb_device_handle* handle, unsigned char endpoint, std::span<unsigned char> data, int& transferred,
+            unsigned time_out) {
+    auto guard = Calls::begin("libusb_bulk_transfer",
+                              Calls::transfer_text(handle, endpoint, std::to_string(data.size()), time_out));
+    if (!Calls::is_open("libusb_bulk_transfer", handle))
+        return LIBUSB_ERROR_NO_DEVICE;
+    UsbDevice& model = *handle->device->model;
+    const auto hook = bus().hooks.bulk_in;
+    guard.unlock();
+    if (hook)
+        if (const auto result = hook(model, data, transferred))
+            return *result;
+    guard.lock();
+    if (!model.plugged)
+        return LIBUSB_ERROR_NO_DEVICE;
+    if (model.incoming.empty()) {
+        guard.unlock();
+        bus().advance_us(std::int64_t{time_out} * 1000);
+        return LIBUSB_ERROR_TIMEOUT;
+    }
+    Bytes& next = model.incoming.front();
+    const std::size_t count = std::min(next.size(), data.size());
+    std::copy_n(next.begin(), count, data.begin());
+    transferred = static_cast<int>(count);
+    next.erase(next.begin(), next.begin() + transferred);
+    if (next.empty())
+        model.incoming.pop_front();
+    return 0;
+}
+
+int bulk_out(libusb_device_handle* handle, unsigned char endpoint, std::span<const unsigned char> data,
+             int& transferred, unsigned time_out) {
+    auto guard = Calls::begin("libusb_bulk_transfer", Calls::transfer_text(handle, endpoint, describe(data), time_out));
+    if (!Calls::is_open("libusb_bulk_transfer", handle))
+        return LIBUSB_ERROR_NO_DEVICE;
+    UsbDevice& model = *handle->device->model;
+    const auto hook = bus().hooks.bulk_out;
+    guard.unlock();
+    if (hook)
+        if (const auto result = hook(model, data, transferred))
+            return *result;
+    guard.lock();
+    if (!model.plugged)
+        return LIBUSB_ERROR_NO_DEVICE;
+    model.outgoing.emplace_back(data.begin(), data.end());
+    transferred = static_cast<int>(data.size());
+    const auto answer = model.answer;
+    const Bytes sent = model.outgoing.back();
+    guard.unlock();
+    if (answer)
+        answer(model, sent);
+    return 0;
+}
+
+} // namespace
+
+int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data, int length,
+                         int* transferred, unsigned time_out) {
+    const std::span bytes(data, static_cast<std::size_t>(length));
+    return (endpoint & 0x80) != 0 ? bulk_in(handle, endpoint, bytes, *transferred, time_out)
+                                  : bulk_out(handle, endpoint, bytes, *transferred, time_out);
+}
+
+const char* libusb_error_name(int code) {
+    switch (code) {
+    case LIBUSB_ERROR_IO:
+        return "LIBUSB_ERROR_IO";
+    case LIBUSB_ERROR_NO_DEVICE:
+        return "LIBUSB_ERROR_NO_DEVICE";
+    case LIBUSB_ERROR_TIMEOUT:
+        return "LIBUSB_ERROR_TIMEOUT";
+    case LIBUSB_ERROR_PIPE:
+        return "LIBUSB_ERROR_PIPE";
+    default:
+        return "LIBUSB_ERROR";
+    }
 }
 
 } // extern "C"

@@ -15,11 +15,21 @@
 // By itself a pad answers the legacy commands (version, mode, status, rectangle) and returns any other feature report
 // as it was last sent. References stay valid until reset().
 //
+// A VCOM pad. bus().plug(vcom_pad()) has one vendor interface with a bulk IN and a bulk OUT endpoint. What its IN
+// endpoint gives is one entry of incoming for each transfer, then time-outs; what it was sent is in outgoing. An answer
+// function makes it a pad that replies:
+//
+//     UsbDevice& pad = bus().plug(vcom_pad());
+//     pad.incoming.push_back({0xAA, 0x55, 2, 0x80, 7});
+//     pad.answer = [](UsbDevice& asked, const Bytes& sent) { asked.incoming.push_back(sent); };
+//     bus().unplug(pad); // transfers give LIBUSB_ERROR_NO_DEVICE, opening too, until plug_again()
+//
 // Results of one call. Every function of bus().hooks may take over: it returns the call's result, or nullopt for the
 // default. A hook may claim results that no pad can give (longer than the buffer, 0, -1 for ever).
 //
 //     bus().hooks.get_feature = [](HidInterface&, std::span<unsigned char>) { return std::optional(-1); };
 //     bus().hooks.get_feature = results({-1, -1}); // two failures, then the default
+//     bus().hooks.usb = [](UsbDevice&, std::string_view which) { ... }; // any libusb call but the transfers
 //
 // The clock. gettimeofday() gives bus().now_us(); usleep() notes its pause and moves the clock on, nothing waits.
 // bus().cost_us["hid_get_feature_report"] = 1000 makes each such call take a millisecond.
@@ -29,10 +39,12 @@
 //     hid_open_path(1-1:1.0)
 //     hid_send_feature_report(1-1:1.0, 65: 00 11)   size, then the bytes without the zeros at the end
 //     usleep(1000)
+//     libusb_bulk_transfer(usb1, 01, 7: aa 55 02 00 00 00 10, 1000)   endpoint, size, the bytes sent, time-out
+//     libusb_bulk_transfer(usb1, 81, 4096, 100)                       endpoint, size asked for, time-out
 //
 // log("hid_close") keeps the calls of one function, take_log() also clears; pauses() are the arguments of usleep.
 // gettimeofday and hid_error are not logged. Wrong use of a handle or list (twice closed, unknown, NULL) is kept in
-// bus().misuses(); open_handles() and open_lists() count what was not given back.
+// bus().misuses(); open_handles(), open_lists() and usb_references() count what was not given back.
 //
 // Threads. All functions may be called from several threads; hooks run outside the lock. While other threads are
 // inside the library, change pads, hooks and costs only under bus().lock().
@@ -54,6 +66,7 @@
 
 struct hid_device_;
 struct libusb_device;
+struct libusb_device_handle;
 
 namespace standins {
 
@@ -79,11 +92,32 @@ struct HidInterface {
 HidInterface pad_of_type(unsigned pad_type, std::string path = "1-1:1.0", int interface_number = 0,
                          std::wstring serial_number = L"SN0001", unsigned occurrence = 0);
 
-// A device that only libusb sees.
+struct UsbEndpoint {
+    std::uint8_t address = 0;
+    std::uint16_t max_packet_size = 64;
+};
+using UsbSetting = std::vector<UsbEndpoint>;
+using UsbInterface = std::vector<UsbSetting>; // its alternate settings
+using UsbConfiguration = std::vector<UsbInterface>;
+
+// A device that only libusb sees. An empty text is a missing string descriptor.
 struct UsbDevice {
     std::uint16_t vendor_id = 0;
     std::uint16_t product_id = 0;
+    std::string name = "usb1";
+    std::string manufacturer = "ACME";
+    std::string product = "Pad 300";
+    std::string serial_number = "USB0001";
+    std::vector<UsbConfiguration> configurations = {};
+    std::deque<Bytes> incoming =
+        {}; // what the next IN transfers bring; the rest of one too long is brought by the next
+    std::vector<Bytes> outgoing = {};
+    std::function<void(UsbDevice&, const Bytes& sent)> answer = {}; // called after each OUT transfer, without the lock
+    bool plugged = true;
 };
+
+// A VCOM pad with IN endpoint 81 and OUT endpoint 01. Which: an entry of vcom_device_list.
+UsbDevice vcom_pad(std::string name = "usb1", std::size_t which = 0);
 
 // A function that may take the place of a call. Copies share its state, so a mutable lambda can count.
 template <class Signature> class Hook;
@@ -111,6 +145,11 @@ struct Hooks {
     Hook<std::optional<int>(HidInterface&, std::span<unsigned char> report)> get_feature;
     Hook<std::optional<int>(HidInterface&, std::span<unsigned char> report)> read;
     Hook<void(unsigned microseconds)> usleep; // after the clock was moved
+    // Which is the function's name.
+    Hook<std::optional<int>(UsbDevice&, std::string_view which)> usb;
+    // The result of a transfer, 0 or an error code; bytes moved are counted in transferred.
+    Hook<std::optional<int>(UsbDevice&, std::span<unsigned char> data, int& transferred)> bulk_in;
+    Hook<std::optional<int>(UsbDevice&, std::span<const unsigned char> data, int& transferred)> bulk_out;
 };
 
 class Bus {
@@ -118,14 +157,17 @@ class Bus {
     void reset();
 
     HidInterface& plug(HidInterface pad);
-    void plug(UsbDevice device);
+    UsbDevice& plug(UsbDevice device);
     void unplug(HidInterface& pad);
     void plug_again(HidInterface& pad);
+    void unplug(UsbDevice& device);
+    void plug_again(UsbDevice& device);
 
     Hooks hooks;
     std::map<std::string, std::int64_t, std::less<>> cost_us;
     int hid_exit_result = 0;
     int libusb_init_result = 0;
+    int device_list_result = 0; // a negative one fails
     std::wstring hid_error_text = L"no text";
 
     std::int64_t now_us();
@@ -137,6 +179,7 @@ class Bus {
     std::vector<std::string> misuses();
     int open_handles();
     int open_lists();
+    int usb_references(); // to devices, those of handles and lists included
 
     std::unique_lock<std::recursive_mutex> lock() { return std::unique_lock(mutex_); }
 
@@ -145,9 +188,10 @@ class Bus {
 
     std::recursive_mutex mutex_;
     std::deque<HidInterface> pads_;
-    std::vector<UsbDevice> usb_devices_;
+    std::deque<UsbDevice> usb_devices_;
     std::deque<std::unique_ptr<hid_device_>> handles_; // kept until reset(), so that no address is given out twice
-    std::deque<std::unique_ptr<libusb_device>> usb_handles_;
+    std::deque<std::unique_ptr<libusb_device>> usb_nodes_;
+    std::deque<std::unique_ptr<libusb_device_handle>> usb_handles_;
     std::vector<const void*> lists_;
     std::int64_t now_us_ = 0;
     std::vector<std::string> log_;

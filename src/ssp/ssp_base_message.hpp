@@ -1,0 +1,23 @@
+// Measuring a frame that may be cut short.
+#pragma once
+
+#include "vxpadcom/vxpadcom.h"
+
+#include <span>
+
+namespace ssp_base_message {
+
+constexpr std::size_t base_header_size = 3;
+constexpr std::size_t legacy_header_size = 1;
+
+struct Measure {
+    std::size_t header;
+    std::size_t data;     // as the header says
+    bool header_is_whole; // else data is not known
+    std::size_t message() const { return header + data; }
+};
+
+// frame holds at least one byte.
+Measure measure(std::span<const unsigned char> frame);
+
+} // namespace ssp_base_message
