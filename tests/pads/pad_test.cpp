@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <future>
 #include <iomanip>
 #include <sstream>
 #include <sys/time.h>
@@ -11,13 +13,6 @@ namespace pads {
 namespace {
 
 constexpr char16_t untouched_unit = 0xeeee;
-
-std::string hex(const Bytes& bytes) {
-    std::ostringstream text;
-    for (const auto byte : bytes)
-        text << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
-    return text.str();
-}
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> result;
@@ -212,9 +207,16 @@ std::string to_pad(const std::string& request, int pad, const std::string& rest)
     return emulator::request(request + " " + std::to_string(pad) + (rest.empty() ? "" : " ") + rest);
 }
 
-std::vector<std::string> take_log(int pad) {
+std::string hex(const Bytes& bytes) {
+    std::ostringstream text;
+    for (const auto byte : bytes)
+        text << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
+    return text.str();
+}
+
+std::vector<std::string> take_log(int pad, const std::string& kind) {
     auto log = lines(to_pad("log", pad));
-    std::erase_if(log, [](const std::string& line) { return line.find(" feature ") == std::string::npos; });
+    std::erase_if(log, [&](const std::string& line) { return line.find(" " + kind + " ") == std::string::npos; });
     return log;
 }
 
@@ -242,6 +244,38 @@ void heal() {
         if (line.find(" unplugged ") != std::string::npos)
             to_pad("plug", pad);
         to_pad("log", pad);
+    }
+}
+
+void plug_only(const std::vector<int>& pads) {
+    int pad = 0;
+    for (const auto& line : lines(emulator::request("list"))) {
+        ++pad;
+        to_pad("clear-faults", pad);
+        if (line.find(" unplugged ") == std::string::npos)
+            to_pad("unplug", pad);
+    }
+    for (const int wanted : pads)
+        to_pad("plug", wanted);
+}
+
+void run_at_once(unsigned int threads, const std::function<void(unsigned int thread)>& action) {
+    constexpr auto patience = 60s;
+    std::atomic<unsigned int> ready{0};
+    std::vector<std::future<void>> running;
+    for (unsigned int thread = 0; thread < threads; ++thread)
+        running.push_back(std::async(std::launch::async, [&, thread] {
+            ++ready;
+            while (ready < threads)
+                std::this_thread::yield();
+            action(thread);
+        }));
+    for (auto& thread : running) {
+        if (thread.wait_for(patience) != std::future_status::ready) {
+            std::fprintf(stderr, "a thread hangs\n");
+            std::abort(); // there is no way to take a hanging thread back
+        }
+        thread.get();
     }
 }
 

@@ -79,12 +79,14 @@ int write_file(unsigned int device, unsigned int interface, const Bytes& report)
 
 // The emulator's side. Its pads are numbered as they were plugged in, whatever number the library gives them.
 std::string to_pad(const std::string& request, int pad, const std::string& rest = {});
-std::vector<std::string> take_log(int pad); // feature reports that have crossed the bus
+std::vector<std::string> take_log(int pad, const std::string& kind = "feature"); // of what has crossed the bus
+std::string hex(const Bytes& bytes);
 // A line of it; the direction is "out" or "in".
 std::string feature_line(const char* direction, unsigned int interface, const Bytes& payload);
 std::string state_of(int pad, const std::string& name); // "" when it has none
 bool is_plugged(int pad);
-void heal(); // plugs everything in, removes all faults, empties all logs
+void heal();                                  // plugs everything in, removes all faults, empties all logs
+void plug_only(const std::vector<int>& pads); // as they were at first, without faults
 
 template <typename Condition> bool wait_for(Condition condition, std::chrono::milliseconds patience = 10s) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
@@ -94,6 +96,28 @@ template <typename Condition> bool wait_for(Condition condition, std::chrono::mi
         std::this_thread::sleep_for(1ms);
     }
     return true;
+}
+
+// Runs action(0), action(1), ... on threads of their own at the same time. None of them may hang.
+void run_at_once(unsigned int threads, const std::function<void(unsigned int thread)>& action);
+
+// Pulls the pad out at the action's first, second, ... transfer, until the action needs no more of them. Returns how
+// many it has. `prepare` plugs the pad in, `check` looks at what is left each time.
+template <typename Prepare, typename Action, typename Check>
+int pull_out_at_each_transfer(int pad, Prepare prepare, Action action, Check check) {
+    for (int transfers = 0; transfers < 1000; ++transfers) {
+        SCOPED_TRACE("pulled out at transfer " + std::to_string(transfers));
+        prepare();
+        to_pad("fault", pad, "unplug,count=1,after=" + std::to_string(transfers));
+        action();
+        if (is_plugged(pad))
+            return transfers;
+        check();
+        if (testing::Test::HasFatalFailure())
+            break;
+    }
+    ADD_FAILURE() << "there is no end";
+    return 0;
 }
 
 // Reads the next input report, which may still be on its way from the pad.

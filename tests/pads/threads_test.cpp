@@ -14,29 +14,10 @@ namespace {
 
 constexpr int pad = 1;
 constexpr unsigned int thread_count = 4;
-constexpr auto patience = 60s;
 
 class Threads : public InitializedPads {
   protected:
-    // Runs action(0), action(1), ... at the same time.
-    static void at_once(const std::function<void(unsigned int thread)>& action) {
-        std::atomic<unsigned int> ready{0};
-        std::vector<std::future<void>> threads;
-        for (unsigned int thread = 0; thread < thread_count; ++thread)
-            threads.push_back(std::async(std::launch::async, [&, thread] {
-                ++ready;
-                while (ready < thread_count)
-                    std::this_thread::yield();
-                action(thread);
-            }));
-        for (auto& thread : threads) {
-            if (thread.wait_for(patience) != std::future_status::ready) {
-                std::fprintf(stderr, "a thread hangs\n");
-                std::abort(); // there is no way to take a hanging thread back
-            }
-            thread.get();
-        }
-    }
+    static void at_once(const std::function<void(unsigned int thread)>& action) { run_at_once(thread_count, action); }
 };
 
 // Reports that are the same in every byte: a mixture of two would show.

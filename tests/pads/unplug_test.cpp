@@ -70,25 +70,19 @@ void expect_sound_pad() {
 
 class Unplug : public InitializedPads {
   protected:
-    // Pulls the pad out at the action's first, second, ... transfer, until the action needs no more of them. Returns
-    // how many it has. After each time `check` looks at what is left.
     template <typename Prepare, typename Action, typename Check>
     int sweep(Prepare prepare, Action action, Check check) {
-        for (int transfers = 0; transfers < 1000; ++transfers) {
-            SCOPED_TRACE("pulled out at transfer " + std::to_string(transfers));
-            heal();
-            prepare();
-            to_pad("fault", pad, "unplug,count=1,after=" + std::to_string(transfers));
-            action();
-            if (is_plugged(pad))
-                return transfers;
-            check();
-            expect_sound_pad();
-            if (HasFatalFailure())
-                break;
-        }
-        ADD_FAILURE() << "there is no end";
-        return 0;
+        return pull_out_at_each_transfer(
+            pad,
+            [&] {
+                heal();
+                prepare();
+            },
+            action,
+            [&] {
+                check();
+                expect_sound_pad();
+            });
     }
 };
 
