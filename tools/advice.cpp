@@ -14,10 +14,10 @@ namespace fs = std::filesystem;
 constexpr const char* rules_file = "70-vxpadcom.rules";
 
 // One line for all vendors with the same products.
-std::string list_ids(std::span<const UsbId> ids) {
+std::string list_ids(std::span<const SearchedId> searched) {
     std::map<std::uint32_t, std::set<std::uint32_t>> products_of;
-    for (const UsbId& id : ids)
-        products_of[id.vendor].insert(id.product);
+    for (const SearchedId& entry : searched)
+        products_of[entry.id.vendor].insert(entry.id.product);
     std::map<std::set<std::uint32_t>, std::string> vendors_of;
     for (const auto& [vendor, products] : products_of)
         vendors_of[products].append(" ").append(hex_id(vendor));
@@ -67,7 +67,8 @@ std::string explain_denied_access() {
 
 } // namespace
 
-std::string explain_missing_pads(std::size_t pads, std::span<const BusDevice> on_bus, std::span<const UsbId> searched) {
+std::string explain_missing_pads(std::size_t pads, std::span<const BusDevice> on_bus,
+                                 std::span<const SearchedId> searched) {
     std::string denied;
     for (const BusDevice& device : on_bus)
         if (device.access == Access::denied)

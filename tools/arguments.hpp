@@ -3,6 +3,7 @@
 
 #include "hex.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -10,7 +11,36 @@
 
 namespace vxpadctl {
 
-enum class Command { help, version, list, info, feature_get, feature_set, report_read, report_write };
+enum class Command {
+    help,
+    version,
+    list,
+    info,
+    feature_get,
+    feature_set,
+    report_read,
+    report_write,
+    ssp_send,
+    ssp_receive,
+    ssp_components,
+    ssp_modes,
+    ssp_description,
+    ssp_connection,
+    config_set,
+    config_persist,
+    config_state,
+    button_input,
+    button_event,
+    button_set,
+    button_refresh,
+};
+
+// A component of a pad, by the type that its name stands for or by its id.
+struct ComponentChoice {
+    enum class By { type, id } by;
+    std::uint32_t number;
+    bool operator==(const ComponentChoice&) const = default;
+};
 
 struct Arguments {
     Command command = Command::help;
@@ -20,10 +50,20 @@ struct Arguments {
     bool trace = false;
     bool fill = false;
     bool reply = false;
+    bool pen_data = false;
     unsigned interface = 0;
     std::optional<unsigned> length; // payload bytes
     unsigned wait = 1000;           // milliseconds, for each report
+    unsigned timeout = 1000;        // milliseconds, for each message
     unsigned count = 1;
+    std::optional<ComponentChoice> component;
+    std::optional<unsigned> message_id;
+    std::optional<unsigned> connection; // type to set
+    std::string variable;
+    std::string value;
+    unsigned mode = 0; // type
+    unsigned button = 0;
+    std::uint32_t button_state[2] = {};
 };
 
 struct UsageError : std::runtime_error {

@@ -1,46 +1,17 @@
 #include "commands.hpp"
 
-#include "advice.hpp"
-#include "library.hpp"
+#include "chosen_pad.hpp"
 #include "pad_output.hpp"
-#include "usb_bus.hpp"
+#include "printing.hpp"
+#include "ssp_commands.hpp"
 
 #include <algorithm>
-#include <chrono>
-#include <csignal>
+#include <array>
 #include <iostream>
-#include <thread>
 
 namespace vxpadctl {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-void print(std::FILE* file, const std::string& text) {
-    std::fputs(text.c_str(), file);
-}
-
-// Throws unless there is such a pad.
-void expect_pad(const Session& session, unsigned pad) {
-    const unsigned pads = session.pad_count();
-    if (pad <= pads)
-        return;
-    const std::vector<UsbId> ids = searched_ids();
-    const std::string reason = explain_missing_pads(pads, find_on_bus(ids), ids);
-    throw std::runtime_error("there is no pad " + std::to_string(pad) +
-                             (pads > 0 ? ", the last one is " + std::to_string(pads) : "") +
-                             (reason.empty() ? "" : "\n" + reason));
-}
-
-void expect_interface(const Session& session, const Arguments& arguments) {
-    expect_pad(session, arguments.pad);
-    const unsigned interfaces = interface_count(arguments.pad);
-    if (arguments.interface >= interfaces)
-        throw std::runtime_error("there is no interface " + std::to_string(arguments.interface) + ": pad " +
-                                 std::to_string(arguments.pad) + " has " + std::to_string(interfaces) +
-                                 ", counted from 0");
-}
 
 bool list(const Session& session, const Arguments& arguments, std::FILE* results) {
     std::vector<Pad> pads;
@@ -58,17 +29,17 @@ bool list(const Session& session, const Arguments& arguments, std::FILE* results
     else if (!pads.empty())
         print(results, pad_table(pads));
 
-    const std::vector<UsbId> ids = searched_ids();
-    const std::vector<BusDevice> on_bus = find_on_bus(ids);
-    if (const std::string reason = explain_missing_pads(session.pad_count(), on_bus, ids); !reason.empty())
-        std::cerr << "vxpadctl: " << reason << '\n';
-    return complete && on_bus.size() <= pads.size();
+    const MissingPads missing = look_for_missing_pads(session);
+    if (!missing.explanation.empty())
+        std::cerr << "vxpadctl: " << missing.explanation << '\n';
+    return complete && missing.on_bus <= pads.size();
 }
 
 bool info(const Session& session, const Arguments& arguments, std::FILE* results) {
-    expect_pad(session, arguments.pad);
+    expect_pad(session, arguments);
     const Pad pad = describe_pad(arguments.pad);
-    print(results, arguments.json ? pad_json(pad) + "\n" : pad_details(pad));
+    const std::optional<SspFacts> ssp = ssp_facts(arguments.pad);
+    print(results, arguments.json ? pad_info_json(pad, ssp) + "\n" : pad_details(pad, ssp));
     return true;
 }
 
@@ -90,11 +61,6 @@ Bytes payload_to_send(const Arguments& arguments) {
     return payload;
 }
 
-void print_sent(const Arguments& arguments, std::size_t size, std::FILE* results) {
-    print(results, std::to_string(size) + (size == 1 ? " byte" : " bytes") + " sent to interface " +
-                       std::to_string(arguments.interface) + " of pad " + std::to_string(arguments.pad) + "\n");
-}
-
 bool feature_set(const Session& session, const Arguments& arguments, std::FILE* results) {
     expect_interface(session, arguments);
     const Bytes payload = payload_to_send(arguments);
@@ -114,63 +80,49 @@ bool report_write(const Session& session, const Arguments& arguments, std::FILE*
     return true;
 }
 
-volatile std::sig_atomic_t interrupted = 0;
-
-// Leaving in order gives the pad back to the system.
-void leave_in_order_when_interrupted() {
-    for (const int signal : {SIGINT, SIGTERM})
-        std::signal(signal, [](int) { interrupted = 1; });
-}
-
 // The library takes what is waiting and never waits itself.
-Bytes wait_for_report(const Arguments& arguments, unsigned size) {
-    constexpr auto pause = std::chrono::milliseconds(2);
-    const auto deadline = Clock::now() + std::chrono::milliseconds(arguments.wait);
-    for (;;) {
-        if (auto report = take_report(arguments.pad, arguments.interface, size))
-            return *report;
-        if (interrupted != 0)
-            throw std::runtime_error("interrupted");
-        if (Clock::now() >= deadline)
-            throw std::runtime_error("no input report came within " + std::to_string(arguments.wait) + " ms");
-        std::this_thread::sleep_for(pause);
-    }
-}
-
 bool report_read(const Session& session, const Arguments& arguments, std::FILE* results) {
     expect_interface(session, arguments);
     const unsigned size = input_report_size(arguments.pad);
-    leave_in_order_when_interrupted();
-    for (unsigned i = 0; i < arguments.count; ++i) {
-        const std::string dump = hex_dump(wait_for_report(arguments, size));
-        print(results, (i > 0 ? "\n" : "") + dump);
-        std::fflush(results);
-    }
+    print_as_it_comes(
+        arguments, std::chrono::milliseconds(arguments.wait), "input report",
+        [&] { return take_report(arguments.pad, arguments.interface, size); }, results);
     return true;
 }
+
+struct Entry {
+    Command command;
+    bool (*run)(const Session& session, const Arguments& arguments, std::FILE* results);
+};
+
+constexpr std::array<Entry, 19> entries{{
+    {Command::list, list},
+    {Command::info, info},
+    {Command::feature_get, feature_get},
+    {Command::feature_set, feature_set},
+    {Command::report_read, report_read},
+    {Command::report_write, report_write},
+    {Command::ssp_send, ssp_send},
+    {Command::ssp_receive, ssp_receive},
+    {Command::ssp_components, ssp_components},
+    {Command::ssp_modes, ssp_modes},
+    {Command::ssp_description, ssp_description},
+    {Command::ssp_connection, ssp_connection},
+    {Command::config_set, config_set},
+    {Command::config_persist, config_persist},
+    {Command::config_state, config_state},
+    {Command::button_input, button_input},
+    {Command::button_event, button_event},
+    {Command::button_set, button_set},
+    {Command::button_refresh, button_refresh},
+}};
 
 } // namespace
 
 bool run_command(const Arguments& arguments, std::FILE* results) {
     const Session session;
-    switch (arguments.command) {
-    case Command::list:
-        return list(session, arguments, results);
-    case Command::info:
-        return info(session, arguments, results);
-    case Command::feature_get:
-        return feature_get(session, arguments, results);
-    case Command::feature_set:
-        return feature_set(session, arguments, results);
-    case Command::report_read:
-        return report_read(session, arguments, results);
-    case Command::report_write:
-        return report_write(session, arguments, results);
-    case Command::help:
-    case Command::version:
-        break;
-    }
-    return true;
+    const auto entry = std::ranges::find(entries, arguments.command, &Entry::command);
+    return entry == entries.end() || entry->run(session, arguments, results);
 }
 
 } // namespace vxpadctl

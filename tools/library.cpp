@@ -2,13 +2,19 @@
 
 #include "text.hpp"
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <vxpadcom/vxpadcom.h>
+
+#include VXPADCOM_USB_IDS_FILE
 
 namespace vxpadctl {
 
 namespace {
+
+constexpr std::size_t longest_message = 3 + 0x10000; // component id and size, payload
 
 using TextBuffer = std::array<char16_t, VXPAD_MAX_STRING_LENGTH>;
 
@@ -92,12 +98,16 @@ Pad describe_pad(unsigned number) {
     pad.product = checked_text([&](auto... out) { return GetProductName(number, 0, out...); });
     pad.product.erase(pad.product.find_last_not_of(' ') + 1);
     pad.serial = checked_text([&](auto... out) { return GetSerialNumber(number, out...); });
-    pad.id.vendor = checked_number([&](auto out) { return GetVendorId(number, out); });
-    pad.id.product = checked_number([&](auto out) { return GetProductId(number, 0, out); });
+    pad.id = usb_id(number);
     pad.interfaces = interface_count(number);
     pad.feature_report_size = feature_report_size(number, 0);
     pad.transport = transport_of_selected_pad();
     return pad;
+}
+
+UsbId usb_id(unsigned pad) {
+    return {checked_number([&](auto out) { return GetVendorId(pad, out); }),
+            checked_number([&](auto out) { return GetProductId(pad, 0, out); })};
 }
 
 unsigned interface_count(unsigned pad) {
@@ -145,10 +155,68 @@ std::optional<Bytes> take_report(unsigned pad, unsigned interface, unsigned size
     return without_report_id(report);
 }
 
-std::vector<UsbId> searched_ids() {
-    std::vector<UsbId> ids;
-    for (const vx_usb_id* id = hid_device_list; id->vendor_id != 0; ++id)
-        ids.push_back({id->vendor_id, id->product_id});
+std::optional<unsigned> packet_size(unsigned pad) {
+    interface_count(pad);
+    const int size = core_get_max_packet_size_of_out_endpoint();
+    return size < 1 ? std::nullopt : std::optional(static_cast<unsigned>(size));
+}
+
+void send_message(unsigned pad, unsigned interface, std::span<const std::uint8_t> message) {
+    check(SendSspMessage(pad, interface, message.data(), static_cast<unsigned>(message.size())));
+}
+
+// The library does not tell a time-out from another failure, but only the former takes its time.
+std::optional<Bytes> receive_message(unsigned pad, unsigned interface, unsigned time_out) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(time_out);
+    Bytes message(longest_message);
+    unsigned size = 0;
+    const int handle =
+        ReceiveSspMessage(pad, interface, message.data(), static_cast<unsigned>(message.size()), time_out, &size);
+    if (handle != 0 && std::chrono::steady_clock::now() >= deadline)
+        return std::nullopt;
+    check(handle);
+    message.resize(size);
+    return message;
+}
+
+PenData::PenData(unsigned pad, unsigned interface) : interface_{interface}, buffer_(input_report_size(pad)) {
+    if (core_enable_ssp_biodata_sending() < 0)
+        throw LibraryError("the pen data of pad " + std::to_string(pad) + " cannot be switched on");
+}
+
+PenData::~PenData() {
+    core_disable_ssp_biodata_sending();
+}
+
+// A record of pen data is often shorter than a report, which ReadFile() takes for a failure.
+std::optional<Bytes> PenData::take() {
+    const int size = core_get_hid_input_report(interface_, buffer_.data(), static_cast<int>(buffer_.size()));
+    if (size < 0)
+        throw LibraryError("the pen data cannot be read");
+    if (size == 0)
+        return std::nullopt;
+    return Bytes(buffer_.begin(), buffer_.begin() + size);
+}
+
+unsigned pad_type(UsbId id) {
+    const auto type_in = [&](const auto& products) {
+        const auto found = std::ranges::find(products, id.product, &usb_ids::Product::product_id);
+        return found == products.end() ? 0u : found->pad_type;
+    };
+    if (id.vendor == usb_ids::classic_vendor)
+        return type_in(usb_ids::classic_products);
+    const bool shared = std::ranges::find(usb_ids::shared_vendors, id.vendor) != usb_ids::shared_vendors.end();
+    return shared ? type_in(usb_ids::shared_products) : 0;
+}
+
+std::vector<SearchedId> searched_ids() {
+    std::vector<SearchedId> ids;
+    for (const vx_usb_id* list : {hid_device_list, vcom_device_list})
+        for (const vx_usb_id* id = list; id->vendor_id != 0; ++id)
+            if (id->vendor_id != usb_ids::vcom_named_vendor)
+                ids.push_back({{id->vendor_id, id->product_id}});
+    for (const std::string_view maker : usb_ids::vcom_named_makers)
+        ids.push_back({{usb_ids::vcom_named_vendor, usb_ids::vcom_named_product}, maker});
     return ids;
 }
 

@@ -9,6 +9,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vxpadctl {
@@ -24,6 +25,13 @@ struct UsbId {
     auto operator<=>(const UsbId&) const = default;
 };
 
+// A USB id that the search looks for. Where a maker is given, only the devices whose manufacturer's name begins with it
+// are pads.
+struct SearchedId {
+    UsbId id;
+    std::string_view maker = {};
+};
+
 // What a pad says about itself; texts in UTF-8, unfiltered.
 struct Pad {
     unsigned number;
@@ -34,6 +42,13 @@ struct Pad {
     UsbId id;
     unsigned interfaces;
     unsigned feature_report_size; // payload bytes
+};
+
+// What a pad's signpad tells about the pad; texts in UTF-8, unfiltered.
+struct PadDescription {
+    UsbId id;
+    std::string version; // with its manufacturer
+    std::string serial;
 };
 
 // Searches for pads; they are usable while this exists.
@@ -49,16 +64,39 @@ class Session {
 
 // All of these need a session and throw LibraryError.
 Pad describe_pad(unsigned number);
+UsbId usb_id(unsigned pad);
 unsigned interface_count(unsigned pad);
 unsigned feature_report_size(unsigned pad, unsigned interface);
 unsigned input_report_size(unsigned pad);
+std::optional<unsigned> packet_size(unsigned pad); // of the way to the pad; nothing where it is unknown
 void set_feature(unsigned pad, unsigned interface, std::span<const std::uint8_t> payload);
 Bytes get_feature(unsigned pad, unsigned interface, unsigned size);
 void write_report(unsigned pad, unsigned interface, std::span<const std::uint8_t> payload);
 std::optional<Bytes> take_report(unsigned pad, unsigned interface, unsigned size); // nothing where none is waiting
 
-// The USB ids that the search looks for.
-std::vector<UsbId> searched_ids();
+// Whole messages. Nothing comes out where the time-out passed, in milliseconds.
+void send_message(unsigned pad, unsigned interface, std::span<const std::uint8_t> message);
+std::optional<Bytes> receive_message(unsigned pad, unsigned interface, unsigned time_out);
+
+// Pen data of a pad, switched on while this exists. A HID pad sends it as input reports and needs no switching.
+class PenData {
+  public:
+    PenData(unsigned pad, unsigned interface);
+    ~PenData();
+    PenData(const PenData&) = delete;
+    PenData& operator=(const PenData&) = delete;
+
+    std::optional<Bytes> take(); // nothing where none is waiting
+
+  private:
+    unsigned interface_;
+    Bytes buffer_;
+};
+
+// The model class of pads with these ids, 0 where it is unknown.
+unsigned pad_type(UsbId id);
+
+std::vector<SearchedId> searched_ids();
 
 // Keeps the library's own lines off the terminal, or asks for all of them.
 void send_error_lines_to_syslog();

@@ -2,15 +2,34 @@
 #pragma once
 
 #include "library.hpp"
+#include "names.hpp"
 
+#include <optional>
 #include <span>
 #include <string>
 
 namespace vxpadctl {
 
+// What a pad that speaks SSP has to say; what it did not tell is left out.
+struct SspFacts {
+    std::optional<unsigned> packet_size; // of the way to the pad
+    std::optional<unsigned> input_size;
+    std::optional<PadDescription> description;
+    std::optional<unsigned> connection;
+};
+
 std::string pad_table(std::span<const Pad> pads);
-std::string pad_details(const Pad& pad);
-std::string pad_json(const Pad& pad);
 std::string pad_list_json(std::span<const Pad> pads);
+
+// Without facts the pad does not speak SSP.
+std::string pad_details(const Pad& pad, const std::optional<SspFacts>& ssp);
+std::string pad_info_json(const Pad& pad, const std::optional<SspFacts>& ssp);
+
+std::string description_details(const PadDescription& description);
+std::string description_json(const PadDescription& description);
+
+// Types, whose places are their ids.
+std::string type_table(std::span<const std::uint32_t> types, Names names, const char* column);
+std::string type_list_json(std::span<const std::uint32_t> types, Names names);
 
 } // namespace vxpadctl

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 #include <optional>
+#include <string>
 #include <unistd.h>
 
 namespace vxpadctl {
@@ -32,18 +33,25 @@ unsigned read_number(const fs::path& path) {
     return number;
 }
 
+bool is_searched(const fs::path& device, UsbId id, std::span<const SearchedId> ids) {
+    std::string maker;
+    std::getline(std::ifstream(device / "manufacturer"), maker);
+    return std::ranges::any_of(
+        ids, [&](const SearchedId& searched) { return searched.id == id && maker.starts_with(searched.maker); });
+}
+
 Access access_to(const fs::path& node) {
     return ::access(node.c_str(), R_OK | W_OK) != 0 && errno == EACCES ? Access::denied : Access::open;
 }
 
 } // namespace
 
-std::vector<BusDevice> find_on_bus(std::span<const UsbId> ids, const fs::path& root) {
+std::vector<BusDevice> find_on_bus(std::span<const SearchedId> ids, const fs::path& root) {
     std::vector<BusDevice> found;
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(root / "sys/bus/usb/devices", ignored)) {
         const auto id = read_id(entry.path());
-        if (!id || std::ranges::find(ids, *id) == ids.end())
+        if (!id || !is_searched(entry.path(), *id, ids))
             continue;
         char name[32];
         std::snprintf(name, sizeof name, "%03u/%03u", read_number(entry.path() / "busnum"),

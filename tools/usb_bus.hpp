@@ -18,7 +18,8 @@ struct BusDevice {
     Access access;
 };
 
-// The devices with one of these ids. The roots stand for / and differ in tests only.
-std::vector<BusDevice> find_on_bus(std::span<const UsbId> ids, const std::filesystem::path& root = "/");
+// The devices with one of these ids, and of the right maker where one is given. The roots stand for / and differ in
+// tests only.
+std::vector<BusDevice> find_on_bus(std::span<const SearchedId> ids, const std::filesystem::path& root = "/");
 
 } // namespace vxpadctl

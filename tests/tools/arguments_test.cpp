@@ -1,4 +1,5 @@
 #include "arguments.hpp"
+#include "names.hpp"
 
 #include <gmock/gmock.h>
 #include <string>
@@ -56,6 +57,106 @@ TEST(Arguments, ValuesMayFollowAnEqualsSign) {
     EXPECT_EQ(parsed({"feature", "get", "1", "--length=20"}).length, 20U);
 }
 
+TEST(Arguments, NumbersMayBeHexadecimal) {
+    EXPECT_EQ(parsed({"feature", "get", "0x2", "--length=0X1f"}).pad, 2U);
+    EXPECT_EQ(parsed({"feature", "get", "0x2", "--length=0X1f"}).length, 31U);
+}
+
+TEST(Arguments, SspSendTakesAWholeMessage) {
+    const Arguments arguments = parsed({"ssp", "send", "1", "00:00", "0010", "--reply", "--timeout", "250"});
+    EXPECT_EQ(arguments.command, Command::ssp_send);
+    EXPECT_EQ(arguments.bytes, (Bytes{0, 0, 0, 0x10}));
+    EXPECT_TRUE(arguments.reply);
+    EXPECT_EQ(arguments.timeout, 250U);
+    EXPECT_FALSE(arguments.component);
+    EXPECT_EQ(parsed({"ssp", "send", "1", std::string(2 * 65539, '0')}).bytes.size(), 65539U);
+}
+
+TEST(Arguments, SspSendToAComponentTakesItsNameOrItsId) {
+    const auto component = [](const char* text) {
+        return parsed({"ssp", "send", "1", "--component", text, "--message", "0x13"}).component;
+    };
+    EXPECT_EQ(component("communication"), (ComponentChoice{ComponentChoice::By::type, 1}));
+    EXPECT_EQ(component("configuration"), (ComponentChoice{ComponentChoice::By::type, 3}));
+    EXPECT_EQ(component("signpad"), (ComponentChoice{ComponentChoice::By::type, 11}));
+    EXPECT_EQ(component("11"), (ComponentChoice{ComponentChoice::By::id, 11}));
+    EXPECT_EQ(component("0x7f"), (ComponentChoice{ComponentChoice::By::id, 127}));
+    const Arguments arguments = parsed({"ssp", "send", "1", "--component=0", "--message=255", "0102"});
+    EXPECT_EQ(arguments.message_id, 255U);
+    EXPECT_EQ(arguments.bytes, (Bytes{1, 2}));
+    EXPECT_TRUE(parsed({"ssp", "send", "1", "--component=0", "--message=16"}).bytes.empty());
+}
+
+TEST(Arguments, WrongMessagesAreRefused) {
+    EXPECT_EQ(refusal({"ssp", "send", "1"}), "the bytes to send are missing");
+    EXPECT_EQ(refusal({"ssp", "send", "1", "--component", "0", "00"}), "--component and --message go together");
+    EXPECT_EQ(refusal({"ssp", "send", "1", "--message", "16", "00"}), "--component and --message go together");
+    for (const char* component : {"signpads", "128", "-1", ""})
+        EXPECT_THAT(refusal({"ssp", "send", "1", "--component", component, "--message", "16"}),
+                    HasSubstr("--component takes communication, configuration or signpad, or an id from 0 to 127"))
+            << component;
+    EXPECT_THAT(refusal({"ssp", "send", "1", "--component", "0", "--message", "256"}),
+                HasSubstr("--message takes a number from 0 to 255"));
+    EXPECT_THAT(refusal({"ssp", "send", "1", std::string(2 * 65540, '0')}), HasSubstr("at most 65539 bytes"));
+    EXPECT_THAT(refusal({"ssp", "send", "1", "--component", "0", "--message", "16", std::string(2 * 65536, '0')}),
+                HasSubstr("at most 65535 bytes"));
+}
+
+TEST(Arguments, SspReceive) {
+    const Arguments arguments = parsed({"ssp", "receive", "3", "--pen-data", "--count=2", "--timeout=5"});
+    EXPECT_EQ(arguments.command, Command::ssp_receive);
+    EXPECT_TRUE(arguments.pen_data);
+    EXPECT_EQ(arguments.count, 2U);
+    EXPECT_EQ(parsed({"ssp", "receive", "3"}).timeout, 1000U);
+    EXPECT_THAT(refusal({"ssp", "receive", "3", "--timeout", "0"}), HasSubstr("--timeout takes a number from 1"));
+    EXPECT_EQ(refusal({"ssp", "receive", "3", "--wait", "1"}), "'ssp receive' has no option --wait");
+}
+
+TEST(Arguments, ConnectionTypesAreReadUnlessOneIsSet) {
+    EXPECT_FALSE(parsed({"ssp", "connection", "1"}).connection);
+    EXPECT_FALSE(parsed({"ssp", "connection", "1", "get", "--json"}).connection);
+    EXPECT_EQ(parsed({"ssp", "connection", "1", "set", "127"}).connection, 127U);
+    EXPECT_THAT(refusal({"ssp", "connection", "1", "set", "128"}), HasSubstr("TYPE takes a number from 0 to 127"));
+    EXPECT_EQ(refusal({"ssp", "connection", "1", "set"}), "'ssp connection' needs a connection type");
+    EXPECT_EQ(refusal({"ssp", "connection", "1", "set", "1", "--json"}), "'ssp connection set' has no option --json");
+    EXPECT_EQ(refusal({"ssp", "connection", "1", "get", "1"}), "'ssp connection' cannot make sense of '1'");
+}
+
+TEST(Arguments, VariablesAndValuesHaveToFit) {
+    const std::string forty(40, 'v');
+    const std::string twenty(20, 'w');
+    const Arguments arguments = parsed({"config", "set", "1", forty, twenty});
+    EXPECT_EQ(arguments.variable, forty);
+    EXPECT_EQ(arguments.value, twenty);
+    EXPECT_EQ(parsed({"config", "set", "1", "v", ""}).value, "");
+    EXPECT_EQ(parsed({"config", "set", "1", "--", "-v", "-1"}).value, "-1");
+    EXPECT_EQ(parsed({"config", "persist", "1", forty}).variable, forty);
+    EXPECT_EQ(refusal({"config", "set", "1", forty + "v", "w"}), "VARIABLE has from 1 to 40 bytes, not 41");
+    EXPECT_EQ(refusal({"config", "persist", "1", ""}), "VARIABLE has from 1 to 40 bytes, not 0");
+    EXPECT_EQ(refusal({"config", "set", "1", "v", twenty + "w"}), "VALUE has from 0 to 20 bytes, not 21");
+    EXPECT_EQ(refusal({"config", "set", "1", "v"}), "'config set' needs a value");
+    EXPECT_EQ(refusal({"config", "persist", "1"}), "'config persist' needs the name of a variable");
+}
+
+TEST(Arguments, ModesAndButtonsHaveNamesAndNumbers) {
+    for (const char* button : {"rotate-180", "99", "0x63"}) {
+        const Arguments arguments = parsed({"button", "set", "1", "doc-sign", button, "1", "4294967295"});
+        EXPECT_EQ(arguments.mode, 6U);
+        EXPECT_EQ(arguments.button, 99U);
+        EXPECT_EQ(arguments.button_state[0], 1U);
+        EXPECT_EQ(arguments.button_state[1], 4294967295U);
+    }
+    EXPECT_EQ(parsed({"button", "event", "1", "signature"}).mode, 0U);
+    EXPECT_EQ(parsed({"button", "refresh", "1", "5"}).mode, 5U);
+    for (const char* mode : {"user-input", "13", "1", "Signature", ""})
+        EXPECT_THAT(refusal({"button", "event", "1", mode}), HasSubstr("MODE is signature, doc-view or doc-sign, not"))
+            << mode;
+    EXPECT_THAT(refusal({"button", "event", "1"}), HasSubstr("'button event' needs a mode: signature"));
+    EXPECT_THAT(refusal({"button", "set", "1", "5", "98", "1", "2"}), HasSubstr("BUTTON is zoom-in"));
+    EXPECT_EQ(refusal({"button", "set", "1", "5", "next", "1"}), "'button set' needs two numbers, the button's state");
+    EXPECT_THAT(refusal({"button", "set", "1", "5", "next", "1", "4294967296"}), HasSubstr("takes a number from 0"));
+}
+
 TEST(Arguments, HelpAndVersionNeedNothingElse) {
     EXPECT_EQ(parsed({"--help"}).command, Command::help);
     EXPECT_EQ(parsed({"feature", "-h"}).command, Command::help);
@@ -68,12 +169,16 @@ TEST(Arguments, WrongCommandsAreRefused) {
     EXPECT_EQ(refusal({"feature"}), "'feature' needs to be told what to do");
     EXPECT_EQ(refusal({"report", "set", "1"}), "there is no command 'report set'");
     EXPECT_EQ(refusal({"list", "1"}), "'list' cannot make sense of '1'");
+    EXPECT_EQ(refusal({"ssp"}), "'ssp' needs to be told what to do");
+    EXPECT_EQ(refusal({"config", "get", "1", "v"}), "there is no command 'config get'");
+    EXPECT_EQ(refusal({"button", "input", "1", "5"}), "'button input' cannot make sense of '5'");
     EXPECT_EQ(refusal({"info", "1", "2"}), "'info' cannot make sense of '2'");
 }
 
 TEST(Arguments, WrongPadNumbersAreRefused) {
     EXPECT_THAT(refusal({"info"}), HasSubstr("'info' needs the number of a pad"));
-    for (const char* pad : {"0", "x", "1x", "256", "99999999999999999999", "", "+1"})
+    for (const char* pad :
+         {"0", "x", "1x", "256", "0x", "0x0", "0x100", "0x1g", "ff", "99999999999999999999", "", "+1"})
         EXPECT_THAT(refusal({"info", pad}), HasSubstr("PAD takes a number from 1 to 255")) << pad;
 }
 
@@ -95,7 +200,19 @@ TEST(Arguments, WrongBytesAreRefused) {
 }
 
 TEST(Arguments, HelpNamesEveryOption) {
-    for (const char* name : {"--json", "--interface", "--length", "--reply", "--fill", "--wait", "--count", "--trace",
-                             "--help", "--version", "Exit status"})
+    for (const char* name : {"--json", "--interface", "--length", "--reply", "--fill", "--wait", "--timeout", "--count",
+                             "--pen-data", "--component", "--message", "--trace", "--help", "--version", "Exit status"})
         EXPECT_THAT(help_text(), HasSubstr(name));
+}
+
+TEST(Arguments, HelpNamesEveryCommandAndEveryName) {
+    for (const char* command :
+         {"list", "info PAD", "feature get PAD", "feature set PAD", "report read PAD", "report write PAD",
+          "ssp send PAD", "ssp receive PAD", "ssp components PAD", "ssp modes PAD", "ssp description PAD",
+          "ssp connection PAD", "config set PAD", "config persist PAD", "config state PAD", "button input PAD",
+          "button event PAD", "button set PAD", "button refresh PAD"})
+        EXPECT_THAT(help_text(), HasSubstr(std::string("\n  ") + command)) << command;
+    for (const Names names : {component_types, button_modes, buttons})
+        for (const Name& name : names)
+            EXPECT_THAT(help_text(), HasSubstr(std::string(name.name)));
 }

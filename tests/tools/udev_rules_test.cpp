@@ -5,12 +5,14 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <tuple>
 
 using testing::Contains;
 
 namespace {
 
-using Pair = std::pair<std::uint32_t, std::uint32_t>;
+// Vendor, product and, where the ids alone do not make a pad, the maker.
+using Pad = std::tuple<std::uint32_t, std::uint32_t, std::string>;
 
 std::vector<std::string> rule_lines() {
     std::vector<std::string> lines;
@@ -20,35 +22,36 @@ std::vector<std::string> rule_lines() {
     return lines;
 }
 
-std::set<Pair> all_pairs() {
-    std::set<Pair> pairs;
+std::set<Pad> all_pads() {
+    std::set<Pad> pads;
     for (const std::uint32_t vendor : usb_ids::shared_vendors) {
         for (const auto& product : usb_ids::shared_products)
-            pairs.emplace(vendor, product.product_id);
+            pads.emplace(vendor, product.product_id, "");
         for (const std::uint32_t product : usb_ids::vcom_products)
-            pairs.emplace(vendor, product);
+            pads.emplace(vendor, product, "");
     }
     for (const auto& product : usb_ids::classic_products)
-        pairs.emplace(usb_ids::classic_vendor, product.product_id);
-    pairs.emplace(usb_ids::vcom_named_vendor, usb_ids::vcom_named_product);
-    return pairs;
+        pads.emplace(usb_ids::classic_vendor, product.product_id, "");
+    for (const auto maker : usb_ids::vcom_named_makers)
+        pads.emplace(usb_ids::vcom_named_vendor, usb_ids::vcom_named_product, maker);
+    return pads;
 }
 
 } // namespace
 
 TEST(UdevRules, GiveEveryPadToTheUserAtTheSeatAndToNobodyElse) {
-    static const std::regex rule(
-        R"re(ATTR\{idVendor\}=="([0-9a-f]{4})", ATTR\{idProduct\}=="([0-9a-f]{4})", MODE="0660", TAG\+="uaccess")re");
-    std::set<Pair> found;
+    static const std::regex rule(R"re(ATTR\{idVendor\}=="([0-9a-f]{4})", ATTR\{idProduct\}=="([0-9a-f]{4})", )re"
+                                 R"re((?:ATTR\{manufacturer\}=="(\w+)\*", )?MODE="0660", TAG\+="uaccess")re");
+    std::set<Pad> found;
     for (const std::string& line : rule_lines()) {
         std::smatch match;
         if (std::regex_match(line, match, rule))
-            found.emplace(std::stoul(match[1], nullptr, 16), std::stoul(match[2], nullptr, 16));
+            found.emplace(std::stoul(match[1], nullptr, 16), std::stoul(match[2], nullptr, 16), match[3]);
         else
             EXPECT_TRUE(line.starts_with("#") || line.find("GOTO=") != std::string::npos || line.starts_with("LABEL="))
                 << line;
     }
-    EXPECT_EQ(found, all_pairs());
+    EXPECT_EQ(found, all_pads());
 }
 
 TEST(UdevRules, JumpToALabelThatIsThere) {

@@ -43,7 +43,7 @@ class UsbBus : public testing::Test {
     }
 
     fs::path root_;
-    std::vector<UsbId> ids_{{0xf1a0, 0x1001}, {0xf1a0, 0x1002}};
+    std::vector<SearchedId> ids_{{{0xf1a0, 0x1001}}, {{0xf1a0, 0x1002}}, {{0xf1a5, 0x7c03}, "Acme"}};
 };
 
 } // namespace
@@ -55,10 +55,24 @@ TEST_F(UsbBus, FindsTheWantedDevicesOnly) {
     const auto found = find_on_bus(ids_, root_);
     ASSERT_EQ(found.size(), 2U);
     EXPECT_EQ(found[0].node, node(4));
-    EXPECT_EQ(found[0].id, ids_[0]);
+    EXPECT_EQ(found[0].id, ids_[0].id);
     EXPECT_EQ(found[1].node, node(5));
-    EXPECT_EQ(found[1].id, ids_[1]);
+    EXPECT_EQ(found[1].id, ids_[1].id);
     EXPECT_EQ(found[1].access, Access::open);
+}
+
+TEST_F(UsbBus, AChipVendorsDeviceIsAPadOnlyByItsMakersName) {
+    const std::pair<const char*, const char*> makers[] = {
+        {"1-1", "Acme Ltd\n"}, {"1-2", "acme\n"}, {"1-3", "The Acme\n"}, {"1-4", ""}};
+    unsigned address = 1;
+    for (const auto& [port, maker] : makers) {
+        plug(port, {0xf1a5, 0x7c03}, address++);
+        std::ofstream(root_ / "sys/bus/usb/devices" / port / "manufacturer") << maker;
+    }
+    plug("1-5", {0xf1a5, 0x7c03}, address); // without a manufacturer string
+    const auto found = find_on_bus(ids_, root_);
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].node, node(1));
 }
 
 TEST_F(UsbBus, SkipsWhatCannotBeRead) {

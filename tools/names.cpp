@@ -1,0 +1,55 @@
+#include "names.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace vxpadctl {
+
+namespace {
+
+constexpr std::array<Name, 3> component_table{{{1, "communication"}, {3, "configuration"}, {11, "signpad"}}};
+
+constexpr std::array<Name, 4> mode_table{{{0, "signature"}, {5, "doc-view"}, {6, "doc-sign"}, {13, "user-input"}}};
+
+constexpr std::array<Name, 11> button_table{{
+    {200, "zoom-in"},
+    {201, "zoom-out"},
+    {202, "next"},
+    {203, "prev"},
+    {204, "ssig"},
+    {205, "rotate"},
+    {206, "ok"},
+    {207, "repeat"},
+    {208, "cancel"},
+    {209, "rotate-90"},
+    {99, "rotate-180"},
+}};
+
+constexpr std::array<Name, 5> state_table{{{0, "idle"}, {1, "waiting"}, {2, "running"}, {3, "done"}, {4, "failed"}}};
+
+} // namespace
+
+constinit const Names component_types = component_table;
+constinit const Names mode_types = mode_table;
+constinit const Names button_modes = Names(mode_table).first(3);
+constinit const Names buttons = button_table;
+constinit const Names configuration_states = state_table;
+
+std::string_view name_of(Names names, std::uint32_t value) {
+    const auto found = std::ranges::find(names, value, &Name::value);
+    return found == names.end() ? std::string_view() : found->name;
+}
+
+std::optional<std::uint32_t> value_of(Names names, std::string_view name) {
+    const auto found = std::ranges::find(names, name, &Name::name);
+    return found == names.end() ? std::nullopt : std::optional(found->value);
+}
+
+std::string list_names(Names names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        text.append(i == 0 ? "" : i + 1 == names.size() ? " or " : ", ").append(names[i].name);
+    return text;
+}
+
+} // namespace vxpadctl

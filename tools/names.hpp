@@ -1,0 +1,32 @@
+// Numbers of the pads' world that have names.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace vxpadctl {
+
+struct Name {
+    std::uint32_t value;
+    std::string_view name;
+};
+using Names = std::span<const Name>;
+
+extern const Names component_types;
+extern const Names mode_types;
+extern const Names button_modes; // the modes that have buttons
+extern const Names buttons;
+extern const Names configuration_states;
+
+// Empty where it has none.
+std::string_view name_of(Names names, std::uint32_t value);
+
+std::optional<std::uint32_t> value_of(Names names, std::string_view name);
+
+// "signature, doc-view or doc-sign"
+std::string list_names(Names names);
+
+} // namespace vxpadctl
