@@ -318,6 +318,7 @@ typedef struct vx_device {
     struct vx_device** interfaces;    /* 8 further interfaces, of the pad's record only */
     uint8_t components_id_table[128]; /* type of each component; all zero until the pad was asked */
     uint32_t modes_id_table[32];      /* type of each signpad mode; all zero until the pad was asked */
+    int32_t receivers;                /* receive threads that read from this interface */
 } vx_device;
 
 enum { VX_MAX_DEVICES = 16, VX_MAX_FURTHER_INTERFACES = 8 };

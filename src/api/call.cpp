@@ -21,6 +21,14 @@ int Call::require_reply(int code, const unsigned int* reply) {
     return require(reply != nullptr, code, "Error of input parameters, unsigned int *reply is NULL");
 }
 
+int Call::require_source(const void* src, unsigned int src_length) {
+    constexpr int code = VXPCEC_INVALID_PARAMETER;
+    if (const int failed = require(src != nullptr, code, "Error of input parameters, const void *src is NULL")) {
+        return failed;
+    }
+    return require(src_length != 0, code, "Error of input parameters, const unsigned int src_length is 0");
+}
+
 int Call::require_text_output(int code, const char16_t* res_text, int res_text_size, const unsigned int* reply) {
     if (res_text == nullptr) {
         return fail(code, "Error of input parameters, char *res_text is NULL");
@@ -32,7 +40,16 @@ int Call::require_text_output(int code, const char16_t* res_text, int res_text_s
 }
 
 int Call::select(unsigned int device) {
-    const int result = device_list::set_dev_to_current(device, device_list::ListLock::take);
+    const int result = device_list::set_dev_to_current(device, device_list::ListLock::take, &pad_);
+    served_.emplace(pad_);
+    return selected(result, device);
+}
+
+int Call::select_served(unsigned int device, unsigned int interface_number) {
+    return selected(device_list::set_served_dev_to_current(device, interface_number), device);
+}
+
+int Call::selected(int result, unsigned int device) {
     const int number = static_cast<int>(device);
     if (result == 0) {
         VX_INFO_AT(where(), "Was switched to device: %d", number);

@@ -38,8 +38,7 @@ constexpr NumberQuery end_point_count{core_get_count_of_hid_interfaces, "core_ge
                                       "Error of getting count of hid interfaces for device: ", 0};
 // One more for the report-id byte.
 constexpr NumberQuery feature_report_size{core_get_max_packet_size_of_out_endpoint,
-                                          "core_get_max_packet_size_of_out_endpoint()",
-                                          "Error of getting max packet size of hid interfaces for device: ", 1};
+                                          "core_get_max_packet_size_of_out_endpoint()", Call::no_packet_size, 1};
 
 int answer_text(Call& call, const TextQuery& query, unsigned int device, unsigned int interface_number,
                 char16_t* res_text, int res_text_size, unsigned int* reply) {

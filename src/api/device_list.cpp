@@ -1,6 +1,6 @@
 #include "api/device_list.hpp"
 
-#include "support/trace.hpp"
+#include "core/current_pad.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -19,8 +19,7 @@ constexpr int most_pads = slots - 1;
 
 // Whether a number names a pad that can be selected; says why not.
 bool is_selectable(trace::Location where, unsigned int device) {
-    if (device >= slots || dev_shared_short->devices[device].indexed == 0) {
-        trace::error(where, "Device %d is not indexed", device);
+    if (!is_indexed(where, device)) {
         return false;
     }
     if (dev_shared_short->devices[device].pad_settings[0] == '\0') {
@@ -77,11 +76,12 @@ int switch_to(trace::Location where, unsigned int device, ListLock list_lock, in
     if (!is_selectable(where, device)) {
         return -1;
     }
-    if (list_lock == ListLock::take && dev_shared_short->current == device) {
+    if (list_lock == ListLock::take && dev_shared_short->current == device && !dev_shared_short->core_may_disagree) {
         return 0;
     }
     const char* settings = dev_shared_short->devices[device].pad_settings;
     const int result = core_set_device_to_current(settings);
+    dev_shared_short->core_may_disagree = result != 0;
     if (result < 0) {
         core_failure = result;
         return -1;
@@ -96,7 +96,26 @@ int switch_to(trace::Location where, unsigned int device, ListLock list_lock, in
     return result;
 }
 
+void report_failure(trace::Location where, int core_failure, unsigned int device, unsigned int interface_number) {
+    catch_removing_device(core_failure, device, interface_number);
+    trace::error(where, "Error: core_set_device_to_current() return %d", core_failure);
+}
+
 } // namespace
+
+bool is_indexed(trace::Location where, unsigned int device) {
+    if (device >= slots || dev_shared_short->devices[device].indexed == 0) {
+        trace::error(where, "Device %d is not indexed", static_cast<int>(device));
+        return false;
+    }
+    return true;
+}
+
+vx_device* find_record(unsigned int device) {
+    return dev_shared_short != nullptr && device < slots
+               ? current_pad::find(dev_shared_short->devices[device].pad_settings)
+               : nullptr;
+}
 
 Table* table() {
     return dev_shared_short;
@@ -157,18 +176,31 @@ int looking_for_device() {
     return scope.exit(found);
 }
 
-int set_dev_to_current(unsigned int device, ListLock list_lock) {
+int set_dev_to_current(unsigned int device, ListLock list_lock, vx_device** selected) {
     trace::Scope scope{VX_HERE};
     int core_failure = 0;
     int result;
     {
         trace::Lock lock{list_lock == ListLock::take ? &dev_list_short_lock : nullptr, "&dev_list_short_lock", VX_HERE};
         result = switch_to(scope.where(), device, list_lock, core_failure);
+        if (result == 0 && selected != nullptr) {
+            *selected = current_pad::get();
+        }
     }
     if (core_failure < 0) {
         // Behind the lock: the application's callback may ask for the list.
-        catch_removing_device(core_failure, device, 0);
-        VX_ERROR("Error: core_set_device_to_current() return %d", core_failure);
+        report_failure(scope.where(), core_failure, device, 0);
+    }
+    return scope.exit(result);
+}
+
+int set_served_dev_to_current(unsigned int device, unsigned int interface_number) {
+    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "set_dev_to_current")};
+    int result = 0;
+    core_catch_is_dev_was_removed(&result);
+    if (result < 0) {
+        report_failure(scope.where(), result, device, interface_number);
+        result = -1;
     }
     return scope.exit(result);
 }

@@ -82,8 +82,7 @@ int prepare(Call& call, const Checks& checks, const Transfer& transfer, const vo
     }
     const int size = checks.packet_size.core();
     if (size < 0) {
-        return call.core_failed(size, checks.packet_size.core_name,
-                                "Error of getting max packet size of hid interfaces for device: ", transfer.device,
+        return call.core_failed(size, checks.packet_size.core_name, Call::no_packet_size, transfer.device,
                                 transfer.interface);
     }
     if (checks.logs_packet_size) {
@@ -167,8 +166,7 @@ constexpr Reader feature_reader{
     false,
 };
 constexpr Reader input_reader{
-    read_file, core_get_hid_input_report, "core_get_hid_input_report()", "Error of read HID input report for device: ",
-    true,
+    read_file, core_get_hid_input_report, "core_get_hid_input_report()", Call::no_input_report, true,
 };
 
 } // namespace

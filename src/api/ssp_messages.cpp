@@ -7,13 +7,7 @@
 namespace {
 
 int send(Call& call, unsigned int device, unsigned int interface, const void* src, unsigned int src_length) {
-    constexpr int wrong_argument = VXPCEC_INVALID_PARAMETER;
-    if (const int failed =
-            call.require(src != nullptr, wrong_argument, "Error of input parameters, const void *src is NULL")) {
-        return failed;
-    }
-    if (const int failed = call.require(src_length != 0, wrong_argument,
-                                        "Error of input parameters, const unsigned int src_length is 0")) {
+    if (const int failed = call.require_source(src, src_length)) {
         return failed;
     }
     if (const int failed = call.select(device)) {

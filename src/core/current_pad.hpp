@@ -5,6 +5,36 @@
 
 namespace current_pad {
 
+// As long as it lives, the calling thread's requests act on this pad, whichever other threads make current meanwhile.
+// With null they act on the current one again.
+class Serve {
+  public:
+    explicit Serve(vx_device* pad) : former_{registry::serve(pad)} {}
+    ~Serve() { registry::serve(former_); }
+    Serve(const Serve&) = delete;
+    Serve& operator=(const Serve&) = delete;
+
+  private:
+    vx_device* former_;
+};
+
+// As long as it lives, an interface is read from all the time and stays open where its pad is reopened: closing it
+// would throw away the reports that hidapi holds.
+class Reception {
+  public:
+    Reception(vx_device& pad, unsigned int interface_number);
+    ~Reception();
+    Reception(const Reception&) = delete;
+    Reception& operator=(const Reception&) = delete;
+
+  private:
+    vx_device* interface_;
+};
+
+// The pad that is current, or the one with these settings; null where there is none.
+vx_device* get();
+vx_device* find(const char* settings);
+
 // Runs request(pad) and then the removed check, with which every request to the current pad ends. -1 without a pad.
 template <typename Request>
 int request(trace::Location where, Request request, registry::Missing missing = registry::Missing::traced) {

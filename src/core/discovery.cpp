@@ -1,5 +1,5 @@
 // Start and stop of the core, the search for pads, and which pad is current.
-#include "core/registry.hpp"
+#include "core/current_pad.hpp"
 #include "support/owners.hpp"
 #include "transport/hid_search.hpp"
 
@@ -20,9 +20,10 @@ void clear_signature_rectangle(vx_device& pad) {
 
 enum class AfterClosing { keep, clear };
 enum class NullRecord { reported, passed_over };
+enum class Received { closed, left_open };
 
 void close_further_interfaces(trace::Location where, vx_device& pad, AfterClosing then,
-                              NullRecord null_record = NullRecord::reported) {
+                              NullRecord null_record = NullRecord::reported, Received received = Received::closed) {
     const int count = registry::further_interfaces(pad);
     for (int k = 0; k < count; ++k) {
         vx_device* interface = pad.interfaces[k];
@@ -32,7 +33,7 @@ void close_further_interfaces(trace::Location where, vx_device& pad, AfterClosin
             }
             continue;
         }
-        if (interface->in_use != 0) {
+        if (interface->in_use != 0 && (received == Received::closed || !registry::is_received(*interface))) {
             core_close_dev(interface);
             if (then == AfterClosing::clear) {
                 registry::clear_record(*interface);
@@ -56,22 +57,6 @@ void free_further_interfaces(vx_device& slot) {
         std::free(interface);
     }
     std::free(slot.interfaces);
-}
-
-constexpr std::size_t compared_settings = 256;
-
-bool same_settings(const vx_device& pad, const char* settings) {
-    return std::strncmp(pad.szPadSettings, settings, compared_settings) == 0;
-}
-
-// Index of the pad with these settings, or -1.
-int find_pad(const vx_registry& pads, const char* settings) {
-    for (int i = 0; i < pads.count_of_devices; ++i) {
-        if (pads.devices[i].szPadSettings[0] != '\0' && same_settings(pads.devices[i], settings)) {
-            return i;
-        }
-    }
-    return -1;
 }
 
 bool make_current(trace::Location where, vx_registry& pads, int index) {
@@ -102,7 +87,7 @@ int switch_to_next(trace::Location where, vx_registry& pads) {
 }
 
 int switch_to(trace::Location where, vx_registry& pads, const char* settings) {
-    const int index = find_pad(pads, settings);
+    const int index = registry::find_settings(pads, settings);
     if (index < 0) {
         VX_INFO_AT(where, "device with Pad Settings: %s not found ", settings);
         return 1;
@@ -112,7 +97,7 @@ int switch_to(trace::Location where, vx_registry& pads, const char* settings) {
 }
 
 int select(trace::Location where, vx_registry& pads, const vx_device& current, const char* settings) {
-    if (settings != nullptr && same_settings(current, settings)) {
+    if (settings != nullptr && registry::same_settings(current, settings)) {
         return 0;
     }
     if (pads.count_of_devices < 1) {
@@ -216,14 +201,16 @@ int core_looking_for_devices() {
 
 int core_reopen_devs(vx_registry* pads) {
     trace::Scope scope{VX_HERE};
-    vx_device* current = pads == nullptr ? nullptr : registry::current_device(*pads);
+    vx_device* current = pads == nullptr ? nullptr : registry::acting_device(*pads);
     if (current == nullptr) {
         VX_INFO("dev_shared->current_device is NULL");
         scope.exit(false);
         return core_false;
     }
-    close_further_interfaces(VX_HERE, *current, AfterClosing::keep);
-    core_close_dev(current);
+    close_further_interfaces(VX_HERE, *current, AfterClosing::keep, NullRecord::reported, Received::left_open);
+    if (!registry::is_received(*current)) {
+        core_close_dev(current);
+    }
     core_open_dev(current);
     scope.exit(true);
     return core_true;
@@ -238,6 +225,7 @@ int __core_reopen_devs() {
 
 int core_set_device_to_current(const char* settings) {
     trace::Scope scope{VX_HERE};
+    const current_pad::Serve none{nullptr}; // the pad that becomes current is reopened and checked
     vx_registry* pads = registry::get();
     if (pads == nullptr) {
         VX_INFO("error: %s() dev_shared is NULL...", __func__);

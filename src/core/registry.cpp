@@ -7,12 +7,14 @@
 #include <cstdio>
 #include <cstring>
 #include <libusb-1.0/libusb.h>
+#include <utility>
 
 namespace registry {
 namespace {
 
 vx_registry dev_shared_storage;
 std::atomic<vx_registry*> dev_shared{nullptr};
+thread_local vx_device* served = nullptr;
 
 constexpr std::uint32_t signature_rectangle_types[] = {9, 11, 12, 15, 16, 17};
 constexpr std::uint32_t known_types[] = {1, 8, 9, 10, 11, 12, 13, 15, 16, 17};
@@ -98,6 +100,14 @@ void set_current_device(vx_registry& pads, int index) {
     store(pads.current_device, &pads.devices[index]);
 }
 
+vx_device* serve(vx_device* pad) {
+    return std::exchange(served, pad);
+}
+
+vx_device* acting_device(vx_registry& pads) {
+    return served != nullptr ? served : current_device(pads);
+}
+
 vx_device* find_current(trace::Location where, Missing missing) {
     const auto tell = [&](const char* text) {
         if (missing == Missing::reported) {
@@ -111,11 +121,24 @@ vx_device* find_current(trace::Location where, Missing missing) {
         tell("error: dev_shared is NULL...");
         return nullptr;
     }
-    vx_device* device = current_device(*pads);
+    vx_device* device = acting_device(*pads);
     if (device == nullptr) {
         tell("error: dev_shared->current_device is NULL...");
     }
     return device;
+}
+
+bool same_settings(const vx_device& pad, const char* settings) {
+    return std::strncmp(pad.szPadSettings, settings, sizeof pad.szPadSettings) == 0;
+}
+
+int find_settings(const vx_registry& pads, const char* settings) {
+    for (int i = 0; i < pads.count_of_devices; ++i) {
+        if (pads.devices[i].szPadSettings[0] != '\0' && same_settings(pads.devices[i], settings)) {
+            return i;
+        }
+    }
+    return -1;
 }
 
 int further_interfaces(const vx_device& pad) {
@@ -127,6 +150,13 @@ bool was_removed(vx_device& device) {
 }
 void mark_removed(vx_device& device) {
     std::atomic_ref{device.was_removed}.store(1);
+}
+
+bool is_received(vx_device& device) {
+    return std::atomic_ref{device.receivers}.load() != 0;
+}
+void add_receivers(vx_device& device, int count) {
+    std::atomic_ref{device.receivers}.fetch_add(count);
 }
 
 bool has_signature_rectangle(const vx_device& device) {

@@ -18,9 +18,18 @@ vx_registry& storage();
 vx_device* current_device(vx_registry& pads);
 void set_current_device(vx_registry& pads, int index);
 
-// Says what is missing, with the words of the calling function, and returns null; else the current pad.
+// The pad that the calling thread serves, whichever is current meanwhile; null: none. Returns the one before.
+vx_device* serve(vx_device* pad);
+// The pad on which the calling thread's requests act: the one that it serves, else the current one.
+vx_device* acting_device(vx_registry& pads);
+
+// Says what is missing, with the words of the calling function, and returns null; else the pad on which requests act.
 enum class Missing { traced, reported };
 vx_device* find_current(trace::Location where, Missing missing = Missing::traced);
+
+bool same_settings(const vx_device& pad, const char* settings);
+// Index of the pad with these settings, or -1.
+int find_settings(const vx_registry& pads, const char* settings);
 
 // The pad's further interfaces in use are interfaces[0 .. count - 1].
 int further_interfaces(const vx_device& pad);
@@ -44,6 +53,10 @@ template <typename Look> auto look_at_handles(trace::Location where, vx_device& 
     const trace::Lock lock{device.device_lock, "current_device->device_lock", where};
     return look();
 }
+
+// Whether a receive thread reads from the interface.
+bool is_received(vx_device& device);
+void add_receivers(vx_device& device, int count);
 
 // Signature-rectangle types clear their rectangle when they become current and before they are closed.
 bool has_signature_rectangle(const vx_device& device);
