@@ -11,8 +11,11 @@
  *    bytes. A text that does not fit is cut and then has no terminator.
  * 4. Buffers belong to the caller. The library keeps no pointer to them after the call.
  * 5. Functions may be called from any thread. Initialize(), Deinitialize() and EnumerateDevicesStart() (where it
- *    searches again) must not run while another thread is inside a function that uses a pad.
- * 6. Callbacks run on the thread that has something to report; they must not throw.
+ *    searches again) must not run while another thread is inside a function that uses a pad. Starting and stopping
+ *    of receiving may be under way, and WriteFileBuffer() once it is sending, which then ends early.
+ * 6. Callbacks run on the thread that has something to report, with none of the library's locks held; they must not
+ *    throw. They may call the library, except for what their own texts forbid. Deinitialize(), with which Initialize()
+ *    begins, ends all threads of the library and waits until they have ended.
  *
  * Environment: LIBVXPADCOM_DEBUG, LIBVXPADCOM_DEBUG_FUNC and LIBVXPADCOM_DEBUG_MUTEX, set to a positive number, turn
  * on information, enter/exit and lock lines on standard output. Error lines always go to standard error.
@@ -187,6 +190,74 @@ VXPADCOM_API int ReadFile(unsigned int device, unsigned int interface, void* dst
                           unsigned int* reply);
 
 /* ------------------------------------------------------------------------------------------------------------------
+ * Buffered upload
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Sends a large buffer, for example an image for the display, as output reports over several interfaces at once, with
+ * one thread for each. src is a sequence of pieces of GetFeatureReportSize() bytes, each with its report-id byte; a
+ * shorter rest is not sent. Bit i of end_point_id_mask selects interface i; bits beyond the last interface are ignored.
+ * The pieces are handed out in order, but which interface sends which, and so in which order they arrive, is left to
+ * chance. The call returns when all threads have ended; *reply receives the bytes sent. An interface that fails
+ * drops out: that shows as a smaller *reply and as exception records of WriteFile().
+ *
+ * One upload at a time. An upload that ended early leaves its position behind: the next one begins there.
+ */
+VXPADCOM_API int WriteFileBuffer(unsigned int device, unsigned int end_point_id_mask, const void* src,
+                                 unsigned int src_length, unsigned int* reply);
+
+/* Declared for completeness: it only logs that it is not implemented. Always 0. */
+VXPADCOM_API int ReadFileBuffer(unsigned int device, unsigned int end_point_id_mask, void* dst, unsigned int dst_length,
+                                unsigned int* reply);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Pen data as it comes
+ *
+ * For each interface there may be two threads: one reads input reports and queues them, one takes them off the queue
+ * and calls the application. Pads receive beside one another, and beside calls that use another pad; a pad that is
+ * being received from is not reopened when a call selects it.
+ *
+ * Which callback may call what:
+ * - A data callback may call every function but Initialize(), Deinitialize() and EnumerateDevicesStart() where that
+ *   searches again: they wait for the very thread that calls them, for ever. It may replace or remove itself.
+ * - A device-removed callback may run on a receiving thread. It must not call those three either, nor
+ *   SetDataReceivingEnabled() for the interface that it may be running for.
+ * - A callback that is slow delays nobody but its own interface, whose queue grows.
+ * The three functions stop all threads and return when these have left; so no callback runs afterwards.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Called with the registered pointer, the pad, the interface and one input report: always 64 bytes, zero behind the
+ * report, valid during the call. One thread for each interface.
+ */
+typedef void (*vxpad_data_callback)(void* user_specific, unsigned int device, unsigned int interface_number,
+                                    const void* data, unsigned int length);
+
+/*
+ * Sets the data callback of an interface and starts its callback thread where none runs; a later one takes its place
+ * from the next report on. NULL ends the thread within half a second and stops the receiving that was enabled when
+ * NULL was set; receiving that is enabled anew meanwhile goes on.
+ * Failures: VXPCEC_INVALID_PARAMETER before Initialize() and where the thread cannot be started,
+ * VXPCEC_INVALID_HANDLE for a pad number above 15 or an interface number above 7.
+ */
+VXPADCOM_API int SetOnDataReceivedHandler(unsigned int device, unsigned int interface_number,
+                                          vxpad_data_callback callback, void* user_specific);
+
+/*
+ * Starts (non-zero) or stops receiving. Starting closes and opens the pad, drops what was queued, has a VCOM pad send
+ * pen data, and restarts a receiving that runs already. It makes the pad current, as any call does. Stopping returns
+ * when no further report is read, normally within 0.9 s, and never fails. A removed pad stops by itself. A start that
+ * fails returns -1, not the handle of its record, whose code is VXPCEC_UNKNOWN.
+ */
+VXPADCOM_API int SetDataReceivingEnabled(unsigned int device, unsigned int interface_number, unsigned int enabled);
+
+/* Stores the number of queued reports in *result; before receiving was first enabled *result stays as it is. */
+VXPADCOM_API int GetDataPacketsAvailable(unsigned int device, unsigned int interface_number, unsigned int* result);
+
+/* Drops the queued reports. Failures as those of SetOnDataReceivedHandler(). */
+VXPADCOM_API int FlushDataPackets(unsigned int device, unsigned int interface_number);
+
+/* ------------------------------------------------------------------------------------------------------------------
  * SSP messages
  *
  * Whole messages, without a report-id byte. interface and failures are those of reports.
@@ -217,7 +288,8 @@ typedef void (*vxpad_logging_callback)(void* user_specific, const char16_t* mess
 
 /*
  * Sets the device-removed callback; NULL turns it off. It runs once for each operation that sees the removal, on that
- * operation's thread and before that operation returns. Always 0.
+ * operation's thread and before that operation returns; a receive thread may report one removal several times and then
+ * ends. What the callback must not call is told with receiving. Always 0.
  */
 VXPADCOM_API int SetOnDeviceRemovedHandler(vxpad_device_callback callback, void* user_specific);
 
@@ -228,8 +300,10 @@ VXPADCOM_API int LogDeviceStatistics(unsigned int device);
 
 /*
  * Sets the callback (a vxpad_logging_callback) that receives every information and error message, from any thread and
- * possibly from several at a time; NULL turns it off. It may run while the library holds locks: it must not call the
- * library. Always 0.
+ * possibly from several at a time; NULL turns it off, though another thread may be inside it still. Messages of a
+ * thread that holds a lock of the library come when it has released it. What the library says to the callback's own
+ * calls is not delivered. It may run on any thread of the library, and so must not call what a data callback or a
+ * device-removed callback must not call. Always 0.
  */
 VXPADCOM_API int RegisterLoggingCallBackProcedure(void* callback, void* user_specific);
 
@@ -310,7 +384,6 @@ typedef struct vx_device {
     uint32_t ep_out_max_packet_size;
     uni_queue* ssp_input_read;
     uni_queue* ssp_command_messages;
-    uni_queue* ssp_unfinished; /* a message that a call had no time to complete: goes in front of the next read */
     int (*send_ssp_message)(struct vx_device* device, void* data, unsigned int length);
     int (*receive_ssp_message)(struct vx_device* device, void* data, unsigned int* length, unsigned int time_out,
                                unsigned char legacy, int selector);
@@ -318,7 +391,9 @@ typedef struct vx_device {
     struct vx_device** interfaces;    /* 8 further interfaces, of the pad's record only */
     uint8_t components_id_table[128]; /* type of each component; all zero until the pad was asked */
     uint32_t modes_id_table[32];      /* type of each signpad mode; all zero until the pad was asked */
-    int32_t receivers;                /* receive threads that read from this interface */
+    /* The library's own: */
+    uni_queue* ssp_unfinished; /* a message that a call had no time to complete: goes in front of the next read */
+    int32_t keepers;           /* calls and receive threads that want the interface to stay open */
 } vx_device;
 
 enum { VX_MAX_DEVICES = 16, VX_MAX_FURTHER_INTERFACES = 8 };
@@ -402,7 +477,7 @@ VXPADCOM_API int core_set_hid_feature_report(unsigned int interface_number, cons
 VXPADCOM_API int core_get_hid_feature_report(unsigned int interface_number, void* data, int data_size);
 VXPADCOM_API int core_set_unsync_hid_output_report(unsigned int interface_number, const void* data, int data_size);
 VXPADCOM_API int core_get_hid_input_report(unsigned int interface_number, void* data, int data_size);
-/* Reports a core result of -20 to the device-removed callback; other codes do nothing. */
+/* Asks the interface's receive thread to end and calls the device-removed callback for a core result of -20 only. */
 VXPADCOM_API void catch_removing_device(int code, unsigned int device, unsigned int interface_number);
 
 /* HID transport. Handles are hidapi's. Failing calls are repeated for up to 1000 ms with growing pauses. */

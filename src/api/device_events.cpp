@@ -1,6 +1,7 @@
 #include "api/device_events.hpp"
 
-#include "support/trace.hpp"
+#include "api/receive_thread.hpp"
+#include "core/current_pad.hpp"
 
 #include <atomic>
 
@@ -18,12 +19,14 @@ void device_events::forget_callback() {
     on_device_removed_user_specific = nullptr;
 }
 
-void catch_removing_device(int code, unsigned int device, unsigned int /*interface_number*/) {
+void catch_removing_device(int code, unsigned int device, unsigned int interface_number) {
     trace::Scope scope{VX_HERE};
     if (code != device_removed) {
         return;
     }
+    receive_thread::ask_to_stop(device, interface_number);
     if (const auto callback = on_device_removed.load()) {
+        const current_pad::Serve none{nullptr}; // the callback's requests are its own
         callback(on_device_removed_user_specific.load(), device);
     }
 }

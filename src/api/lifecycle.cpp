@@ -3,6 +3,9 @@
 #include "api/device_events.hpp"
 #include "api/device_list.hpp"
 #include "api/exception_ring.hpp"
+#include "api/receive_thread.hpp"
+#include "core/current_pad.hpp"
+#include "support/detached_thread.hpp"
 #include "support/wchar_tools.hpp"
 
 #include <algorithm>
@@ -14,11 +17,28 @@ pthread_mutex_t gen_thread_mutex_lock = PTHREAD_MUTEX_INITIALIZER;
 
 namespace {
 
+// Ends all threads of the library, the upload threads too. Without the list's lock: they may be inside callbacks.
+void stop_read_threads() {
+    trace::Scope scope{VX_HERE};
+    {
+        VX_LOCK(lock, &dev_list_short_lock);
+        interface_state::close();
+    }
+    receive_thread::stop_all(scope.where());
+    {
+        VX_LOCK(lock, &dev_list_short_lock);
+        interface_state::forget_callbacks(scope.where());
+    }
+    detached_thread::wait_for_all();
+}
+
 void tear_down() {
     trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "__deinitialize")};
     std::atomic_ref{interface_routine_terminate}.store(1);
+    stop_read_threads();
     {
         trace::Lock lock{&dev_list_short_lock, "&dev_list_short_lock", scope.where()};
+        interface_state::clear(scope.where());
         device_list::destroy();
     }
     exception_ring::clear(scope.where());
@@ -65,11 +85,13 @@ wchar_tools::Text shown(const char16_t* text, int units) {
 int Initialize() {
     trace::Scope scope{VX_HERE};
     VX_LOCK(general_lock, &gen_thread_mutex_lock);
+    const current_pad::Serve none{nullptr}; // a device-removed callback may search again
     tear_down();
     core_initialize();
 
     VX_LOCK(list_lock, &dev_list_short_lock);
     device_list::create();
+    interface_state::open();
     if (const int found = device_list::looking_for_device(); found >= 0) {
         VX_INFO("Number of devices found: %d", found);
     }

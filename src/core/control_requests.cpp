@@ -59,6 +59,7 @@ int transfer(trace::Location where, const char* prefix, Locking locking, unsigne
             trace::error(where, "%sdata_size of VXPAD_vx_ioctl() <= 0", prefix);
             return -1;
         }
+        const current_pad::KeepOpen keep_open{pad, interface_number};
         vx_device* device = current_pad::find_interface(
             where, pad, prefix, interface_number,
             [](trace::Location at, unsigned int index) { trace::error(at, "Error, interfaces[%d] is NULL", index); });

@@ -14,15 +14,15 @@ vx_device* record_of(vx_device& pad, unsigned int interface_number) {
 
 } // namespace
 
-Reception::Reception(vx_device& pad, unsigned int interface_number) : interface_{record_of(pad, interface_number)} {
+KeepOpen::KeepOpen(vx_device& pad, unsigned int interface_number) : interface_{record_of(pad, interface_number)} {
     if (interface_ != nullptr) {
-        registry::add_receivers(*interface_, 1);
+        registry::add_keepers(*interface_, 1);
     }
 }
 
-Reception::~Reception() {
+KeepOpen::~KeepOpen() {
     if (interface_ != nullptr) {
-        registry::add_receivers(*interface_, -1);
+        registry::add_keepers(*interface_, -1);
     }
 }
 

@@ -18,14 +18,14 @@ class Serve {
     vx_device* former_;
 };
 
-// As long as it lives, an interface is read from all the time and stays open where its pad is reopened: closing it
-// would throw away the reports that hidapi holds.
-class Reception {
+// As long as it lives, an interface stays open where its pad is reopened: closing it would throw away the reports that
+// hidapi holds for a receive thread, and would fail the call of another thread.
+class KeepOpen {
   public:
-    Reception(vx_device& pad, unsigned int interface_number);
-    ~Reception();
-    Reception(const Reception&) = delete;
-    Reception& operator=(const Reception&) = delete;
+    KeepOpen(vx_device& pad, unsigned int interface_number);
+    ~KeepOpen();
+    KeepOpen(const KeepOpen&) = delete;
+    KeepOpen& operator=(const KeepOpen&) = delete;
 
   private:
     vx_device* interface_;

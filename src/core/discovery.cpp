@@ -20,10 +20,18 @@ void clear_signature_rectangle(vx_device& pad) {
 
 enum class AfterClosing { keep, clear };
 enum class NullRecord { reported, passed_over };
-enum class Received { closed, left_open };
+enum class KeptOpen { closed_too, left_open };
+
+// With the record's lock held.
+void close(vx_device& device, KeptOpen kept_open) {
+    if (kept_open == KeptOpen::closed_too || !registry::is_kept_open(device)) {
+        __core_close_dev(&device);
+    }
+}
 
 void close_further_interfaces(trace::Location where, vx_device& pad, AfterClosing then,
-                              NullRecord null_record = NullRecord::reported, Received received = Received::closed) {
+                              NullRecord null_record = NullRecord::reported,
+                              KeptOpen kept_open = KeptOpen::closed_too) {
     const int count = registry::further_interfaces(pad);
     for (int k = 0; k < count; ++k) {
         vx_device* interface = pad.interfaces[k];
@@ -33,8 +41,11 @@ void close_further_interfaces(trace::Location where, vx_device& pad, AfterClosin
             }
             continue;
         }
-        if (interface->in_use != 0 && (received == Received::closed || !registry::is_received(*interface))) {
-            core_close_dev(interface);
+        if (interface->in_use != 0) {
+            {
+                VX_LOCK(lock, interface->device_lock);
+                close(*interface, kept_open);
+            }
             if (then == AfterClosing::clear) {
                 registry::clear_record(*interface);
             }
@@ -207,11 +218,13 @@ int core_reopen_devs(vx_registry* pads) {
         scope.exit(false);
         return core_false;
     }
-    close_further_interfaces(VX_HERE, *current, AfterClosing::keep, NullRecord::reported, Received::left_open);
-    if (!registry::is_received(*current)) {
-        core_close_dev(current);
+    close_further_interfaces(VX_HERE, *current, AfterClosing::keep, NullRecord::reported, KeptOpen::left_open);
+    {
+        // Held throughout, or another thread's transfer would find the pad closed.
+        VX_LOCK(lock, current->device_lock);
+        close(*current, KeptOpen::left_open);
+        __core_open_dev(current);
     }
-    core_open_dev(current);
     scope.exit(true);
     return core_true;
 }

@@ -152,11 +152,11 @@ void mark_removed(vx_device& device) {
     std::atomic_ref{device.was_removed}.store(1);
 }
 
-bool is_received(vx_device& device) {
-    return std::atomic_ref{device.receivers}.load() != 0;
+bool is_kept_open(vx_device& device) {
+    return std::atomic_ref{device.keepers}.load() != 0;
 }
-void add_receivers(vx_device& device, int count) {
-    std::atomic_ref{device.receivers}.fetch_add(count);
+void add_keepers(vx_device& device, int count) {
+    std::atomic_ref{device.keepers}.fetch_add(count);
 }
 
 bool has_signature_rectangle(const vx_device& device) {

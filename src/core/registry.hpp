@@ -54,9 +54,9 @@ template <typename Look> auto look_at_handles(trace::Location where, vx_device& 
     return look();
 }
 
-// Whether a receive thread reads from the interface.
-bool is_received(vx_device& device);
-void add_receivers(vx_device& device, int count);
+// Whether anyone wants the interface to stay open.
+bool is_kept_open(vx_device& device);
+void add_keepers(vx_device& device, int count);
 
 // Signature-rectangle types clear their rectangle when they become current and before they are closed.
 bool has_signature_rectangle(const vx_device& device);

@@ -43,6 +43,7 @@ int request(trace::Location where, const char* prefix, unsigned int interface_nu
                 // Receiving names the sending function too: log filters know it so.
                 VX_INFO_AT(where, "Going to call lock_dev_and_send_ssp_message(data_size: %d)", data_size);
             }
+            const current_pad::KeepOpen keep_open{pad, interface_number};
             vx_device* device = current_pad::find_interface(
                 where, pad, prefix, interface_number, [](trace::Location at, unsigned int index) {
                     trace::error(at, "Error of open interface with number: %d", index);

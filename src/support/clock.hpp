@@ -4,18 +4,20 @@
 #include <cstdint>
 #include <sys/time.h>
 
-// Milliseconds since its creation. A clock that is set back while it runs does not prolong a time-out.
+// Time since its creation. A clock that is set back while it runs does not prolong a time-out.
 class Stopwatch {
   public:
     Stopwatch() : start_{now()}, last_{start_} {}
 
-    int elapsed_ms() {
+    int elapsed_ms() { return static_cast<int>(elapsed_us() / 1000); }
+
+    std::int64_t elapsed_us() {
         const std::int64_t current = now();
         if (current < last_) {
             start_ -= last_ - current;
         }
         last_ = current;
-        return static_cast<int>((current - start_) / 1000);
+        return current - start_;
     }
 
   private:

@@ -2,6 +2,7 @@
 
 #include "support/wchar_tools.hpp"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -12,6 +13,8 @@
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace trace {
 namespace {
@@ -27,19 +30,49 @@ constexpr std::size_t message_size = 4096;
 std::atomic<vxpad_logging_callback> logging_callback{nullptr};
 std::atomic<void*> logging_user_specific{nullptr};
 
-// "info: function(): text" and a line end where the message is an information one.
-void deliver(const char* kind, const char* function, const char* text, const char* end) {
+using Message = std::array<char, VXPAD_MAX_STRING_LENGTH>;
+
+// One thread's messages. While it holds a lock they wait, so that the callback may call the library; what the library
+// says to a call of the callback itself is not delivered, or it would never end.
+struct Outbox {
+    int locks_held = 0;
+    bool delivering = false;
+    std::vector<Message> waiting;
+};
+thread_local Outbox outbox;
+
+void hand_over(const Message& message) {
     const auto callback = logging_callback.load();
     if (callback == nullptr) {
         return;
     }
-    char narrow[message_size];
-    std::snprintf(narrow, sizeof narrow, "%s: %s(): %s%s", kind, function, text, end);
-    narrow[VXPAD_MAX_STRING_LENGTH - 1] = '\0';
-
     char16_t wide[VXPAD_MAX_STRING_LENGTH] = {};
-    astr_to_wstr(wide, narrow, static_cast<int>(std::strlen(narrow)) + 1);
+    astr_to_wstr(wide, message.data(), static_cast<int>(std::strlen(message.data())) + 1);
+    outbox.delivering = true;
     callback(logging_user_specific.load(), wide);
+    outbox.delivering = false;
+}
+
+void hand_over_waiting() {
+    for (const Message& message : std::exchange(outbox.waiting, {})) {
+        hand_over(message);
+    }
+}
+
+// "info: function(): text" and a line end where the message is an information one.
+void deliver(const char* kind, const char* function, const char* text, const char* end) {
+    if (logging_callback.load() == nullptr || outbox.delivering) {
+        return;
+    }
+    char whole[message_size];
+    std::snprintf(whole, sizeof whole, "%s: %s(): %s%s", kind, function, text, end);
+    Message message{};
+    std::memcpy(message.data(), whole, strnlen(whole, message.size() - 1));
+    if (outbox.locks_held > 0) {
+        outbox.waiting.push_back(message);
+    } else {
+        hand_over(message);
+    }
 }
 
 } // namespace
@@ -68,6 +101,7 @@ Timestamp timestamp() {
 }
 
 void set_callback(void* callback, void* user_specific) {
+    hand_over_waiting(); // to the one that goes
     logging_callback = reinterpret_cast<vxpad_logging_callback>(callback);
     logging_user_specific = user_specific;
 }
@@ -182,6 +216,7 @@ Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where)
         lock_line(LockEvent::going_to_lock, where_, expression_);
     }
     Pthread_mutex_lock(mutex_);
+    ++outbox.locks_held;
     if (wanted) {
         lock_line(LockEvent::locked, where_, expression_);
     }
@@ -195,6 +230,9 @@ void Lock::unlock() {
     mutex_ = nullptr;
     if (lock_lines_wanted()) {
         lock_line(LockEvent::unlocked, where_, expression_);
+    }
+    if (--outbox.locks_held == 0 && !outbox.waiting.empty()) {
+        hand_over_waiting();
     }
 }
 

@@ -1,8 +1,8 @@
 // Tracing: enter/exit lines, lock lines, information lines and error lines.
 //
 // Three environment switches are read anew at every trace point, so that a running process can be looked into.
-// Information and error messages also go to the application's logging callback. A message that nobody wants is
-// neither formatted nor are its arguments evaluated.
+// Information and error messages also go to the application's logging callback, as soon as their thread holds no lock
+// of the library. A message that nobody wants is neither formatted nor are its arguments evaluated.
 #pragma once
 
 #include "vxpadcom/vxpadcom.h"

@@ -7,18 +7,23 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <regex>
 #include <set>
 #include <string>
+#include <thread>
 
 namespace {
 
 std::set<std::string> known_names() {
     // Functions of the exported layer that have a name in the log without being exported.
-    std::set<std::string> names{"exception", "set_dev_to_current", "get_current_dev", "looking_for_device",
-                                "__deinitialize"};
+    std::set<std::string> names{"exception",      "set_dev_to_current", "get_current_dev",  "looking_for_device",
+                                "__deinitialize", "stop_read_threads",  "start_thread",     "stop_thread",
+                                "__stop_thread",  "flush_data_packets", "start_routine",    "read_file",
+                                "pirc_routine",   "start_upload",       "interface_routine"};
     std::ifstream list(EXPORTS_LIST);
     for (std::string name; std::getline(list, name);)
         names.insert(name);
@@ -106,6 +111,39 @@ void use_the_library() {
     Deinitialize();
 }
 
+// The threads too.
+void receive_and_upload() {
+    auto& bus = standins::bus();
+    bus.reset();
+    standins::HidInterface& pad = bus.plug(standins::pad_of_type(9));
+    bus.hooks.usleep = [](unsigned) { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
+    Initialize();
+    static std::atomic<bool> received;
+    received = false;
+    SetOnDataReceivedHandler(
+        1, 0, [](void*, unsigned int, unsigned int, const void*, unsigned int) { received = true; }, nullptr);
+    for (const unsigned int device : {1U, 3U, 17U})
+        SetDataReceivingEnabled(device, 0, 1);
+    {
+        const auto guard = bus.lock();
+        pad.input_reports.push_back(standins::Bytes(64, 7));
+    }
+    for (int i = 0; i < 5000 && !received; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    unsigned int count = 0;
+    GetDataPacketsAvailable(1, 0, &count);
+    FlushDataPackets(1, 0);
+    const standins::Bytes buffer(130);
+    WriteFileBuffer(1, 3, buffer.data(), 130, &count);
+    ReadFileBuffer(1, 3, nullptr, 0, nullptr);
+    SetOnDataReceivedHandler(1, 0, nullptr, nullptr);
+    bus.unplug(pad);
+    for (int i = 0; i < 5000 && bus.open_handles() > 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    Deinitialize();
+    bus.hooks = {};
+}
+
 TEST(TracedNames, AreThoseOfKnownFunctions) {
     std::string output;
     std::string errors;
@@ -116,6 +154,7 @@ TEST(TracedNames, AreThoseOfKnownFunctions) {
         const standins::OutputCapture standard_output(STDOUT_FILENO);
         const standins::OutputCapture standard_error(STDERR_FILENO);
         use_the_library();
+        receive_and_upload();
         output = standard_output.text();
         errors = standard_error.text();
     }
