@@ -30,6 +30,12 @@ void Bus::plug(Port& port) {
         port.ssp = std::make_unique<SspPad>(loop_, *port.model, port.faults, port.log);
     port.device = std::make_unique<UsbDevice>(loop_, *port.model, port.ssp.get(), port.faults, port.log,
                                               [this, &port] { unplug(port); });
+    if (port.settings.kind == PadKind::hid)
+        port.reports = std::make_unique<PenPlayer>(
+            loop_, port.model->settings(), PenPacket::input_report,
+            [&model = *port.model](std::span<const std::uint8_t> report) { model.send_pen_report(report); });
+    if (port.settings.pen.mode == PenMode::loop)
+        port.pen().play(std::nullopt, port.settings.pen.rate);
     port.log.trace("plugged in with address " + std::to_string(port.address));
     for (const auto& [plugged, unplugging] : observers_)
         plugged(port);
@@ -42,6 +48,7 @@ void Bus::unplug(Port& port) {
     port.device->cancel_all(TransferStatus::unplugged);
     for (const auto& [plugged, unplugging] : observers_)
         unplugging(port);
+    port.reports.reset();
     port.device.reset();
     port.ssp.reset();
 }

@@ -4,6 +4,7 @@
 #include "event_loop.hpp"
 #include "faults.hpp"
 #include "pad_model.hpp"
+#include "pen_player.hpp"
 #include "ssp_pad.hpp"
 #include "transfer_log.hpp"
 #include "usb_device.hpp"
@@ -23,14 +24,18 @@ struct Port {
 
     std::string name() const { return "1-" + std::to_string(number); } // as the system names bus and port
 
+    // Of a plugged pad, what moves its pen: for input reports or, without them, for the stream.
+    PenPlayer& pen() const { return reports ? *reports : ssp->pen(); }
+
     unsigned number; // from 1
     PadSettings settings;
     FaultList faults;
     TransferLog log;
     unsigned address = 0; // on the bus; new with each plugging
     std::unique_ptr<PadModel> model;
-    std::unique_ptr<SspPad> ssp;       // of a pad that speaks it, while it is plugged in
-    std::unique_ptr<UsbDevice> device; // only while it is plugged in
+    std::unique_ptr<SspPad> ssp;        // of a pad that speaks it, while it is plugged in
+    std::unique_ptr<UsbDevice> device;  // only while it is plugged in
+    std::unique_ptr<PenPlayer> reports; // likewise, of a HID pad: what its input reports tell of the pen
 };
 
 class Bus {

@@ -93,7 +93,7 @@ bool ControlServer::flush(Client& client) {
 }
 
 std::string ControlServer::answer(std::string_view request) {
-    static constexpr std::array<Command, 12> commands{{
+    static constexpr std::array<Command, 17> commands{{
         {"list", 1, 1, "list", &ControlServer::list},
         {"plug", 2, 2, "plug N", &ControlServer::plug},
         {"unplug", 2, 2, "unplug N", &ControlServer::unplug},
@@ -106,6 +106,11 @@ std::string ControlServer::answer(std::string_view request) {
         {"button", 3, 3, "button N VALUE", &ControlServer::button},
         {"pen", 3, 3, "pen N HEX", &ControlServer::pen},
         {"send", 3, 3, "send N HEX", &ControlServer::send},
+        {"play", 2, 4, "play N [COUNT|once|loop] [RATE]", &ControlServer::play},
+        {"stop", 2, 2, "stop N", &ControlServer::stop},
+        {"replay", 3, 3, "replay N FILE", &ControlServer::replay},
+        {"uploads", 2, 2, "uploads N", &ControlServer::uploads},
+        {"reset-uploads", 2, 2, "reset-uploads N", &ControlServer::reset_uploads},
     }};
     std::istringstream stream{std::string(request)};
     Words words;
@@ -210,7 +215,8 @@ std::string ControlServer::log(const Words& words) {
 
 std::string ControlServer::state(const Words& words) {
     auto& pad = port(words);
-    return std::string("plugged=") + (pad.device ? "1 " : "0 ") + (pad.model ? pad.model->state() : "");
+    return std::string("plugged=") + (pad.device ? "1 " : "0 ") + (pad.model ? pad.model->state() : "") +
+           (pad.device ? " " + pad.pen().state() : "");
 }
 
 std::string ControlServer::ssp(const Words& words) {
@@ -233,6 +239,48 @@ std::string ControlServer::pen(const Words& words) {
 
 std::string ControlServer::send(const Words& words) {
     ssp_pad(words).outbox().send_raw(parse_hex(words[2]));
+    return {};
+}
+
+std::string ControlServer::play(const Words& words) {
+    auto& pad = plugged_port(words);
+    const auto& pen = pad.settings.pen;
+    const std::string how_often = words.size() > 2 ? words[2] : "once";
+    std::optional<std::uint64_t> count;
+    if (how_often == "once")
+        count = pen.signature->size();
+    else if (how_often != "loop")
+        count = parse_number(how_often, 10, 1, 1000000000);
+    const auto rate = words.size() > 3 ? words[3] : std::to_string(pen.rate);
+    pad.pen().play(count, static_cast<unsigned>(parse_number(rate, 10, 1, fastest_pen)));
+    return {};
+}
+
+std::string ControlServer::stop(const Words& words) {
+    plugged_port(words).pen().stop();
+    return {};
+}
+
+std::string ControlServer::replay(const Words& words) {
+    auto& pad = plugged_port(words);
+    auto recording = read_recording(words[2]);
+    const auto most = pad.settings.kind == PadKind::hid ? pad.settings.input_report_size() : longest_legacy_payload;
+    if (recording.longest_packet > most)
+        throw std::invalid_argument(words[2] + ": has packets of " + std::to_string(recording.longest_packet) +
+                                    " bytes; the pad sends at most " + std::to_string(most));
+    pad.pen().replay(std::move(recording));
+    return {};
+}
+
+std::string ControlServer::uploads(const Words& words) {
+    auto& pad = port(words);
+    return pad.model ? pad.model->uploads().text() : "";
+}
+
+std::string ControlServer::reset_uploads(const Words& words) {
+    auto& pad = port(words);
+    if (pad.model)
+        pad.model->uploads().reset();
     return {};
 }
 

@@ -48,6 +48,11 @@ class ControlServer {
     std::string button(const Words& words);
     std::string pen(const Words& words);
     std::string send(const Words& words);
+    std::string play(const Words& words);
+    std::string stop(const Words& words);
+    std::string replay(const Words& words);
+    std::string uploads(const Words& words);
+    std::string reset_uploads(const Words& words);
     Port& port(const Words& words);
     Port& plugged_port(const Words& words);
     SspPad& ssp_pad(const Words& words);

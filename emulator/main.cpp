@@ -4,6 +4,7 @@
 #include "control_server.hpp"
 #include "event_loop.hpp"
 #include "options.hpp"
+#include "signature.hpp"
 #include "system_tree.hpp"
 #include "temporary_directory.hpp"
 #include "usbfs_protocol.h"
@@ -12,6 +13,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -23,12 +25,22 @@ constexpr int exit_usage = 2;
 constexpr int exit_trouble = 125;
 
 // Beside this program in the build tree, in a directory of its own when installed.
-std::string usbfs_library() {
+fs::path companion(const char* built, const char* installed) {
     const auto directory = fs::read_symlink("/proc/self/exe").parent_path();
-    for (const auto* place : {VXPAD_USBFS_BUILT, VXPAD_USBFS_INSTALLED})
+    for (const auto* place : {built, installed})
         if (const auto path = directory / place; fs::exists(path))
             return fs::canonical(path);
-    throw std::runtime_error("the preload library " VXPAD_USBFS_INSTALLED " is missing");
+    throw std::runtime_error(fs::path(installed).filename().string() + " is missing, which belongs into " +
+                             (directory / installed).lexically_normal().parent_path().string());
+}
+
+std::string usbfs_library() {
+    return companion(VXPAD_USBFS_BUILT, VXPAD_USBFS_INSTALLED);
+}
+
+std::shared_ptr<const emulator::Signature> built_in_signature() {
+    return std::make_shared<const emulator::Signature>(
+        emulator::read_signature(companion(VXPAD_SIGNATURE_BUILT, VXPAD_SIGNATURE_INSTALLED)));
 }
 
 std::string sysfs_library() {
@@ -49,8 +61,12 @@ int run(const emulator::Options& options) {
     const SystemTree tree(loop, bus, directory.path());
     const UsbfsServer usbfs(loop, bus, usbfs_path);
     const ControlServer control(loop, bus, control_path);
-    for (const auto& pad : options.pads)
+    const auto signature = built_in_signature();
+    for (auto pad : options.pads) {
+        if (!pad.pen.signature)
+            pad.pen.signature = signature;
         bus.add(pad);
+    }
     for (const auto& [number, fault] : options.faults)
         bus.find(number)->faults.add(fault);
     for (const auto& port : bus.ports())

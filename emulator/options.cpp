@@ -30,8 +30,12 @@ Options:
       conf-busy=0         state queries that find a changed configuration still being applied
       conf-fail=no        yes: a changed configuration fails
       connection=0        connection type
-      pen-rate=100        records of pen data in a second while it is on; 0: only those asked for
-      pen-size=6          bytes in a record, 1 to 64
+      pen=follow          plays a signature as pen data while the program has it switched on; loop: always, also as
+                          input reports of a HID pad; off: only on request
+      pen-rate=100        packets of pen data in a second; 0: only on request
+      pen-size=64         bytes in a record of pen data, 1 to 64
+      pen-interface=0     interface of a HID pad on which pen data comes as input reports
+      signature=FILE      what the pen writes: a line for each point, x y pressure; an empty line lifts the pen
       told-vendor=, told-id=, told-serial=
                           ids in hexadecimal and serial number in the pad's description; default: the pad's own
   --vcom KEY=VALUE,...  plugs in a VCOM pad, which has bulk endpoints for its SSP stream; the same keys but interfaces
@@ -79,6 +83,13 @@ empty line ends the reply, which begins with "ok" or "error":
   button N VALUE        the user has pressed a button
   pen N HEX             sends a record of pen data, also while it is off
   send N HEX            puts bytes into the pad's stream as they are
+  play N [COUNT|once|loop] [RATE]
+                        plays the signature now: so many packets, once (the default) or until it is stopped; as input
+                        reports of a HID pad, as records in the stream of a VCOM pad
+  stop N                ends the playing
+  replay N FILE         plays a recording in the same way
+  uploads N             what has been written that is no command: reports, gaps and duplicates in their numbers, checksum
+  reset-uploads N       counts them from zero
 
 Example:
   vxpad-emulator run --pad type=11,serial=A1 --pad type=1,interfaces=1 --fault 1:stall,on=get-feature,count=2 -- lsusb

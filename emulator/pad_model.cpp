@@ -17,10 +17,13 @@ enum CommandCode : std::uint8_t {
     command_read_stream = 0xf9,
 };
 
+constexpr std::size_t rectangle_size = 13; // command and parameters
+
 constexpr std::uint8_t status_ok = 0;
 constexpr std::uint8_t status_unknown_command = 5;
 
 constexpr std::size_t most_waiting_inputs = 65536;
+constexpr std::size_t most_waiting_pen_reports = 4096;
 
 // The oldest model takes a set-mode request of its own length that ends in a mark, and answers nothing.
 constexpr unsigned oldest_type = 1;
@@ -44,18 +47,20 @@ void put32(FeatureReport& bytes, std::size_t offset, std::uint32_t value) {
 
 struct PadModel::Command {
     std::uint8_t code;
+    std::size_t size; // with its parameters; what follows is zero, or else the report is no command
     bool oldest_has_it;
     void (PadModel::*answer)(std::span<const std::uint8_t> request, FeatureReport& reply);
 };
 
-PadModel::PadModel(const PadSettings& settings) : settings_(settings), interfaces_(settings.interfaces) {}
+PadModel::PadModel(const PadSettings& settings)
+    : settings_(settings), interfaces_(settings.interfaces), uploads_(settings.interfaces) {}
 
 void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> report) {
     static constexpr std::array<Command, 4> commands{{
-        {command_set_mode, true, &PadModel::set_mode},
-        {command_read_version, false, &PadModel::read_version},
-        {command_get_status, false, &PadModel::get_status},
-        {command_create_rectangle, true, &PadModel::create_rectangle},
+        {command_set_mode, 3, true, &PadModel::set_mode},
+        {command_read_version, 1, false, &PadModel::read_version},
+        {command_get_status, 1, false, &PadModel::get_status},
+        {command_create_rectangle, rectangle_size, true, &PadModel::create_rectangle},
     }};
     auto& state = interfaces_.at(interface);
     if (!report.empty() && report[0] == command_write_stream && write_stream_) {
@@ -66,7 +71,12 @@ void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> r
     std::copy_n(report.begin(), std::min(report.size(), request.size()), request.begin());
     state.last_written = request;
     state.reply.reset();
-    state.reads_stream = request[0] == command_read_stream && settings_.kind == PadKind::hid;
+    // What an upload brings may begin with any byte: a command has nothing but zeros behind its parameters.
+    const auto is_command = [&](std::uint8_t code, std::size_t size) {
+        return request[0] == code && std::all_of(request.begin() + static_cast<std::ptrdiff_t>(size), request.end(),
+                                                 [](auto b) { return b == 0; });
+    };
+    state.reads_stream = is_command(command_read_stream, 1) && settings_.kind == PadKind::hid;
     if (report.empty())
         return;
     if (state.reads_stream) {
@@ -75,16 +85,20 @@ void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> r
     }
     const bool oldest = settings_.type == oldest_type;
     const auto* command = std::ranges::find_if(
-        commands, [&](const Command& c) { return c.code == request[0] && (c.oldest_has_it || !oldest); });
+        commands, [&](const Command& c) { return is_command(c.code, c.size) && (c.oldest_has_it || !oldest); });
     if (oldest && request[0] == command_set_mode) {
         FeatureReport unsent{};
         const bool valid = report.size() == oldest_set_mode_size &&
                            std::ranges::equal(report.last(oldest_set_mode_mark.size()), oldest_set_mode_mark);
         if (valid)
             set_mode(request, unsent);
+        else
+            uploads_.count(interface, report);
         ++(valid ? commands_ : refused_);
         return;
     }
+    if (command == commands.end())
+        uploads_.count(interface, report);
     if (command == commands.end() && settings_.loop_back)
         return;
     auto& reply = state.reply.emplace();
@@ -123,6 +137,12 @@ bool PadModel::queue_input(unsigned interface, std::span<const std::uint8_t> rep
     return true;
 }
 
+void PadModel::send_pen_report(std::span<const std::uint8_t> report) {
+    const auto interface = settings_.pen.interface;
+    if (interfaces_.at(interface).inputs.size() >= most_waiting_pen_reports || !queue_input(interface, report))
+        ++inputs_lost_;
+}
+
 std::vector<std::uint8_t> PadModel::take_input(unsigned interface) {
     auto& inputs = interfaces_.at(interface).inputs;
     auto report = std::move(inputs.front());
@@ -141,7 +161,7 @@ std::string PadModel::state() const {
     text += counter("commands=", commands_) + counter("refused=", refused_) + counter("outputs=", outputs_);
     for (std::size_t i = 0; i < interfaces_.size(); ++i)
         text += " inputs-waiting-" + std::to_string(i) + "=" + std::to_string(interfaces_[i].inputs.size());
-    return text;
+    return text + counter("inputs-lost=", inputs_lost_);
 }
 
 void PadModel::set_mode(std::span<const std::uint8_t> request, FeatureReport&) {

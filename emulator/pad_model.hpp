@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pad_settings.hpp"
+#include "upload_tally.hpp"
 
 #include <array>
 #include <cstddef>
@@ -38,6 +39,7 @@ class PadModel {
     // Input reports wait here until the host fetches them. A short one is filled up with zeros; false when it is too
     // long or too many are waiting.
     bool queue_input(unsigned interface, std::span<const std::uint8_t> report);
+    void send_pen_report(std::span<const std::uint8_t> report); // an input report too, lost when too many are waiting
     bool has_input(unsigned interface) const { return !interfaces_.at(interface).inputs.empty(); }
     std::vector<std::uint8_t> take_input(unsigned interface);
 
@@ -50,6 +52,8 @@ class PadModel {
         write_stream_ = std::move(write);
         read_stream_ = std::move(read);
     }
+
+    UploadTally& uploads() { return uploads_; }
 
     std::string state() const; // "mode=1 rectangle=..." for the control socket
 
@@ -81,6 +85,8 @@ class PadModel {
     unsigned commands_ = 0;
     unsigned refused_ = 0;
     unsigned outputs_ = 0;
+    unsigned inputs_lost_ = 0;
+    UploadTally uploads_;
 };
 
 } // namespace emulator

@@ -82,9 +82,21 @@ std::string told_serial(const std::string& text) {
     return text;
 }
 
+PenMode pen_mode(const std::string& text) {
+    constexpr std::array<std::pair<std::string_view, PenMode>, 3> modes{{
+        {"follow", PenMode::follow},
+        {"loop", PenMode::loop},
+        {"off", PenMode::off},
+    }};
+    for (const auto& [name, mode] : modes)
+        if (name == text)
+            return mode;
+    throw std::invalid_argument("'" + text + "' is none of follow, loop and off");
+}
+
 using Setter = void (*)(PadSettings&, const std::string& value);
 
-constexpr std::array<std::pair<std::string_view, Setter>, 22> setters{{
+constexpr std::array<std::pair<std::string_view, Setter>, 25> setters{{
     {"type", [](PadSettings& pad, const std::string& v) { pad.type = unsigned(parse_number(v, 10, 0, 255)); }},
     {"vendor",
      [](PadSettings& pad, const std::string& v) { pad.vendor_id = std::uint16_t(parse_number(v, 16, 0, 0xffff)); }},
@@ -115,10 +127,16 @@ constexpr std::array<std::pair<std::string_view, Setter>, 22> setters{{
     {"conf-fail", [](PadSettings& pad, const std::string& v) { pad.ssp.conf_fails = flag(v, "no", "yes"); }},
     {"connection",
      [](PadSettings& pad, const std::string& v) { pad.ssp.connection = std::uint8_t(parse_number(v, 10, 0, 255)); }},
+    {"pen", [](PadSettings& pad, const std::string& v) { pad.pen.mode = pen_mode(v); }},
     {"pen-rate",
-     [](PadSettings& pad, const std::string& v) { pad.ssp.pen_rate = unsigned(parse_number(v, 10, 0, 100000)); }},
-    {"pen-size",
-     [](PadSettings& pad, const std::string& v) { pad.ssp.pen_size = unsigned(parse_number(v, 10, 1, 64)); }},
+     [](PadSettings& pad, const std::string& v) { pad.pen.rate = unsigned(parse_number(v, 10, 0, fastest_pen)); }},
+    {"pen-size", [](PadSettings& pad, const std::string& v) { pad.pen.size = unsigned(parse_number(v, 10, 1, 64)); }},
+    {"pen-interface",
+     [](PadSettings& pad, const std::string& v) { pad.pen.interface = unsigned(parse_number(v, 10, 0, 254)); }},
+    {"signature",
+     [](PadSettings& pad, const std::string& v) {
+         pad.pen.signature = std::make_shared<const Signature>(read_signature(v));
+     }},
 }};
 
 constexpr std::array<unsigned, 3> ssp_types{15, 16, 17};
@@ -216,6 +234,11 @@ PadSettings parse_pad_settings(std::string_view text, unsigned number, PadKind k
     } else if (!given.contains("ssp")) {
         pad.has_ssp = std::ranges::find(ssp_types, pad.type) != ssp_types.end();
     }
+    if (pad.pen.interface >= pad.interfaces)
+        throw std::invalid_argument("pen-interface: the pad has only " + std::to_string(pad.interfaces) +
+                                    " interfaces");
+    if (pad.pen.mode == PenMode::loop && pad.pen.rate == 0)
+        throw std::invalid_argument("pen=loop needs a pen-rate");
     return pad;
 }
 

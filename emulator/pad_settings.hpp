@@ -1,8 +1,11 @@
 // What one virtual pad is: its USB identity and how its firmware behaves.
 #pragma once
 
+#include "signature.hpp"
+
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,8 +30,17 @@ struct SspSettings {
     unsigned conf_busy = 0; // state queries that still find a changed configuration being applied
     bool conf_fails = false;
     std::uint8_t connection = 0;
-    unsigned pen_rate = 100; // records per second
-    unsigned pen_size = 6;
+};
+
+// When a pad plays pen data that nobody has asked for through the control socket.
+enum class PenMode { follow, loop, off }; // follow: while the program has biodata on
+
+struct PenSettings {
+    PenMode mode = PenMode::follow;
+    unsigned rate = 100;                        // packets per second
+    unsigned size = 64;                         // of a record in the stream
+    unsigned interface = 0;                     // where input reports come
+    std::shared_ptr<const Signature> signature; // nothing: the one that comes with the emulator
 };
 
 struct PadSettings {
@@ -46,9 +58,12 @@ struct PadSettings {
     bool named = false;      // a VCOM pad with a chip vendor's ids
     bool has_ssp = true;
     SspSettings ssp;
+    PenSettings pen;
 
     std::size_t input_report_size() const { return type == 1 ? 20 : 64; }
 };
+
+inline constexpr unsigned fastest_pen = 100000; // packets per second
 
 // Most UTF-16 units that a string descriptor can hold: its length is one byte and counts two bytes of header.
 inline constexpr std::size_t longest_string = 126;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 
 namespace emulator {
 
@@ -55,7 +54,10 @@ struct SspPad::Request {
 };
 
 SspPad::SspPad(EventLoop& loop, PadModel& model, FaultList& faults, TransferLog& log)
-    : loop_(loop), model_(model), log_(log), outbox_(loop, faults, log), connection_(model.settings().ssp.connection) {
+    : model_(model), log_(log), outbox_(loop, faults, log),
+      pen_(loop, model.settings(), PenPacket::ssp_record,
+           [this](std::span<const std::uint8_t> record) { send_pen_data(record); }),
+      connection_(model.settings().ssp.connection) {
     if (model.settings().kind == PadKind::hid)
         model.connect_stream([this](std::span<const std::uint8_t> bytes) { receive(bytes); },
                              [this](std::size_t most) { return outbox_.take_bytes(most); });
@@ -63,7 +65,6 @@ SspPad::SspPad(EventLoop& loop, PadModel& model, FaultList& faults, TransferLog&
 
 SspPad::~SspPad() {
     model_.connect_stream({}, {});
-    stop_pen();
 }
 
 void SspPad::receive(std::span<const std::uint8_t> stream) {
@@ -149,10 +150,15 @@ std::optional<Bytes> SspPad::describe(Payload) {
 std::optional<Bytes> SspPad::switch_pen_data(Payload request) {
     if (request[1] > 1)
         return std::nullopt;
-    if (request[1] == 1)
-        start_pen();
-    else
-        stop_pen();
+    biodata_ = request[1] == 1;
+    const auto& pen = model_.settings().pen;
+    // On a HID pad it is the input reports that loop.
+    if (pen.mode == PenMode::off || (pen.mode == PenMode::loop && model_.settings().kind == PadKind::vcom))
+        return Bytes{};
+    if (!biodata_)
+        pen_.stop();
+    else if (!pen_.is_playing() && pen.rate > 0)
+        pen_.play(std::nullopt, pen.rate);
     return Bytes{};
 }
 
@@ -228,42 +234,8 @@ void SspPad::send_pen_data(std::span<const std::uint8_t> record) {
     outbox_.send(short_message(pen_message, record), TransferKind::pen);
 }
 
-void SspPad::start_pen() {
-    pen_data_ = true;
-    if (pen_timer_ || model_.settings().ssp.pen_rate == 0)
-        return;
-    pen_time_ = EventLoop::Clock::now();
-    move_pen();
-}
-
-void SspPad::stop_pen() {
-    pen_data_ = false;
-    if (pen_timer_)
-        loop_.cancel(*pen_timer_);
-    pen_timer_.reset();
-}
-
-// A record begins with its number and the pen's place on a parabola, 16 bits each.
-void SspPad::move_pen() {
-    constexpr unsigned width = 1024;
-    pen_time_ += std::chrono::nanoseconds(std::chrono::seconds(1)) / model_.settings().ssp.pen_rate;
-    pen_timer_ = loop_.call_at(pen_time_, [this] {
-        const unsigned number = pen_records_++;
-        const unsigned x = number % width;
-        const unsigned y = x * (width - x) / 16;
-        Bytes record;
-        for (const auto value : {number, x, y}) {
-            record.push_back(static_cast<std::uint8_t>(value & 0xff));
-            record.push_back(static_cast<std::uint8_t>(value >> 8 & 0xff));
-        }
-        record.resize(model_.settings().ssp.pen_size, static_cast<std::uint8_t>(number & 0xff));
-        send_pen_data(record);
-        move_pen();
-    });
-}
-
 std::string SspPad::state() const {
-    std::string text = "biodata=" + std::to_string(pen_data_) + " pen-records=" + std::to_string(pen_records_) +
+    std::string text = "biodata=" + std::to_string(biodata_) + " pen-records=" + std::to_string(pen_.sent()) +
                        " pen-lost=" + std::to_string(outbox_.lost()) +
                        " mode=" + (last_mode_ ? std::to_string(*last_mode_) : "none") +
                        " button=" + std::to_string(button_) + " connection=" + std::to_string(connection_) +

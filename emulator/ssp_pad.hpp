@@ -5,6 +5,7 @@
 #include "event_loop.hpp"
 #include "faults.hpp"
 #include "pad_model.hpp"
+#include "pen_player.hpp"
 #include "ssp_outbox.hpp"
 #include "ssp_stream.hpp"
 #include "transfer_log.hpp"
@@ -34,6 +35,7 @@ class SspPad {
 
     void press_button(std::uint8_t button);
     void send_pen_data(std::span<const std::uint8_t> record);
+    PenPlayer& pen() { return pen_; }
 
     std::string state() const; // several lines for the control socket
 
@@ -59,20 +61,14 @@ class SspPad {
 
     bool is_configuring() const { return busy_polls_ > 0; }
     void start_configuring();
-    void start_pen();
-    void stop_pen();
-    void move_pen();
 
-    EventLoop& loop_;
     PadModel& model_;
     TransferLog& log_;
     SspOutbox outbox_;
     MessageReader reader_;
 
-    bool pen_data_ = false;
-    std::optional<EventLoop::Timer> pen_timer_;
-    EventLoop::Clock::time_point pen_time_;
-    unsigned pen_records_ = 0;
+    bool biodata_ = false;
+    PenPlayer pen_;
 
     std::uint8_t button_ = 0;
     std::optional<std::uint32_t> last_mode_;

@@ -365,7 +365,7 @@ TEST_P(SspPad, PenDataComesWhileItIsOn) {
     for (unsigned char number = 0; number < 5; ++number) {
         const auto record = link().read(2000);
         ASSERT_TRUE(record && record->size() >= 10);
-        EXPECT_EQ(hex(part(*record, 0, 8)), hex({0xaa, 0x55, 0x02, 0xc5, number, 0, number, 0}));
+        EXPECT_EQ(hex(part(*record, 0, 6)), hex({0xaa, 0x55, 0x02, 0xd3, number, 0}));
     }
     ASSERT_TRUE(link().send(request_of(1, 0x11, 0)));
     const auto state = on_pad("ssp", pad());
