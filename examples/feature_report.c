@@ -2,40 +2,17 @@
  * Asks a pad for its status with a pair of feature reports, then waits for one input report.
  * Usage: feature_report [PAD], pads being numbered from 1.
  */
-#include <stdio.h>
+#include "print_failure.h"
+
 #include <stdlib.h>
 #include <threads.h>
 #include <time.h>
-#include <vxpadcom/vxpadcom.h>
 
 enum {
     STATUS_REQUEST = 0x27,
     MAX_REPORT = 65, /* the report-id byte and 64 bytes */
     POLLS = 500,     /* 10 ms apart */
 };
-
-static void print_text(const char16_t* text) {
-    for (; *text != 0; ++text)
-        putc(*text >= 0x20 && *text < 0x7f ? (int)*text : '?', stderr);
-}
-
-/* Every call that fails leaves a record: it tells the function, what went wrong, and a code to act on. */
-static void print_failure(int handle) {
-    char16_t function[VXPAD_MAX_STRING_LENGTH] = {0}, message[VXPAD_MAX_STRING_LENGTH] = {0};
-    char16_t code_name[VXPAD_MAX_STRING_LENGTH] = {0};
-    unsigned int code = 0, length = 0;
-
-    GetExceptionName((unsigned int)handle, function, VXPAD_MAX_STRING_LENGTH, &length);
-    GetExceptionMessage((unsigned int)handle, message, VXPAD_MAX_STRING_LENGTH, &length);
-    GetExceptionCode((unsigned int)handle, &code);
-    TranslateErrorCode(code, code_name, VXPAD_MAX_STRING_LENGTH, &length);
-    print_text(function);
-    fputs(": ", stderr);
-    print_text(message);
-    fputs(" (", stderr);
-    print_text(code_name);
-    fputs(")\n", stderr);
-}
 
 static void print_report(const char* label, const unsigned char* report, unsigned int size) {
     printf("%s:", label);

@@ -25,7 +25,8 @@ expect_file() {
 }
 
 for file in bin/vxpadctl libvxpadcom.so include/vxpadcom/vxpadcom.h lib/udev/rules.d/70-vxpadcom.rules \
-    pkgconfig/vxpadcom.pc cmake/vxpadcom/vxpadcomConfig.cmake LICENSE README.md examples/list_pads.c; do
+    pkgconfig/vxpadcom.pc cmake/vxpadcom/vxpadcomConfig.cmake LICENSE README.md examples/list_pads.c \
+    vxpadcom/virtual-pad.layout; do
     expect_file "$file"
 done
 
@@ -56,7 +57,7 @@ PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vxpadcom.pc)")
 export PKG_CONFIG_PATH
 [ "$(pkg-config --modversion vxpadcom)" = "$("$prefix/bin/vxpadctl" --version | cut -d' ' -f2)" ] ||
     fail "pkg-config and vxpadctl disagree on the version"
-for example in list_pads feature_report; do
+for example in list_pads feature_report receive upload; do
     "$cc" -std=c11 $strict "$source/examples/$example.c" -o "$scratch/$example" \
         $(pkg-config --cflags --libs vxpadcom) || fail "$example does not build with pkg-config"
 done
@@ -67,6 +68,20 @@ export LD_LIBRARY_PATH
 pad=--pad=type=16,product=Pad,serial=SN7
 for example in "$scratch/list_pads" "$scratch/examples/vxpad_list_pads"; do
     [ "$("$prefix/bin/vxpad-emulator" run "$pad" -- "$example")" = "1: Pad SN7" ] || fail "$example does not list pads"
+done
+
+examples=$(dirname "$(find "$prefix" -name receive.py)")
+export PYTHONDONTWRITEBYTECODE=1
+for example in "$scratch/receive" "$examples/receive.py"; do
+    "$prefix/bin/vxpad-emulator" run --pad=type=16,pen=loop,pen-rate=500 -- "$example" 1 40 >"$scratch/received" ||
+        fail "$example does not receive"
+    [ "$(grep -c '^pad 1: 50 01' "$scratch/received")" -ge 30 ] || fail "$example does not show what the pad sends"
+done
+head -c 100000 /dev/urandom >"$scratch/image"
+for example in "$scratch/upload" "$examples/upload.py"; do
+    # 1563 pieces of 65 bytes
+    [ "$("$prefix/bin/vxpad-emulator" run --pad=type=16,interfaces=4 -- "$example" "$scratch/image")" = \
+        "sent 101595 of 101595 bytes" ] || fail "$example does not send everything"
 done
 
 if udevadm verify --help >/dev/null 2>&1; then
