@@ -2,12 +2,11 @@
 //
 // Needs a pad with two HID interfaces, plugged in or virtual: the library works on the first, the hand-written code on
 // the second.
+#include "by_hand.hpp"
 #include "paired.hpp"
 
 #include <array>
 #include <benchmark/benchmark.h>
-#include <hidapi/hidapi.h>
-#include <memory>
 #include <vxpadcom/vxpadcom.h>
 
 namespace {
@@ -16,36 +15,19 @@ constexpr std::size_t report_length = 65; // report id and 64 bytes
 
 using Report = std::array<unsigned char, report_length>;
 
-struct HandleCloser {
-    void operator()(hid_device* hid) const { hid_close(hid); }
-};
-using Handle = std::unique_ptr<hid_device, HandleCloser>;
-
-// The second interface of the first pad, opened by hand.
-Handle open_second_interface() {
-    unsigned int reply = 0;
+// The second interface of the first pad.
+by_hand::Handle open_second_interface() {
     unsigned int vendor_id = 0;
     unsigned int product_id = 0;
     GetVendorId(1, &vendor_id);
     GetProductId(1, 0, &product_id);
-    if (GetEndPointCount(1, &reply) != 0 || reply < 2) {
-        return nullptr;
-    }
-    const std::unique_ptr<hid_device_info, decltype(&hid_free_enumeration)> list{
-        hid_enumerate(static_cast<unsigned short>(vendor_id), static_cast<unsigned short>(product_id)),
-        hid_free_enumeration};
-    for (const hid_device_info* interface = list.get(); interface != nullptr; interface = interface->next) {
-        if (interface->interface_number == 1) {
-            return Handle{hid_open_path(interface->path)};
-        }
-    }
-    return nullptr;
+    return by_hand::open(static_cast<unsigned short>(vendor_id), static_cast<unsigned short>(product_id), 1);
 }
 
 template <typename Library, typename ByHand>
 void compare(benchmark::State& state, Library library_call, ByHand hand_written_call) {
     Initialize();
-    Handle hid = open_second_interface();
+    by_hand::Handle hid = open_second_interface();
     if (!hid) {
         state.SkipWithError("no pad with two HID interfaces");
         Deinitialize();

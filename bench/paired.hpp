@@ -16,8 +16,6 @@
 
 namespace paired {
 
-inline constexpr int calls_per_block = 100;
-
 inline double seconds(clockid_t clock) {
     timespec now{};
     clock_gettime(clock, &now);
@@ -30,15 +28,15 @@ struct Samples {
 };
 
 // Times one block of calls; false where one of them failed.
-template <typename Call> bool sample(Samples& samples, Call call) {
+template <typename Call> bool sample(Samples& samples, int calls, Call call) {
     const double wall = seconds(CLOCK_MONOTONIC);
     const double cpu = seconds(CLOCK_PROCESS_CPUTIME_ID);
     bool succeeded = true;
-    for (int i = 0; i < calls_per_block; ++i) {
+    for (int i = 0; i < calls; ++i) {
         succeeded = call() && succeeded;
     }
-    samples.cpu.push_back((seconds(CLOCK_PROCESS_CPUTIME_ID) - cpu) / calls_per_block * 1e6);
-    samples.wall.push_back((seconds(CLOCK_MONOTONIC) - wall) / calls_per_block * 1e6);
+    samples.cpu.push_back((seconds(CLOCK_PROCESS_CPUTIME_ID) - cpu) / calls * 1e6);
+    samples.wall.push_back((seconds(CLOCK_MONOTONIC) - wall) / calls * 1e6);
     return succeeded;
 }
 
@@ -54,13 +52,14 @@ inline void report(benchmark::State& state, const std::string& clock, const std:
 }
 
 template <typename Library, typename ByHand>
-void compare(benchmark::State& state, Library library_call, ByHand hand_written_call) {
+void compare(benchmark::State& state, Library library_call, ByHand hand_written_call, int calls_per_block = 100) {
     Samples library;
     Samples by_hand;
     bool library_first = true;
     for ([[maybe_unused]] auto iteration : state) {
-        const bool succeeded = library_first ? sample(library, library_call) && sample(by_hand, hand_written_call)
-                                             : sample(by_hand, hand_written_call) && sample(library, library_call);
+        const auto by_library = [&] { return sample(library, calls_per_block, library_call); };
+        const auto hand_written = [&] { return sample(by_hand, calls_per_block, hand_written_call); };
+        const bool succeeded = library_first ? by_library() && hand_written() : hand_written() && by_library();
         library_first = !library_first;
         if (!succeeded) {
             state.SkipWithError("a transfer failed");

@@ -2,6 +2,7 @@
 
 function column(name) { return field[at[name]] }
 
+BEGIN { split("cpu_% pauses_cpu_% median_us pauses_median_us p99_us pauses_p99_us", reception_columns, " ") }
 FNR == 1 { delete at }
 /^name,/ {
     gsub(/"/, "")
@@ -16,6 +17,7 @@ FNR == 1 { delete at }
     if (column("error_occurred") == "true") { problem[name] = column("error_message"); next }
     if ("MB_s" in at) add_rate()
     else if ("cpu_over_%" in at) add_pair()
+    else if ("pauses_cpu_%" in at) add_reception()
     else if (name ~ /_median$/) { calls[++call_count] = name; call_ns[name] = column("cpu_time") }
 }
 
@@ -39,6 +41,14 @@ function add_pair() {
     }
 }
 
+function add_reception() {
+    sub(/\/.*/, "", name)
+    receptions[++reception_count] = name
+    for (i = 1; i <= 6; i++) reception[name, i] = column(reception_columns[i])
+}
+
+function latency(value) { return value ~ /nan/ ? "-" : sprintf("%.0f", value) }
+
 function aim(what, value, unit, limit, at_least) {
     met = value == "" ? "not measured" : (at_least ? value >= limit : value <= limit) ? "met" : "MISSED"
     printf "  %-44s %10s %-5s aim: %s %s %-4s %s\n", what, value == "" ? "-" : sprintf("%.1f", value), unit,
@@ -60,6 +70,14 @@ END {
             printf "%-44s %5s %9.2f %9.2f %6.1f %% %6.1f %%\n", name, clock, figure[name, clock, "lib"],
                    figure[name, clock, "hand"], figure[name, clock, "over"], figure[name, clock, "spread"]
         }
+    printf "\n%-32s %7s %9s %11s %9s %9s %9s\n", "receiving; us to the callback", "cpu", "(pauses)", "median",
+           "(pauses)", "99 %", "(pauses)"
+    for (i = 1; i <= reception_count; i++) {
+        name = receptions[i]
+        printf "%-32s %5.2f %% %7.2f %% %11s %9s %9s %9s\n", name, reception[name, 1], reception[name, 2],
+               latency(reception[name, 3]), latency(reception[name, 4]), latency(reception[name, 5]),
+               latency(reception[name, 6])
+    }
     printf "\n%-44s\n", "ns a call, nothing below the library"
     for (i = 1; i <= call_count; i++) {
         name = calls[i]
@@ -73,10 +91,11 @@ END {
     aim("parsing 1 KiB of random data", rate["parsing random 1024", "library"] / 1000, "GB/s", 4, 1)
     for (i = 1; i <= pair_count; i++) {
         name = pairs[i]
-        limit = name ~ /Ssp/ ? 5 : 2
-        aim(name ", cpu", figure[name, "cpu", "over"], "%", limit, 0)
+        limit = name ~ /Ssp/ ? 5 : name ~ /Buffer/ ? 1 : 2
+        if (name !~ /Buffer/) aim(name ", cpu", figure[name, "cpu", "over"], "%", limit, 0)
         aim(name ", wall", figure[name, "wall", "over"], "%", limit, 0)
     }
+    aim("receiving, at rest, cpu", reception["receiving, at rest", 1], "%", 1, 0)
     aim("slowest call", slowest, "ns", 1000, 0)
     for (name in problem) print "  " name ": not measured: " problem[name]
 }

@@ -1,0 +1,128 @@
+// Pen data as it comes: how long a report takes from the pad to the callback, and what receiving costs.
+//
+// Usage: vxpad-bench-receiving NAME, where NAME says what the pad does. Needs one virtual pad: a silent one, or one
+// that plays its signature all the time. Each of its packets tells when it was made. Another pad would take time as
+// well.
+#include "paired.hpp"
+
+#include <benchmark/benchmark.h>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+#include <vxpadcom/vxpadcom.h>
+
+namespace {
+
+constexpr std::size_t made_at = 12; // where in a packet: 64 bits, little-endian, nanoseconds of CLOCK_MONOTONIC
+constexpr std::chrono::seconds settling_time{1};
+constexpr std::chrono::seconds measuring_time{10};
+
+struct Report {
+    double made_us;
+    double delivered_us;
+};
+
+void keep(void* reports, unsigned int /*device*/, unsigned int /*interface*/, const void* data, unsigned int /*size*/) {
+    const double now_us = paired::seconds(CLOCK_MONOTONIC) * 1e6;
+    std::uint64_t made_ns = 0;
+    for (std::size_t i = sizeof made_ns; i > 0; --i) {
+        made_ns = made_ns << 8 | static_cast<const unsigned char*>(data)[made_at + i - 1];
+    }
+    static_cast<std::vector<Report>*>(reports)->push_back({static_cast<double>(made_ns) / 1e3, now_us});
+}
+
+// What the two threads' pauses alone make of these reports, if nothing else took any time: the receive thread looks
+// every 500 us; the callback thread pauses 1.5 ms, twice that, and so on while it finds nothing.
+std::vector<double> latencies_of_the_pauses(const std::vector<Report>& reports) {
+    constexpr double read_pause_us = 500;
+    constexpr double first_delay_us = 1500;
+    constexpr int phases = 20; // of the two threads against the pad
+    std::vector<double> latencies;
+    for (int phase = 0; phase < phases && !reports.empty(); ++phase) {
+        double read_us = reports.front().made_us - read_pause_us * phase / phases;
+        double look_us = read_us;
+        double delay_us = first_delay_us;
+        for (const Report& report : reports) {
+            while (read_us < report.made_us) {
+                read_us += read_pause_us;
+            }
+            for (; look_us < read_us; delay_us += first_delay_us) {
+                look_us += delay_us;
+            }
+            latencies.push_back(look_us - report.made_us);
+            delay_us = first_delay_us;
+            read_us += read_pause_us; // one report at a time
+        }
+    }
+    return latencies;
+}
+
+// Every run has the same counters: not a number where nothing came.
+void tell_latencies(benchmark::State& state, const std::string& prefix, const std::vector<double>& latencies_us) {
+    const auto quantile = [&](double part) {
+        return latencies_us.empty() ? std::numeric_limits<double>::quiet_NaN()
+                                    : statistics::quantile(latencies_us, part);
+    };
+    state.counters[prefix + "median_us"] = quantile(0.5);
+    state.counters[prefix + "p99_us"] = quantile(0.99);
+}
+
+double cpu_percent_of(const std::function<void()>& passing_time) {
+    const double wall_s = paired::seconds(CLOCK_MONOTONIC);
+    const double cpu_s = paired::seconds(CLOCK_PROCESS_CPUTIME_ID);
+    passing_time();
+    return (paired::seconds(CLOCK_PROCESS_CPUTIME_ID) - cpu_s) / (paired::seconds(CLOCK_MONOTONIC) - wall_s) * 100;
+}
+
+// The least that a thread costs which looks every 500 us.
+void pause_only() {
+    const auto end = std::chrono::steady_clock::now() + measuring_time;
+    while (std::chrono::steady_clock::now() < end) {
+        usleep(500);
+    }
+}
+
+void receive(benchmark::State& state) {
+    constexpr unsigned int device = 1;
+    std::vector<Report> reports;
+    reports.reserve(100'000);
+    double start_us = 0;
+    for ([[maybe_unused]] auto iteration : state) {
+        Initialize();
+        if (SetOnDataReceivedHandler(device, 0, keep, &reports) != 0 || SetDataReceivingEnabled(device, 0, 1) != 0) {
+            state.SkipWithError("no such virtual pad");
+        } else {
+            std::this_thread::sleep_for(settling_time);
+            start_us = paired::seconds(CLOCK_MONOTONIC) * 1e6;
+            state.counters["cpu_%"] = cpu_percent_of([] { std::this_thread::sleep_for(measuring_time); });
+        }
+        Deinitialize(); // no callback runs any more
+        state.counters["pauses_cpu_%"] = cpu_percent_of(pause_only);
+    }
+    // What had waited for the program to begin is old.
+    std::erase_if(reports, [start_us](const Report& report) { return report.made_us < start_us; });
+    std::vector<double> latencies_us;
+    for (const Report& report : reports) {
+        latencies_us.push_back(report.delivered_us - report.made_us);
+    }
+    tell_latencies(state, "", latencies_us);
+    tell_latencies(state, "pauses_", latencies_of_the_pauses(reports));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (argc != 2) {
+        return 1;
+    }
+    benchmark::RegisterBenchmark(argv[1], receive)->Iterations(1)->UseRealTime();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
