@@ -1,6 +1,7 @@
 #include "arguments.hpp"
 
 #include "names.hpp"
+#include "text.hpp"
 
 #include <algorithm>
 #include <array>
@@ -13,7 +14,7 @@ namespace vxpadctl {
 const char* help_text() {
     return R"(Usage: vxpadctl COMMAND [OPTIONS]
 
-Finds USB signature pads and exchanges reports and SSP messages with them.
+Finds USB signature pads, exchanges reports and SSP messages with them, and records what they send.
 
 Commands:
   list                    the pads that are plugged in, numbered from 1
@@ -22,6 +23,16 @@ Commands:
   feature set PAD HEX...  sends a feature report
   report read PAD         waits for input reports
   report write PAD HEX... sends an output report
+
+Commands for what a pad sends by itself while a person writes, and for large uploads:
+  monitor PAD             shows what comes: rate, packets so far, pressure or rate as a bar, the last packets; on
+                          anything but a terminal a line each second
+  record PAD -o FILE      writes what comes into a recording, a text file with a time for each packet
+  replay FILE             shows the packets of a recording at their times, a line each: seconds, pressure, bytes
+  replay FILE --pad N     has virtual pad N send them, for a program under vxpad-emulator run
+  plot FILE --layout LAYOUT -o FILE
+                          draws a recording as an SVG picture
+  upload PAD FILE         sends a file as output reports, over several interfaces at once
 
 Commands for pads that speak SSP:
   ssp send PAD HEX...     sends a whole message as it is
@@ -48,13 +59,23 @@ Commands for pads that speak SSP:
 Options:
   --json             list, info, ssp components, ssp modes, ssp description, ssp connection, config state,
                      button input, button event: JSON instead of text
-  --interface K      feature, report, ssp send, ssp receive: interface of the pad, counted from 0 (default 0)
+  --interface K      feature, report, ssp send, ssp receive, monitor, record: interface of the pad, counted from 0
+                     (default 0)
   --length BYTES     feature get: size of the report (default: a full report)
   --reply            feature set, ssp send: then waits for the pad's answer
   --fill             feature set, report write: zeros up to a full report
   --wait MS          report read: how long to wait for each report, 0 takes what is there (default 1000)
   --timeout MS       ssp send --reply, ssp receive: how long to wait for each message (default 1000)
   --count C          report read, ssp receive: number of reports or messages (default 1)
+                     monitor, record: ends after so many packets
+  --seconds S        monitor, record: ends after so long (by itself neither ends before Ctrl-C)
+  -o FILE            record, plot: where the result goes; - is the standard output
+  --layout LAYOUT    monitor, replay, plot: where the numbers are in a packet; @FILE reads it from a file
+  --layout-file FILE the same as --layout @FILE
+  --speed X          replay: so many times as fast, 0.001 to 1000
+  --fast             replay: without any pause
+  --pad N            replay: the emulator's number of the virtual pad, its place among --pad and --vcom
+  --interfaces MASK  upload: bit K stands for interface K, 0x3 for the first two (default: all)
   --pen-data         ssp receive: switches pen data on and off again, and waits for the pad's records
   --component COMPONENT, --message ID
                      ssp send: where the message goes, and its message id
@@ -68,10 +89,21 @@ COMPONENT is communication, configuration, signpad or the id that ssp components
 doc-sign or its type (0, 5, 6). BUTTON is its code or zoom-in, zoom-out, next, prev, ssig, rotate, ok, repeat, cancel,
 rotate-90, rotate-180.
 
+LAYOUT is a list NAME=OFFSET:TYPE,... with offsets in bytes from 0 and the types u8, i8, u16le, u16be, i16le, i16be,
+u32le, u32be, i32le and i32be: x=2:u16le,y=4:u16le,pressure=6:u16le is that of virtual pads, which comes as
+virtual-pad.layout. In a file the fields may also stand in lines of their own; lines that begin with # are comments.
+A plot takes x, y and pressure: the pen is up where pressure is 0, and never where the layout has none.
+
+A recording drives a virtual pad: vxpadctl replay FILE --pad N inside, or the request replay N FILE on the emulator's
+control socket. docs/recordings.md describes the format.
+
+An upload cuts the file into whole reports, the last one filled up with zeros.
+
 Every run of vxpadctl talks to the pads on its own account before and after the command: an answer must be read by the
 run that has asked. Without --trace the library's own error lines go to the system log.
 
-Exit status: 0 done; 1 failed (no such pad, no permission, no answer, nothing in time, refused); 2 wrong usage.
+Exit status: 0 done; 1 failed (no such pad, no permission, no answer, nothing in time, refused, pulled out, sent in part
+only); 2 wrong usage; 130 interrupted, with the pad left in order and what was recorded complete.
 )";
 }
 
@@ -83,6 +115,8 @@ constexpr unsigned longest_data = 0xffff;         // of a payload, behind its me
 constexpr std::size_t longest_variable = 40;
 constexpr std::size_t longest_value = 20;
 constexpr unsigned longest_wait = 86'400'000;
+constexpr double least_decimal = 0.001;
+constexpr double most_speed = 1000;
 
 std::string quoted(std::string_view text) {
     return "'" + std::string(text) + "'";
@@ -105,6 +139,16 @@ unsigned parse_number(std::string_view what, std::string_view text, unsigned lea
         throw UsageError(std::string(what) + " takes a number from " + std::to_string(least) + " to " +
                          std::to_string(most) + ", not " + quoted(text));
     return *number;
+}
+
+// Above 0, with or without a fraction.
+double parse_decimal(std::string_view what, std::string_view text, double most) {
+    double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
+    if (error != std::errc{} || end != text.data() + text.size() || !(number >= least_decimal && number <= most))
+        throw UsageError(std::string(what) + " takes a number from " + decimal(least_decimal, 3) + " to " +
+                         decimal(most, 0) + ", not " + quoted(text));
+    return number;
 }
 
 // A name, or the number for which it stands where only these numbers will do.
@@ -236,6 +280,31 @@ void take_button_state(Operands& operands, Arguments& arguments) {
                              std::numeric_limits<std::uint32_t>::max());
 }
 
+void take_file(Operands& operands, Arguments& arguments) {
+    arguments.file = operands.next("a file");
+}
+
+void expect_output(Operands&, Arguments& arguments) {
+    if (arguments.output.empty())
+        throw UsageError("-o FILE is missing, where the result goes (- is the standard output)");
+}
+
+void expect_layout(Operands&, Arguments& arguments) {
+    if (arguments.layout.empty() && arguments.layout_file.empty())
+        throw UsageError("--layout is missing: where x and y are in a packet");
+}
+
+void take_layout(Arguments& arguments, std::string_view text) {
+    try {
+        if (text.starts_with('@'))
+            arguments.layout_file = text.substr(1);
+        else
+            arguments.layout = parse_layout(text);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(std::string("--layout ") + error.what());
+    }
+}
+
 using Take = void (*)(Operands& operands, Arguments& arguments);
 
 struct CommandWords {
@@ -246,7 +315,7 @@ struct CommandWords {
     std::string_view options;
 };
 
-constexpr std::array<CommandWords, 19> commands{{
+constexpr std::array<CommandWords, 24> commands{{
     {Command::list, "list", "", {}, "--json"},
     {Command::info, "info", "", {take_pad}, "--json"},
     {Command::feature_get, "feature", "get", {take_pad}, "--interface --length"},
@@ -266,6 +335,11 @@ constexpr std::array<CommandWords, 19> commands{{
     {Command::button_event, "button", "event", {take_pad, take_mode}, "--json"},
     {Command::button_set, "button", "set", {take_pad, take_mode, take_button, take_button_state}, ""},
     {Command::button_refresh, "button", "refresh", {take_pad, take_mode}, ""},
+    {Command::monitor, "monitor", "", {take_pad}, "--interface --seconds --count --layout --layout-file"},
+    {Command::record, "record", "", {take_pad, expect_output}, "-o --interface --seconds --count"},
+    {Command::replay, "replay", "", {take_file}, "--speed --fast --pad --layout --layout-file"},
+    {Command::plot, "plot", "", {take_file, expect_output, expect_layout}, "-o --layout --layout-file"},
+    {Command::upload, "upload", "", {take_pad, take_file}, "--interfaces"},
 }};
 
 struct Option {
@@ -277,7 +351,7 @@ struct Option {
     void (*set_text)(Arguments& arguments, std::string_view value) = nullptr; // for a value that is no number
 };
 
-constexpr std::array<Option, 12> options{{
+constexpr std::array<Option, 20> options{{
     {"--json", [](Arguments& a, unsigned) { a.json = true; }},
     {"--trace", [](Arguments& a, unsigned) { a.trace = true; }},
     {"--fill", [](Arguments& a, unsigned) { a.fill = true; }},
@@ -291,6 +365,16 @@ constexpr std::array<Option, 12> options{{
     {"--message", [](Arguments& a, unsigned value) { a.message_id = value; }, true, 0, 255},
     {"--component", nullptr, true, 0, 0,
      [](Arguments& a, std::string_view value) { a.component = parse_component(value); }},
+    {"--fast", [](Arguments& a, unsigned) { a.fast = true; }},
+    {"--pad", [](Arguments& a, unsigned value) { a.virtual_pad = value; }, true, 1, 1000},
+    {"--interfaces", [](Arguments& a, unsigned value) { a.interfaces = value; }, true, 1, 0xffffffff},
+    {"--seconds", nullptr, true, 0, 0,
+     [](Arguments& a, std::string_view value) { a.seconds = parse_decimal("--seconds", value, most_seconds); }},
+    {"--speed", nullptr, true, 0, 0,
+     [](Arguments& a, std::string_view value) { a.speed = parse_decimal("--speed", value, most_speed); }},
+    {"--layout", nullptr, true, 0, 0, take_layout},
+    {"--layout-file", nullptr, true, 0, 0, [](Arguments& a, std::string_view value) { a.layout_file = value; }},
+    {"-o", nullptr, true, 0, 0, [](Arguments& a, std::string_view value) { a.output = value; }},
 }};
 
 void store(const Option& option, std::string_view value, Arguments& arguments) {
@@ -352,9 +436,11 @@ const CommandWords& find_command(std::span<const std::string_view> words) {
                      (incomplete ? std::string(" ").append(words[1]) : std::string()) + "'");
 }
 
+// Allowed options are words with blanks in between.
 void check_options(std::string_view command, std::string_view allowed, std::span<const std::string_view> given) {
+    const std::string words = " --trace " + std::string(allowed) + " ";
     for (const std::string_view name : given)
-        if (name != "--trace" && allowed.find(name) == std::string_view::npos)
+        if (words.find(" " + std::string(name) + " ") == std::string::npos)
             throw UsageError(quoted(command) + " has no option " + std::string(name));
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "hex.hpp"
+#include "layout.hpp"
 
 #include <cstdint>
 #include <optional>
@@ -33,6 +34,11 @@ enum class Command {
     button_event,
     button_set,
     button_refresh,
+    monitor,
+    record,
+    replay,
+    plot,
+    upload,
 };
 
 // A component of a pad, by the type that its name stands for or by its id.
@@ -41,6 +47,8 @@ struct ComponentChoice {
     std::uint32_t number;
     bool operator==(const ComponentChoice&) const = default;
 };
+
+constexpr double most_seconds = 1'000'000;
 
 struct Arguments {
     Command command = Command::help;
@@ -55,7 +63,7 @@ struct Arguments {
     std::optional<unsigned> length; // payload bytes
     unsigned wait = 1000;           // milliseconds, for each report
     unsigned timeout = 1000;        // milliseconds, for each message
-    unsigned count = 1;
+    std::optional<unsigned> count;
     std::optional<ComponentChoice> component;
     std::optional<unsigned> message_id;
     std::optional<unsigned> connection; // type to set
@@ -64,6 +72,15 @@ struct Arguments {
     unsigned mode = 0; // type
     unsigned button = 0;
     std::uint32_t button_state[2] = {};
+    std::string file;
+    std::string output; // a file, or "-"
+    double seconds = most_seconds;
+    Layout layout;
+    std::string layout_file; // in place of layout, unless it is empty
+    double speed = 1;        // of a replay
+    bool fast = false;       // without any pause
+    std::optional<unsigned> virtual_pad;
+    std::uint32_t interfaces = 0xffffffff; // a bit for each
 };
 
 struct UsageError : std::runtime_error {

@@ -2,8 +2,10 @@
 
 #include "chosen_pad.hpp"
 #include "pad_output.hpp"
+#include "pen_commands.hpp"
 #include "printing.hpp"
 #include "ssp_commands.hpp"
+#include "upload_command.hpp"
 
 #include <algorithm>
 #include <array>
@@ -95,7 +97,7 @@ struct Entry {
     bool (*run)(const Session& session, const Arguments& arguments, std::FILE* results);
 };
 
-constexpr std::array<Entry, 19> entries{{
+constexpr std::array<Entry, 20> entries{{
     {Command::list, list},
     {Command::info, info},
     {Command::feature_get, feature_get},
@@ -115,11 +117,28 @@ constexpr std::array<Entry, 19> entries{{
     {Command::button_event, button_event},
     {Command::button_set, button_set},
     {Command::button_refresh, button_refresh},
+    {Command::upload, upload},
+}};
+
+// These see to a session themselves.
+struct OwnSessionEntry {
+    Command command;
+    bool (*run)(const Arguments& arguments, std::FILE* results);
+};
+
+constexpr std::array<OwnSessionEntry, 4> own_session_entries{{
+    {Command::monitor, monitor},
+    {Command::record, record},
+    {Command::replay, replay},
+    {Command::plot, plot},
 }};
 
 } // namespace
 
 bool run_command(const Arguments& arguments, std::FILE* results) {
+    const auto own = std::ranges::find(own_session_entries, arguments.command, &OwnSessionEntry::command);
+    if (own != own_session_entries.end())
+        return own->run(arguments, results);
     const Session session;
     const auto entry = std::ranges::find(entries, arguments.command, &Entry::command);
     return entry == entries.end() || entry->run(session, arguments, results);

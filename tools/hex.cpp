@@ -50,6 +50,13 @@ std::string hex_id(std::uint32_t value) {
     return text;
 }
 
+std::string hex_line(std::span<const std::uint8_t> bytes) {
+    std::string text;
+    for (const std::uint8_t byte : bytes)
+        append_hex(text, text.empty() ? "%02x" : " %02x", byte);
+    return text;
+}
+
 std::string hex_dump(std::span<const std::uint8_t> bytes) {
     std::string text;
     for (std::size_t offset = 0; offset < bytes.size(); offset += bytes_per_line) {

@@ -17,6 +17,9 @@ void parse_hex(std::string_view text, Bytes& bytes);
 // A USB id as it is usually written, "1f2a".
 std::string hex_id(std::uint32_t value);
 
+// "1f 00 2a"
+std::string hex_line(std::span<const std::uint8_t> bytes);
+
 // Lines of 16 bytes: offset, bytes, printable characters.
 std::string hex_dump(std::span<const std::uint8_t> bytes);
 

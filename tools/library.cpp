@@ -36,11 +36,6 @@ std::string describe_failure(int handle) {
     return message + " (" + function + ", " + name + ")";
 }
 
-void check(int handle) {
-    if (handle != 0)
-        throw LibraryError(describe_failure(handle));
-}
-
 template <typename Read> std::string checked_text(Read read) {
     return read_text([&](auto... out) { check(read(out...)); });
 }
@@ -77,6 +72,11 @@ Bytes without_report_id(const Bytes& report) {
 }
 
 } // namespace
+
+void check(int handle) {
+    if (handle != 0)
+        throw LibraryError(describe_failure(handle));
+}
 
 Session::Session() {
     Initialize();
@@ -153,6 +153,18 @@ std::optional<Bytes> take_report(unsigned pad, unsigned interface, unsigned size
     if (moved == 0)
         return std::nullopt;
     return without_report_id(report);
+}
+
+std::size_t upload_pieces(unsigned pad, std::uint32_t interfaces, std::span<const std::uint8_t> payload,
+                          std::size_t piece_size) {
+    Bytes reports;
+    for (; !payload.empty(); payload = payload.subspan(piece_size)) {
+        const Bytes report = with_report_id(payload.first(piece_size));
+        reports.insert(reports.end(), report.begin(), report.end());
+    }
+    unsigned moved = 0;
+    check(WriteFileBuffer(pad, interfaces, reports.data(), static_cast<unsigned>(reports.size()), &moved));
+    return moved / (piece_size + 1);
 }
 
 std::optional<unsigned> packet_size(unsigned pad) {

@@ -25,6 +25,9 @@ struct UsbId {
     auto operator<=>(const UsbId&) const = default;
 };
 
+// Throws LibraryError unless a call of the library went well.
+void check(int handle);
+
 // A USB id that the search looks for. Where a maker is given, only the devices whose manufacturer's name begins with it
 // are pads.
 struct SearchedId {
@@ -73,6 +76,11 @@ void set_feature(unsigned pad, unsigned interface, std::span<const std::uint8_t>
 Bytes get_feature(unsigned pad, unsigned interface, unsigned size);
 void write_report(unsigned pad, unsigned interface, std::span<const std::uint8_t> payload);
 std::optional<Bytes> take_report(unsigned pad, unsigned interface, unsigned size); // nothing where none is waiting
+
+// Sends whole pieces, reports without their report ids, over the interfaces of the mask at once. Returns how many
+// pieces have been sent: fewer where an interface failed.
+std::size_t upload_pieces(unsigned pad, std::uint32_t interfaces, std::span<const std::uint8_t> payload,
+                          std::size_t piece_size);
 
 // Whole messages. Nothing comes out where the time-out passed, in milliseconds.
 void send_message(unsigned pad, unsigned interface, std::span<const std::uint8_t> message);

@@ -1,6 +1,10 @@
 #include "printing.hpp"
 
-#include <csignal>
+#include "interruption.hpp"
+#include "text.hpp"
+
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <thread>
 
@@ -8,15 +12,12 @@ namespace vxpadctl {
 
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
-
 Bytes wait_for(const std::function<std::optional<Bytes>()>& take, std::chrono::milliseconds wait, const char* what) {
     using Clock = std::chrono::steady_clock;
     constexpr auto pause = std::chrono::milliseconds(2);
     const auto deadline = Clock::now() + wait;
     for (;;) {
-        if (interrupted != 0)
-            throw std::runtime_error("interrupted");
+        stop_if_interrupted();
         if (auto bytes = take())
             return *bytes;
         if (Clock::now() >= deadline)
@@ -26,10 +27,29 @@ Bytes wait_for(const std::function<std::optional<Bytes>()>& take, std::chrono::m
     }
 }
 
+[[noreturn]] void fail_to_write(const std::string& name) {
+    throw std::runtime_error("cannot write " + for_terminal(name) + ": " + std::strerror(errno));
+}
+
 } // namespace
+
+OwnedFile create_file(const std::string& name) {
+    OwnedFile file(std::fopen(name.c_str(), "we"));
+    if (!file)
+        fail_to_write(name);
+    return file;
+}
 
 void print(std::FILE* file, const std::string& text) {
     std::fputs(text.c_str(), file);
+}
+
+void flush(std::FILE* file, const std::string& name) {
+    if (std::fflush(file) == 0 && std::ferror(file) == 0)
+        return;
+    if (errno == EPIPE)
+        throw ReaderGone();
+    fail_to_write(name);
 }
 
 void print_sent(const Arguments& arguments, std::size_t size, std::FILE* results) {
@@ -39,12 +59,11 @@ void print_sent(const Arguments& arguments, std::size_t size, std::FILE* results
 
 void print_as_it_comes(const Arguments& arguments, std::chrono::milliseconds wait, const char* what,
                        const std::function<std::optional<Bytes>()>& take, std::FILE* results) {
-    for (const int signal : {SIGINT, SIGTERM})
-        std::signal(signal, [](int) { interrupted = 1; });
-    for (unsigned i = 0; i < arguments.count; ++i) {
+    note_interruptions();
+    for (unsigned i = 0; i < arguments.count.value_or(1); ++i) {
         const std::string dump = hex_dump(wait_for(take, wait, what));
         print(results, (i > 0 ? "\n" : "") + dump);
-        std::fflush(results);
+        flush(results);
     }
 }
 

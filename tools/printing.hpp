@@ -5,13 +5,29 @@
 
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
 namespace vxpadctl {
 
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using OwnedFile = std::unique_ptr<std::FILE, CloseFile>;
+
+// Throws std::runtime_error.
+OwnedFile create_file(const std::string& name);
+
+// Whoever read the results has enough of them: no failure, but the end.
+struct ReaderGone : std::exception {};
+
 void print(std::FILE* file, const std::string& text);
+
+// What has been printed gets there, or this throws ReaderGone or std::runtime_error. The name is for the latter.
+void flush(std::FILE* file, const std::string& name = "the result");
 
 void print_sent(const Arguments& arguments, std::size_t size, std::FILE* results);
 

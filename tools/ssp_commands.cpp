@@ -74,10 +74,10 @@ bool ssp_receive(const Session& session, const Arguments& arguments, std::FILE* 
             results);
         return true;
     }
-    for (unsigned i = 0; i < arguments.count; ++i) {
+    for (unsigned i = 0; i < arguments.count.value_or(1); ++i) {
         const std::string dump = hex_dump(receive(arguments));
         print(results, (i > 0 ? "\n" : "") + dump);
-        std::fflush(results);
+        flush(results);
     }
     return true;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 
 namespace vxpadctl {
@@ -107,6 +108,13 @@ std::string json_string(std::string_view utf8) {
             append_utf8(text, c);
     }
     return text + '"';
+}
+
+std::string decimal(double number, int places) {
+    std::array<char, 400> digits; // enough for any number
+    const auto end =
+        std::to_chars(digits.data(), digits.data() + digits.size(), number, std::chars_format::fixed, places).ptr;
+    return {digits.data(), end};
 }
 
 std::size_t width(std::string_view utf8) {

@@ -17,6 +17,9 @@ std::string for_terminal(std::string_view utf8);
 // A quoted JSON string, harmless for terminals as well.
 std::string json_string(std::string_view utf8);
 
+// With so many digits behind the point.
+std::string decimal(double number, int places);
+
 // Columns that a text without control characters takes.
 std::size_t width(std::string_view utf8);
 

@@ -157,6 +157,65 @@ TEST(Arguments, ModesAndButtonsHaveNamesAndNumbers) {
     EXPECT_THAT(refusal({"button", "set", "1", "5", "next", "1", "4294967296"}), HasSubstr("takes a number from 0"));
 }
 
+TEST(Arguments, MonitorAndRecordTakeLimits) {
+    const Arguments open_end = parsed({"monitor", "2"});
+    EXPECT_EQ(open_end.command, Command::monitor);
+    EXPECT_EQ(open_end.pad, 2U);
+    EXPECT_FALSE(open_end.count);
+    EXPECT_EQ(open_end.seconds, most_seconds);
+    EXPECT_TRUE(open_end.layout.empty());
+    const Arguments limited =
+        parsed({"record", "1", "-o", "a b.rec", "--seconds", "2.5", "--count=7", "--interface=1"});
+    EXPECT_EQ(limited.command, Command::record);
+    EXPECT_EQ(limited.output, "a b.rec");
+    EXPECT_EQ(limited.seconds, 2.5);
+    EXPECT_EQ(limited.count, 7U);
+    EXPECT_EQ(limited.interface, 1U);
+    EXPECT_EQ(parsed({"record", "1", "-o", "-"}).output, "-");
+    EXPECT_THAT(refusal({"record", "1"}), HasSubstr("-o FILE is missing"));
+    EXPECT_EQ(refusal({"monitor", "1", "-o", "x"}), "'monitor' has no option -o");
+    for (const char* seconds : {"0", "-1", "x", "1e3", "nan", "inf", "1000001", "", "1s"})
+        EXPECT_THAT(refusal({"monitor", "1", "--seconds", seconds}), HasSubstr("--seconds takes a number from 0.001"))
+            << seconds;
+}
+
+TEST(Arguments, LayoutsAreGivenOrRead) {
+    const Arguments given = parsed({"plot", "a.rec", "--layout", "x=2:u16le,y=4:u16le", "-o", "a.svg"});
+    EXPECT_EQ(given.command, Command::plot);
+    EXPECT_EQ(given.file, "a.rec");
+    EXPECT_EQ(given.layout.size(), 2U);
+    EXPECT_EQ(parsed({"monitor", "1", "--layout", "@pad.layout"}).layout_file, "pad.layout");
+    EXPECT_EQ(parsed({"monitor", "1", "--layout-file=pad.layout"}).layout_file, "pad.layout");
+    EXPECT_THAT(refusal({"monitor", "1", "--layout", "x=2:u9"}), HasSubstr("--layout 'x=2:u9': the types are u8"));
+    EXPECT_THAT(refusal({"plot", "a.rec", "-o", "a.svg"}), HasSubstr("--layout is missing"));
+    EXPECT_THAT(refusal({"plot", "a.rec", "--layout", "x=2:u8"}), HasSubstr("-o FILE is missing"));
+    EXPECT_EQ(refusal({"record", "1", "-o", "x", "--layout", "x=2:u8"}), "'record' has no option --layout");
+}
+
+TEST(Arguments, ReplayTakesAFileAndASpeed) {
+    const Arguments arguments = parsed({"replay", "a.rec", "--speed=0.5"});
+    EXPECT_EQ(arguments.command, Command::replay);
+    EXPECT_EQ(arguments.speed, 0.5);
+    EXPECT_FALSE(arguments.fast);
+    EXPECT_FALSE(arguments.virtual_pad);
+    EXPECT_TRUE(parsed({"replay", "a.rec", "--fast"}).fast);
+    EXPECT_EQ(parsed({"replay", "a.rec", "--pad", "3"}).virtual_pad, 3U);
+    EXPECT_THAT(refusal({"replay", "a.rec", "--speed", "0"}), HasSubstr("--speed takes a number from 0.001 to 1000"));
+    EXPECT_THAT(refusal({"replay"}), HasSubstr("'replay' needs a file"));
+}
+
+TEST(Arguments, UploadTakesAMask) {
+    const Arguments arguments = parsed({"upload", "1", "image", "--interfaces", "0x5"});
+    EXPECT_EQ(arguments.command, Command::upload);
+    EXPECT_EQ(arguments.file, "image");
+    EXPECT_EQ(arguments.interfaces, 5U);
+    EXPECT_EQ(parsed({"upload", "1", "image"}).interfaces, 0xffffffffU);
+    EXPECT_THAT(refusal({"upload", "1", "image", "--interfaces", "0"}),
+                HasSubstr("--interfaces takes a number from 1"));
+    EXPECT_EQ(refusal({"upload", "1", "image", "--interface", "1"}), "'upload' has no option --interface");
+    EXPECT_THAT(refusal({"upload", "1"}), HasSubstr("'upload' needs a file"));
+}
+
 TEST(Arguments, HelpAndVersionNeedNothingElse) {
     EXPECT_EQ(parsed({"--help"}).command, Command::help);
     EXPECT_EQ(parsed({"feature", "-h"}).command, Command::help);
@@ -200,17 +259,39 @@ TEST(Arguments, WrongBytesAreRefused) {
 }
 
 TEST(Arguments, HelpNamesEveryOption) {
-    for (const char* name : {"--json", "--interface", "--length", "--reply", "--fill", "--wait", "--timeout", "--count",
-                             "--pen-data", "--component", "--message", "--trace", "--help", "--version", "Exit status"})
+    for (const char* name : {"--json",    "--interface", "--length",   "--reply",           "--fill",
+                             "--wait",    "--timeout",   "--count",    "--pen-data",        "--component",
+                             "--message", "--seconds",   "-o FILE",    "--layout LAYOUT",   "--layout-file",
+                             "--speed",   "--fast",      "--pad N",    "--interfaces MASK", "--trace",
+                             "--help",    "--version",   "Exit status"})
         EXPECT_THAT(help_text(), HasSubstr(name));
 }
 
 TEST(Arguments, HelpNamesEveryCommandAndEveryName) {
-    for (const char* command :
-         {"list", "info PAD", "feature get PAD", "feature set PAD", "report read PAD", "report write PAD",
-          "ssp send PAD", "ssp receive PAD", "ssp components PAD", "ssp modes PAD", "ssp description PAD",
-          "ssp connection PAD", "config set PAD", "config persist PAD", "config state PAD", "button input PAD",
-          "button event PAD", "button set PAD", "button refresh PAD"})
+    for (const char* command : {"list",
+                                "info PAD",
+                                "feature get PAD",
+                                "feature set PAD",
+                                "report read PAD",
+                                "report write PAD",
+                                "ssp send PAD",
+                                "ssp receive PAD",
+                                "ssp components PAD",
+                                "ssp modes PAD",
+                                "ssp description PAD",
+                                "ssp connection PAD",
+                                "config set PAD",
+                                "config persist PAD",
+                                "config state PAD",
+                                "button input PAD",
+                                "button event PAD",
+                                "button set PAD",
+                                "button refresh PAD",
+                                "monitor PAD",
+                                "record PAD -o FILE",
+                                "replay FILE",
+                                "plot FILE",
+                                "upload PAD FILE"})
         EXPECT_THAT(help_text(), HasSubstr(std::string("\n  ") + command)) << command;
     for (const Names names : {component_types, button_modes, buttons})
         for (const Name& name : names)

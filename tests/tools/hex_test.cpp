@@ -36,6 +36,11 @@ TEST(HexId, HasFourDigits) {
     EXPECT_EQ(hex_id(0x1a), "001a");
 }
 
+TEST(HexLine, SeparatesBytes) {
+    EXPECT_EQ(hex_line(Bytes{0x1b, 0x00, 0xff}), "1b 00 ff");
+    EXPECT_EQ(hex_line({}), "");
+}
+
 TEST(HexDump, ShowsOffsetsBytesAndCharacters) {
     Bytes bytes(18, 0);
     bytes[0] = 0x1b;

@@ -37,6 +37,13 @@ TEST(JsonString, EscapesWhatJsonAndTerminalsNeed) {
     EXPECT_EQ(json_string(""), R"("")");
 }
 
+TEST(Decimal, HasAsManyPlacesAsAsked) {
+    EXPECT_EQ(decimal(1.25, 1), "1.2");
+    EXPECT_EQ(decimal(-1.251, 2), "-1.25");
+    EXPECT_EQ(decimal(99.9, 0), "100");
+    EXPECT_EQ(decimal(1e21, 1), "1000000000000000000000.0");
+}
+
 TEST(Cut, CountsCharactersNotBytes) {
     EXPECT_EQ(width("é€😀"), 3U);
     EXPECT_EQ(cut("éééé", 4), "éééé");

@@ -1,65 +1,14 @@
 // vxpadctl as people run it, over virtual pads.
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <gmock/gmock.h>
-#include <sstream>
-#include <string>
-#include <sys/wait.h>
-#include <vector>
+#include "vxpadctl_test.hpp"
 
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
+using namespace vxpadctl_test;
 
 namespace {
-
-namespace fs = std::filesystem;
-
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-std::string contents(const fs::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
-std::string quoted(const std::string& word) {
-    std::string text = "'";
-    for (const char c : word)
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return text + "'";
-}
-
-class Vxpadctl : public testing::Test {
-  protected:
-    Vxpadctl() {
-        std::string name = testing::TempDir() + "vxpad-XXXXXX";
-        directory_ = ::mkdtemp(name.data());
-    }
-    ~Vxpadctl() override { fs::remove_all(directory_); }
-
-    // Runs a shell command among virtual pads.
-    Outcome run(const std::vector<std::string>& emulator_options, const std::string& script) const {
-        std::ostringstream command;
-        command << "timeout -k 5 50 " << quoted(PROGRAM_DIRECTORY "/vxpad-emulator") << " run";
-        for (const std::string& option : emulator_options)
-            command << ' ' << quoted(option);
-        command << " -- sh -c " << quoted("PATH=" PROGRAM_DIRECTORY ":$PATH\n" + script) << " >"
-                << quoted(directory_ / "out") << " 2>" << quoted(directory_ / "err");
-        const int status = std::system(command.str().c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(directory_ / "out"),
-                contents(directory_ / "err")};
-    }
-
-    fs::path directory_;
-};
 
 const std::string one_pad = "--pad=type=16,interfaces=2,maker=Acme,product=Pad 100,serial=SN0042,unknown=loop-back";
 
@@ -246,7 +195,7 @@ TEST_F(Vxpadctl, EndsInOrderWhenInterrupted) {
                                               "{ read line && kill -TERM $reader; cat >/dev/null; } <" +
                                               quoted(directory_ / "reports") + "\nwait $reader"));
     EXPECT_THAT(outcome.err, HasSubstr("vxpadctl: interrupted"));
-    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.status, 130);
 }
 
 TEST_F(Vxpadctl, NamesWhatTheLibraryReports) {
@@ -514,9 +463,9 @@ TEST_F(Vxpadctl, ReceivesPenDataAndSwitchesItOffAgain) {
     const auto outcome = run({"--vcom=type=16,pen-rate=200,pen-size=8"},
                              "vxpadctl ssp receive 1 --pen-data --count 3 --timeout 20000 && "
                              "vxpad-emulator-control ssp 1 | grep -o 'biodata=.'; vxpadctl list");
-    EXPECT_THAT(outcome.out, StartsWith("0000  00 00 00 00 00 00 00 00                           |........|\n\n"
-                                        "0000  01 00 01 00 3f 00 01 01                           |....?...|\n\n"
-                                        "0000  02 00 02 00 7f 00 02 02                           |........|\n"
+    EXPECT_THAT(outcome.out, StartsWith("0000  00 00 2c 01 08 02 90 01                           |..,.....|\n\n"
+                                        "0000  01 00 40 01 f6 01 95 01                           |..@.....|\n\n"
+                                        "0000  02 00 59 01 e0 01 cf 01                           |..Y.....|\n"
                                         "biodata=0\n#"));
     EXPECT_EQ(outcome.status, 0);
 }
@@ -529,7 +478,7 @@ TEST_F(Vxpadctl, SwitchesPenDataOffWhenInterrupted) {
             "mkfifo " + records + "\nvxpadctl ssp receive 1 --pen-data --timeout 20000 --count 1000000 >" + records +
                 " & reader=$!\n{ read line && kill -TERM $reader; cat >/dev/null; } <" + records +
                 "\nwait $reader; echo $?; vxpad-emulator-control ssp 1 | grep -o 'biodata=.'");
-    EXPECT_EQ(outcome.out, "1\nbiodata=0\n");
+    EXPECT_EQ(outcome.out, "130\nbiodata=0\n");
     EXPECT_EQ(outcome.err, "vxpadctl: interrupted\n");
 }
 

@@ -1,0 +1,52 @@
+// Recordings, as docs/recordings.md describes them.
+#pragma once
+
+#include "library.hpp"
+#include "printing.hpp"
+#include "reception.hpp"
+
+#include "../emulator/recording.hpp"
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <span>
+#include <string>
+
+namespace vxpadctl {
+
+using emulator::RecordedPacket;
+using emulator::Recording;
+
+// Throws std::runtime_error, with the number of the line that is wrong.
+Recording load_recording(const std::filesystem::path& file);
+
+// Writes a recording; whatever happens, the file is a whole one up to the packet last put. Throws as flush() does.
+class Recorder {
+  public:
+    // "-" is the standard output, which is results.
+    Recorder(const std::string& file, std::FILE* results);
+
+    void begin(const Pad& pad, unsigned interface, unsigned packet_size);
+
+    // As many of these packets as it has room for.
+    void put(std::span<const Packet> packets);
+
+    bool is_full() const;
+    std::size_t count() const { return count_; }
+    std::chrono::microseconds duration() const { return last_; } // from the first packet to the last
+    const std::string& name() const { return name_; }
+
+  private:
+    void write(const std::string& text);
+
+    std::string name_;
+    OwnedFile owned_; // unless it is the standard output
+    std::FILE* file_;
+    std::chrono::steady_clock::time_point start_; // of the first packet
+    std::chrono::microseconds last_{0};
+    std::size_t count_ = 0;
+    std::size_t size_ = 0; // characters
+};
+
+} // namespace vxpadctl
