@@ -43,7 +43,7 @@ void close_further_interfaces(trace::Location where, vx_device& pad, AfterClosin
         }
         if (interface->in_use != 0) {
             {
-                VX_LOCK(lock, interface->device_lock);
+                trace::Lock lock{interface->device_lock, "device->device_lock", where};
                 close(*interface, kept_open);
             }
             if (then == AfterClosing::clear) {

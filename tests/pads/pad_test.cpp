@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
+#include <cstdlib>
+#include <filesystem>
 #include <future>
 #include <iomanip>
+#include <malloc.h>
 #include <sstream>
 #include <sys/time.h>
 
@@ -13,6 +15,18 @@ namespace pads {
 namespace {
 
 constexpr char16_t untouched_unit = 0xeeee;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool counts_memory = false; // the sanitizers have allocators of their own
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool counts_memory = false;
+#else
+constexpr bool counts_memory = true;
+#endif
+#else
+constexpr bool counts_memory = true;
+#endif
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> result;
@@ -41,6 +55,10 @@ int ask_any_text(const TextQuery& query) {
 int ask_any_number(const NumberQuery& query) {
     unsigned int reply = 0;
     return query(&reply);
+}
+
+std::ptrdiff_t entries(const char* directory) {
+    return std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator());
 }
 
 } // namespace
@@ -292,6 +310,32 @@ double seconds_of(const std::function<void()>& action) {
     const auto start = now();
     action();
     return now() - start;
+}
+
+int times(int everyday, int load) {
+    return std::getenv("VXPAD_TEST_LOAD") == nullptr ? everyday : load;
+}
+
+Resources resources() {
+    return {entries("/proc/self/fd"), entries("/proc/self/task"), mallinfo2().uordblks};
+}
+
+void expect_no_growth(const Resources& before, int cycles, int replugs) {
+    const auto slack = static_cast<std::size_t>(16 * cycles + 640 * replugs);
+    // libusb looks at a replugged pad on a thread of its own, and has a file open meanwhile.
+    Resources after{};
+    wait_for(
+        [&] {
+            after = resources();
+            return after.descriptors <= before.descriptors && after.threads <= before.threads &&
+                   after.memory < before.memory + slack;
+        },
+        2s);
+    EXPECT_LE(after.descriptors, before.descriptors);
+    EXPECT_LE(after.threads, before.threads);
+    if (counts_memory) {
+        EXPECT_LT(after.memory, before.memory + slack);
+    }
 }
 
 } // namespace pads

@@ -4,7 +4,9 @@
 #include "control_client.hpp"
 #include "vxpadcom/vxpadcom.h"
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -125,6 +127,24 @@ ReadAnswer next_input(unsigned int device, unsigned int interface, unsigned int 
 
 // Seconds by the clock that the library's time-outs go by.
 double seconds_of(const std::function<void()>& action);
+
+// How much of each of the library's pauses really passes in a program with quick_clock.cpp: nothing at first.
+extern std::atomic<unsigned int> longest_pause_us;
+
+// How often a test does what takes long: `everyday`, or `load` where the environment asks for the whole load.
+int times(int everyday, int load);
+
+// What the process holds.
+struct Resources {
+    std::ptrdiff_t descriptors;
+    std::ptrdiff_t threads;
+    std::size_t memory;
+};
+Resources resources();
+
+// Nothing has grown, but for less memory than any block takes in each of the cycles. A replugged pad is news that
+// libusb's default context keeps, about 600 bytes of it, until somebody handles its events.
+void expect_no_growth(const Resources& before, int cycles, int replugs);
 
 // Counts removals: the callback's user pointer is the object itself.
 class Removals {
