@@ -1,6 +1,7 @@
 // Messages to and from one interface of the current pad, under its lock.
 #include "core/current_pad.hpp"
 #include "core/open_close.hpp"
+#include "support/arguments.hpp"
 
 namespace {
 
@@ -8,20 +9,6 @@ namespace {
 template <typename Exchange> int exchange_locked(trace::Location where, vx_device& device, Exchange exchange) {
     trace::Lock lock{device.device_lock, "current_device->device_lock", where};
     return exchange() == 0 ? 0 : open_close::recover(device);
-}
-
-bool refused(trace::Location where, const vx_device* device, const void* data, unsigned int length,
-             const char* length_name) {
-    if (length == 0) {
-        trace::error(where, "Error, input parameter: %s is %d", length_name, 0);
-    } else if (data == nullptr) {
-        trace::error(where, "Error, input parameter: void *data is %p", data);
-    } else if (device == nullptr) {
-        trace::error(where, "Error, input parameter: device *current_device is NULL");
-    } else {
-        return false;
-    }
-    return true;
 }
 
 // The two requests differ in the prefix of their error texts and in the exchange.
@@ -57,7 +44,7 @@ int request(trace::Location where, const char* prefix, unsigned int interface_nu
 
 int lock_dev_and_send_ssp_message(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    if (refused(VX_HERE, device, data, length, "unsigned int len")) {
+    if (arguments::refused(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return scope.exit(-1);
     }
     return scope.exit(
@@ -67,7 +54,8 @@ int lock_dev_and_send_ssp_message(vx_device* device, void* data, unsigned int le
 int lock_dev_and_receive_ssp_message(vx_device* device, void* data, unsigned int* length, unsigned int time_out,
                                      unsigned char legacy) {
     trace::Scope scope{VX_HERE};
-    if (refused(VX_HERE, device, data, length == nullptr ? 0 : *length, "*(unsigned int *len)")) {
+    if (arguments::refused(VX_HERE, {"*(unsigned int *len)", length == nullptr ? 0 : *length}, data,
+                           {"device *current_device", device})) {
         return scope.exit(-1);
     }
     constexpr int command_queue = 2;

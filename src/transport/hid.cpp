@@ -1,4 +1,5 @@
 // HID reports on an open handle.
+#include "support/arguments.hpp"
 #include "support/clock.hpp"
 #include "support/owners.hpp"
 #include "support/print_helpers.hpp"
@@ -54,19 +55,6 @@ bool retry(trace::Location where, hid_device* hid, Try attempt, ReportLast repor
     }
 }
 
-bool refused(trace::Location where, const hid_device* hid, const void* data, unsigned int length) {
-    if (length == 0) {
-        trace::error(where, "Error, input parameter: unsigned int len is %d", length);
-    } else if (data == nullptr) {
-        trace::error(where, "Error, input parameter: void *data is %p", data);
-    } else if (hid == nullptr) {
-        trace::error(where, "Error, input parameter: hid_device *hid is NULL");
-    } else {
-        return false;
-    }
-    return true;
-}
-
 // A report starts with the report id, which is always 0.
 Buffer report_buffer(unsigned int length) {
     return Buffer{std::size_t{length} + 1};
@@ -74,7 +62,7 @@ Buffer report_buffer(unsigned int length) {
 
 int send_report(trace::Location where, const char* dump_format, hid_device* hid, const void* data,
                 unsigned int length) {
-    if (refused(where, hid, data, length)) {
+    if (arguments::refused(where, {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return -1;
     }
     Buffer report = report_buffer(length);
@@ -148,7 +136,7 @@ void hid_close_dev(hid_device* hid) {
 int hid_feature_read(hid_device* hid, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
     const trace::Location where = scope.where();
-    if (refused(where, hid, data, length)) {
+    if (arguments::refused(where, {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return scope.exit(-1);
     }
     Buffer report = report_buffer(length);
@@ -185,7 +173,7 @@ int hid_output_write(hid_device* hid, const void* data, unsigned int length) {
 
 int hid_input_read(hid_device* hid, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    if (refused(scope.where(), hid, data, length)) {
+    if (arguments::refused(scope.where(), {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return scope.exit(-1);
     }
     hid_set_nonblocking(hid, 1);

@@ -1,5 +1,6 @@
 // Bytes over the bulk endpoints of a VCOM pad.
 #include "core/registry.hpp"
+#include "support/arguments.hpp"
 #include "support/clock.hpp"
 #include "support/print_helpers.hpp"
 
@@ -15,18 +16,9 @@ constexpr int send_attempts = 3;
 constexpr useconds_t first_send_pause_us = 1000; // then twice as long and 500 more
 constexpr useconds_t zero_data_pause_us = 1000;
 
-bool refused(trace::Location where, const libusb_device_handle* handle, const void* data, int data_size) {
-    if (data_size < 1) {
-        trace::error(where, "Error, input parameter: unsigned int data_size is %d", data_size);
-    } else if (data == nullptr) {
-        trace::error(where, "Error, input parameter: void *data is %p", data);
-    } else if (handle == nullptr) {
-        trace::error(where, "Error, input parameter: struct libusb_device_handle *device_handle is NULL");
-    } else {
-        return false;
-    }
-    return true;
-}
+// In the texts of refused arguments.
+constexpr const char* size_name = "unsigned int data_size";
+constexpr const char* handle_name = "struct libusb_device_handle *device_handle";
 
 } // namespace
 
@@ -56,7 +48,7 @@ void vcom_close_dev(libusb_device_handle* handle) {
 int usb_data_receive(libusb_device_handle* handle, unsigned char endpoint, void* data, int data_size,
                      unsigned int time_out) {
     trace::Scope scope{VX_HERE};
-    if (refused(VX_HERE, handle, data, data_size)) {
+    if (arguments::refused(VX_HERE, {size_name, data_size}, data, {handle_name, handle})) {
         return scope.exit(-1);
     }
     VX_INFO("going to call libusb_bulk_transfer(device_handle: %p, endpoint_address_in: %d, data: %p, data_size: %d, "
@@ -85,7 +77,7 @@ int usb_data_receive(libusb_device_handle* handle, unsigned char endpoint, void*
 
 int usb_data_send(libusb_device_handle* handle, unsigned char endpoint, void* data, int data_size) {
     trace::Scope scope{VX_HERE};
-    if (refused(VX_HERE, handle, data, data_size)) {
+    if (arguments::refused(VX_HERE, {size_name, data_size}, data, {handle_name, handle})) {
         return scope.exit(-1);
     }
     int result = 0;
@@ -122,7 +114,7 @@ int vcom_read_ssp_data(vx_device* device, void* data, int data_size, unsigned in
         VX_ERROR("Error, input parameter: struct libusb_device_handle *vcom_handle is NULL");
         return scope.exit(-1);
     }
-    if (refused(VX_HERE, device->vcom_handle, data, data_size)) {
+    if (arguments::refused(VX_HERE, {size_name, data_size}, data, {handle_name, device->vcom_handle})) {
         return scope.exit(-1);
     }
     VX_NOTE("Going to read: %d", data_size);

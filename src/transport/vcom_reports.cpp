@@ -1,5 +1,6 @@
 // Reports of VCOM pads, carried as legacy messages over the message engine.
 #include "core/registry.hpp"
+#include "support/arguments.hpp"
 #include "support/owners.hpp"
 
 #include <algorithm>
@@ -13,19 +14,6 @@ constexpr std::size_t longest_message = 65;
 constexpr unsigned int feature_time_out_ms = 1000;
 constexpr unsigned int input_time_out_ms = 100;
 constexpr int pen_data_queue = 1; // only where no legacy reply is asked for
-
-bool refused(trace::Location where, const vx_device* device, const void* data, unsigned int length) {
-    if (length == 0) {
-        trace::error(where, "Error, input parameter: unsigned int len is %u", length);
-    } else if (data == nullptr) {
-        trace::error(where, "Error, input parameter: void *data is %p", data);
-    } else if (device == nullptr) {
-        trace::error(where, "Error, input parameter: device *current_device is NULL");
-    } else {
-        return false;
-    }
-    return true;
-}
 
 // One received message of at most a report's size.
 struct Message {
@@ -49,7 +37,7 @@ struct Message {
 };
 
 int send_report(trace::Location where, vx_device* device, const void* data, unsigned int length) {
-    if (refused(where, device, data, length)) {
+    if (arguments::refused(where, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return -1;
     }
     if (device->vcom_handle == nullptr) {
@@ -77,7 +65,7 @@ int send_report(trace::Location where, vx_device* device, const void* data, unsi
 
 int vcom_feature_read(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    if (refused(VX_HERE, device, data, length)) {
+    if (arguments::refused(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return scope.exit(-1);
     }
     if (device->vcom_handle == nullptr) {
@@ -110,7 +98,7 @@ int vcom_output_write(vx_device* device, const void* data, unsigned int length) 
 
 int vcom_input_read(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    if (refused(VX_HERE, device, data, length)) {
+    if (arguments::refused(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return scope.exit(0);
     }
     Message message{length};

@@ -1,6 +1,6 @@
 // Runs under vxpad-emulator with the pads that CMakeLists.txt plugs in, and looks at them through libusb, hidapi and
 // plain system calls.
-#include "control_client.hpp"
+#include "pads.hpp"
 
 #include <algorithm>
 #include <array>
@@ -34,6 +34,7 @@ using Bytes = std::vector<unsigned char>;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 using emulator::request;
+using namespace pads;
 
 // The pads of CMakeLists.txt.
 constexpr int main_pad = 1;      // type 16, two interfaces, status shows a new mode after 3 polls
@@ -44,21 +45,12 @@ constexpr int loop_back_pad = 5; // 32 interfaces, unknown commands are no reque
 constexpr int pad_count = 5;
 constexpr int main_interfaces = 2;
 
-struct CloseHid {
-    void operator()(hid_device* device) const { hid_close(device); }
-};
-using Hid = std::unique_ptr<hid_device, CloseHid>;
-
 std::string hid_path(int pad, int interface) {
     return "1-" + std::to_string(pad) + ":1." + std::to_string(interface);
 }
 Hid open_hid(int pad, int interface) {
     return Hid(hid_open_path(hid_path(pad, interface).c_str()));
 }
-std::string on_pad(const std::string& command, int pad, const std::string& rest = "") {
-    return request(command + " " + std::to_string(pad) + (rest.empty() ? "" : " ") + rest);
-}
-
 int write_feature(const Hid& device, Bytes report, std::size_t size = 64) {
     report.resize(size);
     report.insert(report.begin(), 0);
@@ -117,48 +109,6 @@ std::size_t descriptors_of(const std::string& process) {
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-struct CloseUsb {
-    void operator()(libusb_device_handle* handle) const { libusb_close(handle); }
-};
-using UsbHandle = std::unique_ptr<libusb_device_handle, CloseUsb>;
-
-// A libusb context of its own.
-class Usb {
-  public:
-    Usb() { EXPECT_EQ(libusb_init(&context_), 0); }
-    ~Usb() { libusb_exit(context_); }
-    Usb(const Usb&) = delete;
-    Usb& operator=(const Usb&) = delete;
-
-    UsbHandle open(int pad) const {
-        UsbHandle handle;
-        for_each([&](libusb_device* device) {
-            libusb_device_handle* opened = nullptr;
-            if (libusb_get_port_number(device) == pad && libusb_open(device, &opened) == 0)
-                handle.reset(opened);
-        });
-        return handle;
-    }
-
-    // The ports that have a pad now.
-    std::set<int> ports() const {
-        std::set<int> numbers;
-        for_each([&](libusb_device* device) { numbers.insert(libusb_get_port_number(device)); });
-        return numbers;
-    }
-
-    void for_each(const std::function<void(libusb_device*)>& use) const {
-        libusb_device** list = nullptr;
-        const auto count = libusb_get_device_list(context_, &list);
-        ASSERT_GE(count, 0);
-        std::for_each(list, list + count, use);
-        libusb_free_device_list(list, 1);
-    }
-
-  private:
-    libusb_context* context_ = nullptr;
-};
-
 // A feature report by a control transfer with a time-out of its own.
 int control(const UsbHandle& handle, bool in, unsigned char* data, std::uint16_t size, unsigned time_out) {
     constexpr int type = 0x21; // class request to an interface
@@ -166,20 +116,9 @@ int control(const UsbHandle& handle, bool in, unsigned char* data, std::uint16_t
                                    in ? 0x01 : 0x09, 0x0300, 0, data, size, time_out);
 }
 
-class Pads : public testing::Test {
+class Pads : public pads::FreshPads {
   protected:
-    void SetUp() override {
-        ASSERT_TRUE(emulator::is_running()) << "start this program with vxpad-emulator";
-        for (int pad = 1; pad <= pad_count; ++pad) {
-            on_pad("clear-faults", pad);
-            if (on_pad("state", pad).starts_with("plugged=1"))
-                on_pad("unplug", pad);
-            on_pad("plug", pad); // in its first state
-            on_pad("log", pad);
-        }
-        ASSERT_EQ(hid_init(), 0);
-    }
-    void TearDown() override { hid_exit(); }
+    Pads() : FreshPads{pad_count} {}
 };
 
 // ---- enumeration and strings ----

@@ -1,6 +1,6 @@
 // Runs under vxpad-emulator with the pads that CMakeLists.txt plugs in, and reads what they play through libusb and
 // hidapi alone.
-#include "control_client.hpp"
+#include "pads.hpp"
 
 #include <algorithm>
 #include <array>
@@ -27,6 +27,7 @@ using Bytes = std::vector<unsigned char>;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 using emulator::request;
+using namespace pads;
 
 // The pads of CMakeLists.txt.
 constexpr int hid_pad = 1;        // type 16, three interfaces, pen data on the second one
@@ -39,10 +40,6 @@ constexpr int pad_count = 6;
 
 constexpr int hid_interface = 1;
 constexpr std::size_t most_waiting = 4096;
-
-std::string on_pad(const std::string& command, int pad, const std::string& rest = "") {
-    return request(command + " " + std::to_string(pad) + (rest.empty() ? "" : " ") + rest);
-}
 
 // "name=value" of the pad's state
 std::string state_of(int pad, const std::string& name) {
@@ -89,24 +86,10 @@ struct Packet {
     std::chrono::nanoseconds sent; // by the clock that Clock shows
 };
 
-struct CloseUsb {
-    void operator()(libusb_device_handle* handle) const { libusb_close(handle); }
-};
-
 // A pad's endpoint for what it sends.
 class Source {
   public:
-    Source(int pad, int interface) : endpoint_(static_cast<unsigned char>(0x81 + interface)) {
-        EXPECT_EQ(libusb_init(&context_), 0);
-        libusb_device** list = nullptr;
-        const auto count = libusb_get_device_list(context_, &list);
-        for (ssize_t i = 0; i < count; ++i) {
-            libusb_device_handle* opened = nullptr;
-            if (libusb_get_port_number(list[i]) == pad && libusb_open(list[i], &opened) == 0)
-                handle_.reset(opened);
-        }
-        if (count >= 0)
-            libusb_free_device_list(list, 1);
+    Source(int pad, int interface) : handle_(usb_.open(pad)), endpoint_(static_cast<unsigned char>(0x81 + interface)) {
         if (!handle_)
             throw std::runtime_error("pad " + std::to_string(pad) + " cannot be opened");
         libusb_set_auto_detach_kernel_driver(handle_.get(), 1);
@@ -114,10 +97,7 @@ class Source {
     }
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
-    virtual ~Source() {
-        handle_.reset();
-        libusb_exit(context_);
-    }
+    virtual ~Source() = default;
 
     // Nothing when none comes in time.
     virtual std::optional<Bytes> read(unsigned time_out) = 0;
@@ -146,8 +126,8 @@ class Source {
     unsigned char endpoint() const { return endpoint_; }
 
   private:
-    libusb_context* context_ = nullptr;
-    std::unique_ptr<libusb_device_handle, CloseUsb> handle_;
+    Usb usb_;
+    pads::UsbHandle handle_;
     unsigned char endpoint_;
 };
 
@@ -213,17 +193,9 @@ void expect_numbers(const std::vector<Packet>& packets, std::uint64_t first) {
         ASSERT_EQ(packets[i].number, first + i);
 }
 
-class Pens : public testing::Test {
+class Pens : public pads::FreshPads {
   protected:
-    void SetUp() override {
-        ASSERT_TRUE(emulator::is_running()) << "start this program with vxpad-emulator";
-        for (int pad = 1; pad <= pad_count; ++pad) {
-            on_pad("clear-faults", pad);
-            if (on_pad("state", pad).starts_with("plugged=1"))
-                on_pad("unplug", pad);
-            on_pad("plug", pad); // in its first state
-        }
-    }
+    Pens() : FreshPads{pad_count} {}
 };
 
 // ---- the signature ----

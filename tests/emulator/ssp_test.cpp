@@ -1,6 +1,6 @@
 // Runs under vxpad-emulator with the pads that CMakeLists.txt plugs in, and talks SSP to them through libusb and hidapi
 // alone, with bytes written out by hand.
-#include "control_client.hpp"
+#include "pads.hpp"
 
 #include <algorithm>
 #include <array>
@@ -23,6 +23,7 @@ using Bytes = std::vector<unsigned char>;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 using emulator::request;
+using namespace pads;
 
 // The pads of CMakeLists.txt.
 constexpr int vcom_pad = 1;    // type 16, two busy state queries, 500 records a second
@@ -33,10 +34,6 @@ constexpr int pad_count = 4;
 
 constexpr unsigned char in_endpoint = 0x81;
 constexpr unsigned char out_endpoint = 0x02;
-
-std::string on_pad(const std::string& command, int pad, const std::string& rest = "") {
-    return request(command + " " + std::to_string(pad) + (rest.empty() ? "" : " ") + rest);
-}
 
 std::string hex(const Bytes& bytes) {
     std::string text;
@@ -73,42 +70,6 @@ Bytes variable_request(unsigned char id, const std::string& key, const std::stri
     std::copy(value.begin(), value.end(), data.begin() + 40);
     return start_of_frame + Bytes{0x02, 60, 0x00, id} + data;
 }
-
-struct CloseUsb {
-    void operator()(libusb_device_handle* handle) const { libusb_close(handle); }
-};
-using UsbHandle = std::unique_ptr<libusb_device_handle, CloseUsb>;
-
-class Usb {
-  public:
-    Usb() { EXPECT_EQ(libusb_init(&context_), 0); }
-    ~Usb() { libusb_exit(context_); }
-    Usb(const Usb&) = delete;
-    Usb& operator=(const Usb&) = delete;
-
-    UsbHandle open(int pad) const {
-        UsbHandle handle;
-        libusb_device** list = nullptr;
-        const auto count = libusb_get_device_list(context_, &list);
-        for (ssize_t i = 0; i < count; ++i) {
-            libusb_device_handle* opened = nullptr;
-            if (libusb_get_port_number(list[i]) == pad && libusb_open(list[i], &opened) == 0)
-                handle.reset(opened);
-        }
-        if (count >= 0)
-            libusb_free_device_list(list, 1);
-        return handle;
-    }
-
-    libusb_context* context() const { return context_; }
-
-  private:
-    libusb_context* context_ = nullptr;
-};
-
-struct CloseHid {
-    void operator()(hid_device* device) const { hid_close(device); }
-};
 
 // Both ways of carrying the stream.
 class Link {
@@ -200,23 +161,12 @@ class HidLink : public Link {
         return hid_send_feature_report(device_.get(), report.data(), report.size()) == static_cast<int>(report.size());
     }
 
-    std::unique_ptr<hid_device, CloseHid> device_;
+    pads::Hid device_;
 };
 
-class SspPads : public testing::Test {
+class SspPads : public pads::FreshPads {
   protected:
-    void SetUp() override {
-        ASSERT_TRUE(emulator::is_running()) << "start this program with vxpad-emulator";
-        for (int pad = 1; pad <= pad_count; ++pad) {
-            on_pad("clear-faults", pad);
-            if (on_pad("state", pad).starts_with("plugged=1"))
-                on_pad("unplug", pad);
-            on_pad("plug", pad); // in its first state
-            on_pad("log", pad);
-        }
-        ASSERT_EQ(hid_init(), 0);
-    }
-    void TearDown() override { hid_exit(); }
+    SspPads() : FreshPads{pad_count} {}
 };
 
 // The first bytes of what is read, as many as are expected; a HID pad's zeros may follow.

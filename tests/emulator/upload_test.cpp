@@ -1,5 +1,5 @@
 // Runs under vxpad-emulator with the pads that CMakeLists.txt plugs in, and writes to them as an upload does.
-#include "control_client.hpp"
+#include "pads.hpp"
 
 #include <array>
 #include <cstdint>
@@ -15,16 +15,13 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 using emulator::request;
+using namespace pads;
 
 // The pads of CMakeLists.txt.
 constexpr int hid_pad = 1; // three interfaces
 constexpr int vcom_pad = 2;
 constexpr int oldest_pad = 3; // type 1
 constexpr int pad_count = 3;
-
-std::string on_pad(const std::string& command, int pad, const std::string& rest = "") {
-    return request(command + " " + std::to_string(pad) + (rest.empty() ? "" : " ") + rest);
-}
 
 bool tells(const std::string& text, const std::string& what) {
     return (" " + text + " ").find(" " + what + " ") != std::string::npos;
@@ -38,10 +35,6 @@ Bytes frame(std::uint32_t number, unsigned char filling = 0) {
     return bytes;
 }
 
-struct CloseHid {
-    void operator()(hid_device* device) const { hid_close(device); }
-};
-
 class Interface {
   public:
     Interface(int pad, int interface)
@@ -54,21 +47,12 @@ class Interface {
     }
 
   private:
-    std::unique_ptr<hid_device, CloseHid> device_;
+    pads::Hid device_;
 };
 
-class Uploads : public testing::Test {
+class Uploads : public pads::FreshPads {
   protected:
-    void SetUp() override {
-        ASSERT_TRUE(emulator::is_running()) << "start this program with vxpad-emulator";
-        for (int pad = 1; pad <= pad_count; ++pad) {
-            if (on_pad("state", pad).starts_with("plugged=1"))
-                on_pad("unplug", pad);
-            on_pad("plug", pad);
-        }
-        ASSERT_EQ(hid_init(), 0);
-    }
-    void TearDown() override { hid_exit(); }
+    Uploads() : FreshPads{pad_count} {}
 };
 
 TEST_F(Uploads, CompleteOneOverAllInterfacesHasNoGap) {

@@ -12,7 +12,7 @@ constexpr int pad = 1;
 
 class Faults : public InitializedPads {
   protected:
-    void fault(const std::string& spec) { to_pad("fault", pad, spec); }
+    void fault(const std::string& what) { to_pad("fault", pad, what); }
 
     // Nothing of what went wrong has stayed behind.
     void expect_sound_pad() {
@@ -111,8 +111,8 @@ TEST_F(Faults, ShortRepliesAreFetchedAgain) {
 }
 
 TEST_F(Faults, RepliesThatStayShortAreGivenUp) {
-    for (const auto* spec : {"short=63,on=get-feature", "short=0,on=get-feature"}) {
-        fault(spec);
+    for (const auto* what : {"short=63,on=get-feature", "short=0,on=get-feature"}) {
+        fault(what);
         ReadAnswer answer{};
         const auto seconds = seconds_of([&] { answer = read(GetFeature, 1, 0); });
         EXPECT_EQ(failure(answer.result), invalid_handle("GetFeature", "Error of read HID feature for device: 1"));
@@ -159,12 +159,12 @@ TEST_F(Faults, ShortInputReportsFail) {
 }
 
 TEST_F(Faults, EmptyAndStalledInputIsNoInput) {
-    for (const auto* spec : {"short=0,on=input,count=1", "stall,on=input,count=20"}) {
-        fault(spec);
+    for (const auto* what : {"short=0,on=input,count=1", "stall,on=input,count=20"}) {
+        fault(what);
         to_pad("input", pad, "0 01");
         to_pad("input", pad, "0 02");
         const auto first = next_input(1, 0);
-        EXPECT_EQ(first.result, 0) << spec;
+        EXPECT_EQ(first.result, 0) << what;
         if (first.buffer[1] == 1) { // a stall loses nothing
             EXPECT_EQ(next_input(1, 0).buffer[1], 2);
         }

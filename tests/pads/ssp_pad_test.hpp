@@ -81,7 +81,7 @@ class SspPad : public testing::TestWithParam<Transport> {
     }
 
     static int pad() { return GetParam().pad; }
-    static void fault(const std::string& spec) { to_pad("fault", pad(), spec); }
+    static void fault(const std::string& what) { to_pad("fault", pad(), what); }
 
     static void initialize();       // and expects the pad
     static void expect_sound_pad(); // as the application sees it

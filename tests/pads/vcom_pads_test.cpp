@@ -31,7 +31,7 @@ class VcomPads : public testing::Test {
         plug_only({});
     }
 
-    static void fault(const std::string& spec) { to_pad("fault", pad, spec); }
+    static void fault(const std::string& what) { to_pad("fault", pad, what); }
 };
 
 // ---- the search ----
@@ -281,7 +281,7 @@ struct ReportFault {
 };
 
 TEST_F(VcomReports, FailAsDocumentedAndGoOn) {
-    for (const auto& [spec, failing] : {
+    for (const auto& [fault_text, failing] : {
              ReportFault{"stall,on=bulk-out,count=2", ""},
              ReportFault{"stall,on=bulk-out,count=3", "SetFeature"},
              ReportFault{"short=0,on=bulk-in,count=1", "GetFeature"},
@@ -292,10 +292,10 @@ TEST_F(VcomReports, FailAsDocumentedAndGoOn) {
              ReportFault{"delay-reply=30", ""},
              ReportFault{"delay=30,on=bulk", ""},
          }) {
-        SCOPED_TRACE(spec);
+        SCOPED_TRACE(fault_text);
         const auto fails = [&, name = std::string(failing)](const char* function) { return name == function; };
         const Removals removals;
-        fault(spec);
+        fault(fault_text);
         const auto sent = report(65, 0x80);
         EXPECT_EQ(failure(set_feature(1, 0, sent)),
                   fails("SetFeature") ? invalid_handle("SetFeature", "Error of write HID feature for device: 1")
