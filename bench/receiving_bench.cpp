@@ -1,8 +1,7 @@
 // Pen data as it comes: how long a report takes from the pad to the callback, and what receiving costs.
 //
-// Usage: vxpad-bench-receiving NAME, where NAME says what the pad does. Needs one virtual pad: a silent one, or one
-// that plays its signature all the time. Each of its packets tells when it was made. Another pad would take time as
-// well.
+// Needs one virtual pad: a silent one, or one that plays its signature all the time, at the rate of the benchmark that
+// is chosen by --benchmark_filter. Each of its packets tells when it was made. Another pad would take time as well.
 #include "paired.hpp"
 
 #include <benchmark/benchmark.h>
@@ -51,8 +50,9 @@ std::vector<double> latencies_of_the_pauses(const std::vector<Report>& reports) 
             while (read_us < report.made_us) {
                 read_us += read_pause_us;
             }
-            for (; look_us < read_us; delay_us += first_delay_us) {
+            while (look_us < read_us) {
                 look_us += delay_us;
+                delay_us += first_delay_us;
             }
             latencies.push_back(look_us - report.made_us);
             delay_us = first_delay_us;
@@ -114,15 +114,10 @@ void receive(benchmark::State& state) {
     tell_latencies(state, "pauses_", latencies_of_the_pauses(reports));
 }
 
+BENCHMARK(receive)->Name("receiving, at rest")->Iterations(1)->UseRealTime();
+BENCHMARK(receive)->Name("receiving, 500 reports a second")->Iterations(1)->UseRealTime();
+BENCHMARK(receive)->Name("receiving, 1500 reports a second")->Iterations(1)->UseRealTime();
+
 } // namespace
 
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (argc != 2) {
-        return 1;
-    }
-    benchmark::RegisterBenchmark(argv[1], receive)->Iterations(1)->UseRealTime();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+BENCHMARK_MAIN();

@@ -81,21 +81,19 @@ void upload(benchmark::State& state, std::size_t interfaces) {
     Deinitialize();
 }
 
-void add(const char* name, std::size_t interfaces) {
-    benchmark::RegisterBenchmark(name, upload, interfaces)->UseRealTime()->MinTime(10);
-}
+BENCHMARK_CAPTURE(upload, one, 1)
+    ->Name("WriteFileBuffer, 1 interface over hid_send_feature_report")
+    ->UseRealTime()
+    ->MinTime(10);
+BENCHMARK_CAPTURE(upload, two, 2)
+    ->Name("WriteFileBuffer, 2 interfaces over hid_send_feature_report")
+    ->UseRealTime()
+    ->MinTime(10);
+BENCHMARK_CAPTURE(upload, four, 4)
+    ->Name("WriteFileBuffer, 4 interfaces over hid_send_feature_report")
+    ->UseRealTime()
+    ->MinTime(10);
 
 } // namespace
 
-int main(int argc, char** argv) {
-    add("WriteFileBuffer, 1 interface over hid_send_feature_report", 1);
-    add("WriteFileBuffer, 2 interfaces over hid_send_feature_report", 2);
-    add("WriteFileBuffer, 4 interfaces over hid_send_feature_report", 4);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+BENCHMARK_MAIN();

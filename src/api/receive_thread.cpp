@@ -76,7 +76,7 @@ void poll(trace::Location where, const ReceiveThread& thread, Frame& frame) {
     }
     if (frame.length > 0) {
         if (add_uni_frame(thread.queue, frame.bytes.get(), frame.length) == 1) {
-            frame.bytes.release();
+            static_cast<void>(frame.bytes.release());
         } else {
             trace::error(where, "Error of add new frame to queue");
         }

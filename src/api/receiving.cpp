@@ -56,9 +56,8 @@ int set_handler(Call& call, unsigned int device, unsigned int interface_number, 
 }
 
 int count_packets(Call& call, unsigned int device, unsigned int interface_number, unsigned int* result) {
-    if (const int failed = call.require(result != nullptr, VXPCEC_INVALID_PARAMETER,
-                                        "Error of input parameters, unsigned int *result is NULL")) {
-        return failed;
+    if (result == nullptr) {
+        return call.fail(VXPCEC_INVALID_PARAMETER, "Error of input parameters, unsigned int *result is NULL");
     }
     trace::Lock list_lock{&dev_list_short_lock, "&dev_list_short_lock", call.where()};
     if (const int failed = require_interface(call, device, interface_number)) {
