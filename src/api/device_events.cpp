@@ -1,7 +1,7 @@
 #include "api/device_events.hpp"
 
-#include "api/receive_thread.hpp"
-#include "core/current_pad.hpp"
+#include "pads/current_pad.hpp"
+#include "session/receive_thread.hpp"
 
 #include <atomic>
 

@@ -1,6 +1,6 @@
 // Facts about one pad.
-#include "api/call.hpp"
-#include "api/device_list.hpp"
+#include "session/call.hpp"
+#include "session/device_list.hpp"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The exported functions that read exception records.
-#include "api/call.hpp"
-#include "api/exception_ring.hpp"
+#include "session/call.hpp"
+#include "session/exception_ring.hpp"
 
 #include <algorithm>
 #include <cstring>

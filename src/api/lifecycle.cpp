@@ -1,10 +1,10 @@
 // Start, stop, and the walk through the list of pads.
-#include "api/call.hpp"
 #include "api/device_events.hpp"
-#include "api/device_list.hpp"
-#include "api/exception_ring.hpp"
-#include "api/receive_thread.hpp"
-#include "core/current_pad.hpp"
+#include "pads/current_pad.hpp"
+#include "session/call.hpp"
+#include "session/device_list.hpp"
+#include "session/exception_ring.hpp"
+#include "session/receive_thread.hpp"
 #include "support/detached_thread.hpp"
 #include "support/wchar_tools.hpp"
 

@@ -1,7 +1,7 @@
 // Pen data as it comes: a receive thread and a callback thread for each interface that the application asks for.
-#include "api/call.hpp"
-#include "api/callback_thread.hpp"
-#include "api/receive_thread.hpp"
+#include "session/call.hpp"
+#include "session/callback_thread.hpp"
+#include "session/receive_thread.hpp"
 #include "support/text.hpp"
 
 namespace {

@@ -1,5 +1,5 @@
 // Whole messages between the application and one interface of one pad.
-#include "api/call.hpp"
+#include "session/call.hpp"
 #include "support/owners.hpp"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // A large buffer as a stream of output reports, over several interfaces of one pad at once.
-#include "api/call.hpp"
-#include "api/interface_state.hpp"
-#include "core/current_pad.hpp"
+#include "pads/current_pad.hpp"
+#include "session/call.hpp"
+#include "session/interface_state.hpp"
 #include "support/clock.hpp"
 #include "support/detached_thread.hpp"
 #include "support/owners.hpp"

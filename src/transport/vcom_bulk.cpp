@@ -1,8 +1,8 @@
 // Bytes over the bulk endpoints of a VCOM pad.
-#include "core/registry.hpp"
 #include "support/arguments.hpp"
 #include "support/clock.hpp"
 #include "support/print_helpers.hpp"
+#include "transport/registry.hpp"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Any bytes as a received stream, and as a message to be framed.
 #include "fuzz.hpp"
-#include "token_model.hpp"
 #include "vxpadcom/vxpadcom.h"
+#include "wire/token_model.hpp"
 
 #include <cstdlib>
 #include <memory>

@@ -1,0 +1,334 @@
+// The fixed commands: a 64-byte feature report to the pad and one back, tried three times with growing pauses.
+#include "support/clock.hpp"
+#include "transport/open_close.hpp"
+#include "transport/usb_id_tables.hpp"
+#include "wire/little_endian.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+enum Command : unsigned char {
+    VX_CMD_SET_PAD_MODE = 0x01,
+    VX_CMD_READ_VERSION = 0x11,
+    VX_CMD_GET_STATUS = 0x27,
+    VX_CMD_CREATE_SIGNATURE_RECTANGLE = 0x65,
+};
+
+constexpr std::size_t report_size = 64;
+constexpr std::size_t short_report_size = 40; // set mode on type 1
+using Report = std::array<unsigned char, report_size>;
+
+constexpr int max_attempts = 3;
+constexpr useconds_t first_pause_us = 1000; // then twice as long and 1000 more
+constexpr useconds_t pause_cap_us = 500'000;
+constexpr useconds_t mode_poll_pause_us = 300'000;
+constexpr useconds_t type_8_settle_us = 1'000'000;
+constexpr int mode_time_out_ms = 3000;
+constexpr int biodata_time_out_ms = 3000;
+constexpr int transport_lost = -4;
+constexpr std::size_t current_mode_byte = 5; // of flags_status
+
+// Counts failed attempts and pauses after each.
+class Attempts {
+  public:
+    explicit Attempts(trace::Location where, useconds_t cap = 0) : where_{where}, cap_{cap} {}
+
+    bool left() const { return failed_ < max_attempts; }
+
+    void pause_after_failure() {
+        if (cap_ != 0) {
+            pause_ = std::min(pause_, cap_);
+        }
+        VX_INFO_AT(where_, "failed, going to try again after usleep(%d)", pause_);
+        usleep(pause_);
+        pause_ = 2 * pause_ + 1000;
+        if (++failed_ == max_attempts) {
+            trace::error(where_, "end of attempts, exit with error...");
+        }
+    }
+
+  private:
+    trace::Location where_;
+    useconds_t cap_; // 0: none
+    useconds_t pause_ = first_pause_us;
+    int failed_ = 0;
+};
+
+bool send(trace::Location where, vx_device& device, const Report& request, std::size_t size = report_size) {
+    const int result = core_feature_write(&device, request.data(), static_cast<unsigned int>(size));
+    if (result != 0) {
+        VX_INFO_AT(where, "usb_feature_write() failed with return code %d", result);
+    }
+    return result == 0;
+}
+
+bool receive(trace::Location where, vx_device& device, Report& reply) {
+    reply = {};
+    const int result = core_feature_read(&device, reply.data(), report_size);
+    if (result != 0) {
+        VX_INFO_AT(where, "core_feature_read() failed with return code %d", result);
+    }
+    return result == 0;
+}
+
+bool answers(trace::Location where, const Report& reply, Command command, const char* mismatch) {
+    if (reply[0] != command) {
+        VX_INFO_AT(where, "%s", mismatch);
+        return false;
+    }
+    return true;
+}
+
+bool device_error(trace::Location where, const Report& reply) {
+    if (reply[1] != 0) {
+        VX_INFO_AT(where, "error: %s", vx_dev_strerror(reply[1]));
+        return true;
+    }
+    return false;
+}
+
+// One attempt of a command whose reply echoes it: the request, the reply, its two header bytes.
+bool exchange(trace::Location where, vx_device& device, const Report& request, Report& reply, const char* mismatch) {
+    return send(where, device, request) && receive(where, device, reply) &&
+           answers(where, reply, static_cast<Command>(request[0]), mismatch) && !device_error(where, reply);
+}
+
+Report request_for(Command command) {
+    return {command};
+}
+
+bool is_null(trace::Location where, const void* argument, const char* text) {
+    if (argument == nullptr) {
+        trace::error(where, "%s", text);
+    }
+    return argument == nullptr;
+}
+
+constexpr const char* no_device = "Error of parameter device *current_device is NULL";
+
+bool confirms_mode(std::uint32_t pad_type) {
+    constexpr std::uint32_t types[] = {8, 9, 10, 11, 12, 13, 15, 16, 17};
+    return std::find(std::begin(types), std::end(types), pad_type) != std::end(types);
+}
+
+// Polls until the pad names the mode. False after too many failed queries, or one past the time-out.
+bool wait_for_mode(trace::Location where, vx_device& device, unsigned char mode, Attempts& attempts) {
+    Stopwatch stopwatch;
+    while (attempts.left()) {
+        const int current = __core_get_pad_mode(&device);
+        VX_INFO_AT(where, "Device status mode: %d", current);
+        if (current == mode) {
+            return true;
+        }
+        if (current >= 0) {
+            // Only failed queries are timed, on purpose: a pad that answers is given all the time that it takes.
+            usleep(mode_poll_pause_us);
+            continue;
+        }
+        const int elapsed_time = stopwatch.elapsed_ms();
+        VX_INFO_AT(where, "elapsed_time: %d, time_out: %d", elapsed_time, mode_time_out_ms);
+        VX_INFO_AT(where, "error: __core_get_pad_mode() return %d", current);
+        attempts.pause_after_failure();
+        if (elapsed_time >= mode_time_out_ms) {
+            return false;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+int core_read_version(vx_device* device, dev_fw_version* version) {
+    trace::Scope scope{VX_HERE};
+    if (is_null(VX_HERE, device, no_device) ||
+        is_null(VX_HERE, version, "Error of parameter dev_fw_version *dev_fw_v is NULL")) {
+        return scope.exit(-1);
+    }
+    VX_LOCK(lock, device->device_lock);
+    if (usb_id_tables::has_fixed_version(device->vendor_id, device->product_id)) {
+        version->major = 1;
+        version->minor = 31;
+        return scope.exit(0);
+    }
+    const Report request = request_for(VX_CMD_READ_VERSION);
+    Report reply;
+    for (Attempts attempts{VX_HERE}; attempts.left(); attempts.pause_after_failure()) {
+        if (exchange(VX_HERE, *device, request, reply, "command in in_report_version not VX_CMD_READ_VERSION")) {
+            version->major = little_endian::get_u32(&reply[4]);
+            version->minor = little_endian::get_u32(&reply[8]);
+            version->patch = little_endian::get_u32(&reply[12]);
+            version->revision = little_endian::get_u32(&reply[16]);
+            std::memcpy(version->manufacturer, &reply[20], 4);
+            return scope.exit(0);
+        }
+    }
+    return scope.exit(-1);
+}
+
+int __core_get_status(vx_device* device, flags_status* status) {
+    trace::Scope scope{VX_HERE};
+    if (is_null(VX_HERE, device, no_device) ||
+        is_null(VX_HERE, status, "Error of parameter flags_status *status is NULL")) {
+        return scope.exit(-1);
+    }
+    if (device->pad_type == 1) {
+        *status = {};
+        return scope.exit(0);
+    }
+    const Report request = request_for(VX_CMD_GET_STATUS);
+    Report reply;
+    for (Attempts attempts{VX_HERE, pause_cap_us}; attempts.left(); attempts.pause_after_failure()) {
+        if (exchange(VX_HERE, *device, request, reply, "value command in in_report_status not VX_CMD_GET_STATUS")) {
+            std::memcpy(status->flags, &reply[6], sizeof status->flags);
+            return scope.exit(0);
+        }
+        if (registry::was_removed(*device)) {
+            break;
+        }
+    }
+    return scope.exit(-1);
+}
+
+int __core_get_pad_mode(vx_device* device) {
+    trace::Scope scope{VX_HERE};
+    flags_status status{};
+    if (const int result = __core_get_status(device, &status); result != 0) {
+        VX_ERROR("__core_get_status() return %d", result);
+        return scope.exit(-1);
+    }
+    return scope.exit(static_cast<int>(status.flags[current_mode_byte]));
+}
+
+int core_set_pad_mode(vx_device* device, int mode, int option) {
+    trace::Scope scope{VX_HERE};
+    if (is_null(VX_HERE, device, no_device)) {
+        return scope.exit(-1);
+    }
+    VX_LOCK(lock, device->device_lock);
+    VX_INFO("*** going to set pad mode %d", mode);
+
+    Report request = request_for(VX_CMD_SET_PAD_MODE);
+    request[1] = static_cast<unsigned char>(mode);
+    request[2] = static_cast<unsigned char>(option);
+    const bool replies = device->pad_type != 1;
+    if (!replies) {
+        little_endian::put<std::uint16_t>(&request[38], 0xA5F0);
+    }
+
+    Attempts attempts{VX_HERE};
+    while (attempts.left()) {
+        if (device->pad_type == 8) {
+            usleep(type_8_settle_us);
+        }
+        if (send(VX_HERE, *device, request, replies ? report_size : short_report_size)) {
+            if (!replies) {
+                return scope.exit(0);
+            }
+            Report reply;
+            if (receive(VX_HERE, *device, reply) &&
+                answers(VX_HERE, reply, VX_CMD_SET_PAD_MODE, "command in in_report_general not VX_CMD_SET_PAD_MODE")) {
+                if (!confirms_mode(device->pad_type)) {
+                    return scope.exit(0);
+                }
+                if (!device_error(VX_HERE, reply)) {
+                    if (wait_for_mode(VX_HERE, *device, request[1], attempts)) {
+                        return scope.exit(static_cast<int>(request[1]));
+                    }
+                    continue; // the failed queries have been counted
+                }
+            }
+        }
+        attempts.pause_after_failure();
+    }
+    return scope.exit(-1);
+}
+
+int core_create_signature_rectangle(vx_device* device, unsigned short value_1, unsigned short value_2,
+                                    unsigned short value_3, unsigned short value_4, unsigned int flag) {
+    trace::Scope scope{VX_HERE};
+    if (is_null(VX_HERE, device, no_device)) {
+        return scope.exit(-1);
+    }
+    VX_LOCK(lock, device->device_lock);
+    Report request = request_for(VX_CMD_CREATE_SIGNATURE_RECTANGLE);
+    little_endian::put(&request[1], value_1);
+    little_endian::put(&request[3], value_2);
+    little_endian::put(&request[5], value_3);
+    little_endian::put(&request[7], value_4);
+    little_endian::put(&request[9], flag);
+    Report reply;
+    for (Attempts attempts{VX_HERE}; attempts.left(); attempts.pause_after_failure()) {
+        if (exchange(VX_HERE, *device, request, reply,
+                     "command in in_report_general not VX_CMD_CREATE_SIGNATURE_RECTANGLE")) {
+            return scope.exit(0);
+        }
+    }
+    return scope.exit(open_close::recover(*device));
+}
+
+int core_ssp_biodata_sending(vx_device* device, int on) {
+    trace::Scope scope{VX_HERE};
+    if (is_null(VX_HERE, device, no_device)) {
+        return scope.exit(-1);
+    }
+    VX_LOCK(lock, device->device_lock);
+    useconds_t pause = first_pause_us;
+    Stopwatch stopwatch;
+    int result = 0;
+    for (int elapsed_time = 0; elapsed_time < biodata_time_out_ms;) {
+        result = ssp_biodata_sending(device, on);
+        if (result >= 0) {
+            break;
+        }
+        if (result == transport_lost) {
+            registry::mark_removed(*device);
+            break;
+        }
+        pause = std::min(pause, pause_cap_us);
+        elapsed_time = stopwatch.elapsed_ms();
+        VX_INFO("elapsed_time: %d, time_out: %d", elapsed_time, biodata_time_out_ms);
+        VX_INFO("ssp_biodata_sending(%d) return %d", on, result);
+        VX_INFO("failed, going to try again after usleep(%d)", pause);
+        usleep(pause);
+        pause = 2 * pause + 1000;
+        if (registry::was_removed(*device)) {
+            break;
+        }
+    }
+    if (registry::was_removed(*device)) {
+        VX_ERROR("we lost device..");
+    }
+    return scope.exit(result);
+}
+
+// A HID pad sends its pen data unasked.
+static int switch_biodata(trace::Location where, int on) {
+    vx_device* device = registry::find_current(where, registry::Missing::reported);
+    if (device == nullptr) {
+        return -1;
+    }
+    const auto is_open_as_vcom = [&] { return registry::load(device->vcom_handle) != nullptr; };
+    const bool is_vcom =
+        device->vcom_device == nullptr ? is_open_as_vcom() : registry::look_at_handles(where, *device, is_open_as_vcom);
+    int result = is_vcom ? core_ssp_biodata_sending(device, on) : 0;
+    if (result != 0) {
+        trace::Lock lock{device->device_lock, "dev_shared->current_device->device_lock", where};
+        result = open_close::recover(*device);
+    }
+    core_catch_is_dev_was_removed(&result);
+    return result;
+}
+
+int core_enable_ssp_biodata_sending() {
+    trace::Scope scope{VX_HERE};
+    return scope.exit(switch_biodata(scope.where(), 1));
+}
+
+int core_disable_ssp_biodata_sending() {
+    trace::Scope scope{VX_HERE};
+    return scope.exit(switch_biodata(scope.where(), 0));
+}

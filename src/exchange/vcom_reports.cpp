@@ -1,0 +1,115 @@
+// Reports of VCOM pads, carried as legacy messages over the message engine.
+#include "support/arguments.hpp"
+#include "support/owners.hpp"
+#include "transport/registry.hpp"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+namespace {
+
+constexpr int no_device = -4; // LIBUSB_ERROR_NO_DEVICE, as the engine passes it on
+constexpr std::size_t longest_message = 65;
+constexpr unsigned int feature_time_out_ms = 1000;
+constexpr unsigned int input_time_out_ms = 100;
+constexpr int pen_data_queue = 1; // only where no legacy reply is asked for
+
+// One received message of at most a report's size.
+struct Message {
+    std::array<unsigned char, longest_message> bytes{};
+    unsigned int size;
+
+    explicit Message(unsigned int report_length)
+        : size{std::min(report_length, static_cast<unsigned int>(longest_message - 1)) + 1} {}
+
+    // Copies the report out, as far as bytes really came. Nothing where the message is no legacy one.
+    std::optional<int> copy_report(trace::Location where, void* data, unsigned int length) const {
+        if (ssp_base_message_is_it_old_message(bytes.data()) != 1) {
+            trace::error(where, "ssp_base_message_is_it_old_message() return 0, so it is not legacy message");
+            return std::nullopt;
+        }
+        const int announced = ssp_base_message_old_message_get_data_length(bytes.data());
+        const unsigned int count = std::min({static_cast<unsigned int>(announced), length, size - 1});
+        std::memcpy(data, bytes.data() + 1, count);
+        return static_cast<int>(count);
+    }
+};
+
+int send_report(trace::Location where, vx_device* device, const void* data, unsigned int length) {
+    if (arguments::refused(where, {"unsigned int len", length}, data, {"device *current_device", device})) {
+        return -1;
+    }
+    if (device->vcom_handle == nullptr) {
+        trace::error(where, "Error, libusb_device_handle *vcom_handle is NULL");
+        return -1;
+    }
+    unsigned char* message = nullptr;
+    const int size = ssp_base_message_old_message_create(data, length, &message);
+    const Owned<unsigned char> owner{message};
+    if (size <= 0) {
+        trace::error(where, "Error, ssp_base_message_old_message_create() returned: %d", size);
+        return -1;
+    }
+    const int result = __send_ssp_message(device, message, static_cast<unsigned int>(size));
+    if (result == no_device) {
+        registry::mark_removed(*device);
+    }
+    if (result != 0) {
+        trace::error(where, "__send_ssp_message() failed with return code %d", result);
+    }
+    return result;
+}
+
+} // namespace
+
+int vcom_feature_read(vx_device* device, void* data, unsigned int length) {
+    trace::Scope scope{VX_HERE};
+    if (arguments::refused(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
+        return scope.exit(-1);
+    }
+    if (device->vcom_handle == nullptr) {
+        VX_ERROR("Error, struct libusb_device_handle *vcom_handle; is NULL");
+        return scope.exit(-1);
+    }
+    Message message{length};
+    if (const int result =
+            __receive_ssp_message(device, message.bytes.data(), &message.size, feature_time_out_ms, 1, 1);
+        result != 0) {
+        VX_INFO("__receive_ssp_message() failed, function return: %d", result);
+        return scope.exit(result);
+    }
+    if (!message.copy_report(VX_HERE, data, length)) {
+        return scope.exit(-1);
+    }
+    VX_INFO("feature_report with size %u was gotten", length);
+    return scope.exit(0);
+}
+
+int vcom_feature_write(vx_device* device, const void* data, unsigned int length) {
+    trace::Scope scope{VX_HERE};
+    return scope.exit(send_report(VX_HERE, device, data, length));
+}
+
+int vcom_output_write(vx_device* device, const void* data, unsigned int length) {
+    trace::Scope scope{VX_HERE};
+    return scope.exit(send_report(VX_HERE, device, data, length) == 0 ? 0 : -1);
+}
+
+int vcom_input_read(vx_device* device, void* data, unsigned int length) {
+    trace::Scope scope{VX_HERE};
+    if (arguments::refused(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
+        return scope.exit(0);
+    }
+    Message message{length};
+    const int result =
+        __receive_ssp_message(device, message.bytes.data(), &message.size, input_time_out_ms, 0, pen_data_queue);
+    if (result == no_device) {
+        registry::mark_removed(*device);
+        return scope.exit(result);
+    }
+    if (result != 0) {
+        return scope.exit(0); // nothing was waiting
+    }
+    return scope.exit(message.copy_report(VX_HERE, data, length).value_or(0));
+}

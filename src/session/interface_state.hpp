@@ -1,0 +1,59 @@
+// What the application's side keeps for each interface of each pad: its receive thread, its queue, its callback.
+#pragma once
+
+#include "session/device_list.hpp"
+
+#include <memory>
+
+struct ReceiveThread;
+
+namespace interface_state {
+
+constexpr unsigned int interfaces = 8;
+
+// Order of the locks, outermost first: dev_list_short_lock, the callback's, info_lock.
+struct Interface {
+    // Guards the receive threads. No call is made while it is held.
+    pthread_mutex_t info_lock = PTHREAD_MUTEX_INITIALIZER;
+    std::shared_ptr<ReceiveThread> info;    // stays when the thread ended by itself, until it is stopped
+    std::shared_ptr<ReceiveThread> leaving; // stopped before it, and perhaps not yet gone
+    unsigned int starts = 0;                // how many threads there were
+
+    uni_queue* uqueue = nullptr; // from the first start to the tear-down
+
+    // Guards the callback, what it is given and which receive thread its absence stops.
+    pthread_mutex_t processing_input_report_callback_lock = PTHREAD_MUTEX_INITIALIZER;
+    vxpad_data_callback processing_input_report_callback = nullptr;
+    void* user_specific = nullptr;
+    unsigned int stopped_start = 0; // the value of `starts` when the callback was taken away
+    bool pirc_routine_running = false;
+};
+
+// Names of the locks in trace lines.
+constexpr const char* info_lock_name = "&(dev_shared_short->devices[device].interfaces[interface_number].info_lock)";
+constexpr const char* callback_lock_name =
+    "&(dev_shared_short->devices[device].interfaces[interface_number].processing_input_report_callback_lock)";
+
+// Null where there is no such interface.
+Interface* find(unsigned int device, unsigned int interface_number);
+
+// Threads are started between open() and close() only, both with dev_list_short_lock held.
+void open();
+void close();
+bool is_open();
+
+// For the tear-down, with dev_list_short_lock held: callback threads end for want of a callback; when all threads have
+// left, what they used is freed.
+void forget_callbacks(trace::Location where);
+void clear(trace::Location where);
+
+// Runs use(device, interface_number, interface) on every one.
+template <typename Use> void for_each(Use use) {
+    for (unsigned int device = 0; device < device_list::slots; ++device) {
+        for (unsigned int interface_number = 0; interface_number < interfaces; ++interface_number) {
+            use(device, interface_number, *find(device, interface_number));
+        }
+    }
+}
+
+} // namespace interface_state

@@ -1,0 +1,357 @@
+#include "session/receive_thread.hpp"
+
+#include "pads/current_pad.hpp"
+#include "session/call.hpp"
+#include "support/detached_thread.hpp"
+#include "support/one_shot.hpp"
+#include "support/owners.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <unistd.h>
+#include <vector>
+
+using interface_state::Interface;
+
+// The thread's record. It is freed when the thread has left and nobody waits for one of its signals any more.
+struct ReceiveThread {
+    ReceiveThread(vx_device& its_pad, uni_queue* its_queue, unsigned int its_device, unsigned int its_interface)
+        : pad{its_pad}, queue{its_queue}, device{its_device}, interface_number{its_interface} {}
+
+    vx_device& pad;
+    uni_queue* queue;
+    unsigned int device;
+    unsigned int interface_number;
+    std::atomic<std::uint32_t> running{1};
+    OneShot started;                     // pen data has been switched on
+    OneShot left_loop;                   // no further report is read
+    OneShot ended;                       // pen data has been switched off
+    std::shared_ptr<ReceiveThread> self; // until the thread takes it over
+};
+
+namespace receive_thread {
+namespace {
+
+constexpr useconds_t read_pause_us = 500;
+constexpr useconds_t error_pause_us = 900'000;
+constexpr std::size_t smallest_frame = 64; // what a data callback is given
+
+// Memory that the queue takes over.
+struct Frame {
+    Owned<unsigned char> bytes;
+    unsigned int length = 0;
+};
+
+// One report of the thread's own pad, without a report-id byte; length stays 0 where none was waiting.
+int read_file(unsigned int device, unsigned int interface_number, Frame& frame) {
+    Call call{VX_HERE};
+    if (const int failed = call.select_served(device, interface_number)) {
+        return call.exit(failed);
+    }
+    const int size = core_get_max_packet_size_of_input_report();
+    if (size < 0) {
+        return call.exit(call.core_failed(size, "core_get_max_packet_size_of_input_report()", Call::no_packet_size,
+                                          device, interface_number));
+    }
+    if (!frame.bytes) {
+        frame.bytes.reset(
+            static_cast<unsigned char*>(Calloc(1, std::max(smallest_frame, static_cast<std::size_t>(size)))));
+    }
+    const int result = core_get_hid_input_report(interface_number, frame.bytes.get(), size);
+    if (result == size) {
+        frame.length = static_cast<unsigned int>(size);
+    } else if (result != 0) {
+        return call.exit(
+            call.core_failed(result, "core_get_hid_input_report()", Call::no_input_report, device, interface_number));
+    }
+    return call.exit(0);
+}
+
+// Reads once, queues what came and pauses.
+void poll(trace::Location where, const ReceiveThread& thread, Frame& frame) {
+    if (const int result = read_file(thread.device, thread.interface_number, frame); result != 0) {
+        trace::error(where, "ReadFile() return exception %d", result);
+        usleep(error_pause_us);
+        return;
+    }
+    if (frame.length > 0) {
+        if (add_uni_frame(thread.queue, frame.bytes.get(), frame.length) == 1) {
+            static_cast<void>(frame.bytes.release());
+        } else {
+            trace::error(where, "Error of add new frame to queue");
+        }
+        frame = {};
+    }
+    usleep(read_pause_us);
+}
+
+struct PenDataSwitch {
+    int (*core)();
+    const char* core_name;
+    const char* success;
+};
+constexpr PenDataSwitch pen_data_on{core_enable_ssp_biodata_sending, "core_enable_ssp_biodata_sending()",
+                                    "Sending of SSP Biodata was enabled"};
+constexpr PenDataSwitch pen_data_off{core_disable_ssp_biodata_sending, "core_disable_ssp_biodata_sending()",
+                                     "Sending of SSP Biodata was disabled"};
+
+void switch_pen_data(Call& call, const ReceiveThread& thread, const PenDataSwitch& to) {
+    if (const int result = to.core(); result < 0) {
+        call.core_failed(result, to.core_name, "Error of send ssp message for device: ", thread.device,
+                         thread.interface_number);
+    } else {
+        VX_INFO_AT(call.where(), "%s", to.success);
+    }
+}
+
+unsigned long queued(uni_queue* queue) {
+    quiet_lock_queue(queue);
+    const int size = get_uni_queue_size(queue);
+    quiet_unlock_queue(queue);
+    return static_cast<unsigned long>(size);
+}
+
+void start_routine(ReceiveThread& thread) {
+    Call call{VX_HERE};
+    call.select(thread.device); // a removal that is found ends the thread
+    const current_pad::Serve own{&thread.pad};
+    core_clear_ssp_input_queue();
+    __core_reopen_devs();
+    VX_INFO("the queue size before starting thread is: %lu", queued(thread.queue));
+    {
+        const current_pad::KeepOpen keep_open{thread.pad, thread.interface_number};
+        switch_pen_data(call, thread, pen_data_on);
+        thread.started.give();
+        for (Frame frame; thread.running.load() != 0;) {
+            poll(VX_HERE, thread, frame);
+        }
+    }
+    thread.left_loop.give();
+    switch_pen_data(call, thread, pen_data_off);
+}
+
+void run(ReceiveThread* argument) {
+    const std::shared_ptr<ReceiveThread> thread = std::move(argument->self);
+    start_routine(*thread);
+    thread->ended.give();
+}
+
+std::shared_ptr<ReceiveThread> look(trace::Location where, Interface& interface,
+                                    std::shared_ptr<ReceiveThread> Interface::*which) {
+    trace::Lock lock{&interface.info_lock, interface_state::info_lock_name, where};
+    return interface.*which;
+}
+
+enum class Started { yes, no, meanwhile_by_another };
+
+// With dev_list_short_lock held. The thread is known before it runs: a removal that it finds as it starts stops it.
+Started start(trace::Location where, unsigned int device, unsigned int interface_number,
+              std::shared_ptr<ReceiveThread>& thread) {
+    if (!interface_state::is_open()) {
+        return Started::no;
+    }
+    // 16 passes and is then found not to be indexed.
+    if (device > device_list::slots) {
+        trace::error(where, "Error: incorrect device value: %d", static_cast<int>(device));
+        return Started::no;
+    }
+    if (!device_list::is_indexed(where, device)) {
+        return Started::no;
+    }
+    Interface* interface = interface_state::find(device, interface_number);
+    if (interface == nullptr) {
+        trace::error(where, "Error: incorrect interface_number value: %d", static_cast<int>(interface_number));
+        return Started::no;
+    }
+    vx_device* pad = device_list::find_record(device);
+    if (pad == nullptr) {
+        trace::error(where, "Device %d has not pad settings data", static_cast<int>(device));
+        return Started::no;
+    }
+    if (interface->uqueue == nullptr) {
+        interface->uqueue = init_uni_queue();
+    }
+    {
+        trace::Lock lock{&interface->info_lock, interface_state::info_lock_name, where};
+        if (interface->info || (interface->leaving && !interface->leaving->ended.is_given())) {
+            return Started::meanwhile_by_another;
+        }
+        interface->leaving.reset();
+        thread = std::make_shared<ReceiveThread>(*pad, interface->uqueue, device, interface_number);
+        interface->info = thread;
+        ++interface->starts;
+    }
+    thread->self = thread;
+    if (detached_thread::start<run>(thread.get()) == 0) {
+        return Started::yes;
+    }
+    trace::error(where, "error of pthread_create() or pthread_attr_destroy()");
+    thread->self.reset();
+    for (OneShot* signal : {&thread->started, &thread->left_loop, &thread->ended}) {
+        signal->give(); // another thread may wait already
+    }
+    trace::Lock lock{&interface->info_lock, interface_state::info_lock_name, where};
+    if (interface->info == thread) {
+        interface->info.reset();
+    }
+    return Started::no;
+}
+
+// Whether a number may have a receive thread; says why not.
+bool is_stoppable(trace::Location where, unsigned int device) {
+    trace::Lock lock{&dev_list_short_lock, "&dev_list_short_lock", where};
+    if (device_list::table() == nullptr) {
+        return false;
+    }
+    if (device > device_list::slots) {
+        trace::error(where, "Error: incorrect device value: %d", static_cast<int>(device));
+        return false;
+    }
+    return device < device_list::slots && device_list::table()->devices[device].indexed != 0;
+}
+
+// Takes the thread out of its interface and waits until it reads no more. Without the list's lock: the thread may be
+// inside a callback that asks for the list. False where the thread was not to be stopped, or another caller stopped it.
+bool reap(trace::Location where, Interface& interface, std::optional<unsigned int> last_start) {
+    std::shared_ptr<ReceiveThread> thread;
+    bool taken = false;
+    {
+        trace::Lock lock{&interface.info_lock, interface_state::info_lock_name, where};
+        if (last_start && interface.starts != *last_start) {
+            return false;
+        }
+        taken = interface.info != nullptr;
+        if (taken) {
+            interface.leaving = std::move(interface.info);
+        }
+        thread = interface.leaving;
+    }
+    if (!thread) {
+        return true;
+    }
+    const bool by_another = !taken && !thread->left_loop.is_given();
+    thread->running = 0;
+    thread->left_loop.wait();
+    if (by_another) {
+        VX_INFO_AT(where, "other therad was here, silent return from %s()...", where.function);
+    }
+    return !by_another;
+}
+
+} // namespace
+
+int start_thread(unsigned int device, unsigned int interface_number) {
+    trace::Scope scope{VX_HERE};
+    for (;;) {
+        stop_thread(device, interface_number);
+        flush_data_packets(device, interface_number);
+        // A predecessor that switches pen data off must not do so behind the start.
+        if (Interface* interface = interface_state::find(device, interface_number)) {
+            if (const auto predecessor = look(VX_HERE, *interface, &Interface::leaving)) {
+                predecessor->ended.wait();
+            }
+        }
+        std::shared_ptr<ReceiveThread> thread;
+        Started started;
+        {
+            VX_LOCK(list_lock, &dev_list_short_lock);
+            started = start(scope.where(), device, interface_number, thread);
+        }
+        if (started == Started::yes) {
+            thread->started.wait();
+            return scope.exit(0);
+        }
+        if (started == Started::no) {
+            return scope.exit(-1);
+        }
+    }
+}
+
+void stop_thread(unsigned int device, unsigned int interface_number, std::optional<unsigned int> last_start) {
+    trace::Scope scope{VX_HERE};
+    if (!is_stoppable(scope.where(), device)) {
+        return;
+    }
+    Interface* interface = interface_state::find(device, interface_number);
+    if (interface == nullptr) {
+        VX_ERROR("Error: incorrect interface_number value: %d", static_cast<int>(interface_number));
+        return;
+    }
+    if (reap(scope.where(), *interface, last_start)) {
+        clear_pen_data(scope.where(), device);
+    }
+}
+
+void ask_to_stop(unsigned int device, unsigned int interface_number) {
+    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "__stop_thread")};
+    if (device_list::table() == nullptr) {
+        return;
+    }
+    if (device > device_list::slots) {
+        trace::error(scope.where(), "Error: incorrect device value: %d", static_cast<int>(device));
+        return;
+    }
+    if (Interface* interface = interface_state::find(device, interface_number)) {
+        if (const auto thread = look(scope.where(), *interface, &Interface::info)) {
+            thread->running = 0;
+        }
+    }
+}
+
+void stop_all(trace::Location where) {
+    struct Number {
+        unsigned int device;
+        unsigned int interface_number;
+    };
+    std::vector<Number> used;
+    {
+        trace::Lock list_lock{&dev_list_short_lock, "&dev_list_short_lock", where};
+        interface_state::for_each([&](unsigned int device, unsigned int interface_number, const Interface& interface) {
+            if (interface.uqueue != nullptr) {
+                used.push_back({device, interface_number});
+            }
+        });
+    }
+    for (const auto [device, interface_number] : used) {
+        ask_to_stop(device, interface_number); // so that their pauses pass together
+    }
+    for (const auto [device, interface_number] : used) {
+        stop_thread(device, interface_number);
+        flush_data_packets(device, interface_number);
+    }
+}
+
+int flush_data_packets(unsigned int device, unsigned int interface_number) {
+    trace::Scope scope{VX_HERE};
+    {
+        VX_LOCK(list_lock, &dev_list_short_lock);
+        const Interface* interface = interface_state::find(device, interface_number);
+        if (device_list::table() != nullptr && interface != nullptr && interface->uqueue != nullptr) {
+            quiet_lock_queue(interface->uqueue);
+            VX_INFO("Going to clear queue for device: %d, interface: %d", device, interface_number);
+            clear_uni_queue(interface->uqueue);
+            quiet_unlock_queue(interface->uqueue);
+        }
+    }
+    clear_pen_data(VX_HERE, device);
+    return scope.exit(0);
+}
+
+void clear_pen_data(trace::Location where, unsigned int device) {
+    vx_device* pad = nullptr;
+    {
+        trace::Lock list_lock{&dev_list_short_lock, "&dev_list_short_lock", where};
+        pad = interface_state::is_open() ? device_list::find_record(device) : nullptr;
+        if (pad == nullptr) {
+            return;
+        }
+        detached_thread::entered(); // the tear-down waits
+    }
+    {
+        const current_pad::Serve own{pad};
+        core_clear_ssp_input_queue();
+    }
+    detached_thread::left();
+}
+
+} // namespace receive_thread

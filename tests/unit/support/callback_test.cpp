@@ -1,0 +1,196 @@
+#include "support/lines.hpp"
+
+#include "standins.hpp"
+#include "vxpadcom/vxpadcom.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+using standins::OutputCapture;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+struct Delivered {
+    void* user_specific;
+    std::u16string text;
+};
+
+std::vector<Delivered> delivered;
+
+void keep(void* user_specific, const char16_t* message) {
+    delivered.push_back({user_specific, message});
+}
+
+void* as_callback(vxpad_logging_callback callback) {
+    return reinterpret_cast<void*>(callback);
+}
+
+std::vector<std::string> texts() {
+    std::vector<std::string> result;
+    for (const Delivered& one : delivered)
+        result.emplace_back(one.text.begin(), one.text.end());
+    return result;
+}
+
+class Callback : public testing::Test {
+  protected:
+    void SetUp() override {
+        standins::bus().reset();
+        Deinitialize();
+        delivered.clear();
+    }
+    void TearDown() override { RegisterLoggingCallBackProcedure(nullptr, nullptr); }
+
+    lines::AllSwitchesOff off_;
+    OutputCapture errors_{STDERR_FILENO};
+};
+
+TEST_F(Callback, HearsOfItsOwnRegistration) {
+    int mark = 0;
+    EXPECT_EQ(RegisterLoggingCallBackProcedure(as_callback(keep), &mark), 0);
+    std::array<char, 200> expected{};
+    std::snprintf(
+        expected.data(), expected.size(),
+        "info: RegisterLoggingCallBackProcedure(): Pointer %p with user_specific %p was set like callback for "
+        "logging\n",
+        as_callback(keep), static_cast<void*>(&mark));
+    EXPECT_THAT(texts(), ElementsAre(expected.data()));
+    EXPECT_EQ(delivered.front().user_specific, &mark);
+}
+
+TEST_F(Callback, NullStopsDeliveryAtOnce) {
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    delivered.clear();
+    EXPECT_EQ(RegisterLoggingCallBackProcedure(nullptr, nullptr), 0);
+    IsInitialized();
+    TranslateErrorCode(0, nullptr, 0, nullptr);
+    EXPECT_THAT(delivered, IsEmpty());
+}
+
+TEST_F(Callback, ASecondRegistrationReplacesBothWords) {
+    int first = 0;
+    int second = 0;
+    static int others = 0;
+    others = 0;
+    RegisterLoggingCallBackProcedure(as_callback([](void*, const char16_t*) { ++others; }), &first);
+    EXPECT_EQ(others, 1);
+    RegisterLoggingCallBackProcedure(as_callback(keep), &second);
+    IsInitialized();
+    EXPECT_EQ(others, 1);
+    ASSERT_THAT(delivered, SizeIs(2));
+    EXPECT_EQ(delivered[1].user_specific, &second);
+}
+
+TEST_F(Callback, InformationIsDeliveredWithALineEndThoughItsSwitchIsOff) {
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    delivered.clear();
+    EXPECT_EQ(lines::written(STDOUT_FILENO, [] { IsInitialized(); }), "");
+    EXPECT_THAT(texts(), ElementsAre("info: IsInitialized(): Is not initialized, use Initialize() first\n"));
+}
+
+TEST_F(Callback, AnErrorIsDeliveredOnceWithoutALineEnd) {
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    delivered.clear();
+    TranslateErrorCode(0, nullptr, 0, nullptr);
+    EXPECT_THAT(texts(), ElementsAre("error: TranslateErrorCode(): Error of input parameters, char *res_text is NULL"));
+}
+
+TEST_F(Callback, EnterExitAndLockLinesAreNotDelivered) {
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    delivered.clear();
+    const standins::EnvironmentGuard functions(lines::function_switch, "1");
+    const standins::EnvironmentGuard mutexes(lines::mutex_switch, "1");
+    lines::written(STDOUT_FILENO, [] { IsInitialized(); });
+    EXPECT_THAT(delivered, SizeIs(1));
+}
+
+TEST_F(Callback, MessagesAreCutTo255Characters) {
+    const std::u16string text(254, u'a');
+    std::array<char16_t, 400> answer{};
+    unsigned int reply = 0;
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    delivered.clear();
+    SayHello(text.c_str(), answer.data(), 400, &reply);
+    const std::string start = "info: SayHello(): wstr_to_astr() populate:  ";
+    EXPECT_THAT(texts(), testing::Contains(start + std::string(255 - start.size(), 'a')));
+}
+
+TEST_F(Callback, TextsAreNoFormats) {
+    std::array<char16_t, 64> answer{};
+    unsigned int reply = 0;
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    SayHello(u"%s%n%%", answer.data(), 64, &reply);
+    EXPECT_THAT(texts(), testing::Contains("info: SayHello(): wstr_to_astr() populate:  %s%n%%\n"));
+}
+
+TEST_F(Callback, CharactersOutsideTheLocaleArriveAsAllOnes) {
+    std::array<char16_t, 64> answer{};
+    unsigned int reply = 0;
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    SayHello(u"\u00e9", answer.data(), 64, &reply);
+    const auto says_so = [](const Delivered& one) {
+        return one.text == u"info: SayHello(): wstr_to_astr() populate:  \uffff\n";
+    };
+    EXPECT_EQ(std::count_if(delivered.begin(), delivered.end(), says_so), 1);
+}
+
+TEST_F(Callback, RunsOnTheThreadThatHasSomethingToReport) {
+    static std::atomic<std::thread::id> seen;
+    RegisterLoggingCallBackProcedure(as_callback([](void*, const char16_t*) { seen = std::this_thread::get_id(); }),
+                                     nullptr);
+    std::thread::id expected;
+    std::thread([&] {
+        expected = std::this_thread::get_id();
+        IsInitialized();
+    }).join();
+    EXPECT_EQ(seen.load(), expected);
+}
+
+TEST_F(Callback, MayRunOnSeveralThreadsAtATime) {
+    static std::atomic<int> count;
+    count = 0;
+    RegisterLoggingCallBackProcedure(as_callback([](void*, const char16_t*) { ++count; }), nullptr);
+    count = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([] {
+            for (int call = 0; call < 100; ++call)
+                TranslateErrorCode(0, nullptr, 0, nullptr);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(count, 400);
+}
+
+TEST_F(Callback, TheTearDownForgetsIt) {
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    Deinitialize();
+    delivered.clear();
+    IsInitialized();
+    EXPECT_THAT(delivered, IsEmpty());
+}
+
+TEST_F(Callback, InitializeForgetsItBeforeItSearches) {
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    delivered.clear();
+    Initialize();
+    for (const std::string& text : texts())
+        EXPECT_EQ(text.find("Devices not found!"), std::string::npos) << text;
+    delivered.clear();
+    IsInitialized();
+    EXPECT_THAT(delivered, IsEmpty());
+    Deinitialize();
+}
+
+} // namespace
