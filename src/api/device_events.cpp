@@ -39,21 +39,3 @@ int SetOnDeviceRemovedHandler(vxpad_device_callback callback, void* user_specifi
             reinterpret_cast<void*>(callback), user_specific);
     return scope.exit(0);
 }
-
-int SetOnDeviceArrivedHandler(vxpad_device_callback /*callback*/, void* /*user_specific*/) {
-    trace::Scope scope{VX_HERE};
-    VX_INFO("Function %s() not implemented yet.", __func__);
-    return scope.exit(0);
-}
-
-int TriggerOnDeviceArrivedEvents() {
-    trace::Scope scope{VX_HERE};
-    VX_INFO("Function %s() not implemented yet.", __func__);
-    return scope.exit(0);
-}
-
-int LogDeviceStatistics(unsigned int /*device*/) {
-    trace::Scope scope{VX_HERE};
-    VX_ERROR("Function %s() not implemented yet.", __func__);
-    return scope.exit(0);
-}

@@ -6,52 +6,30 @@ namespace {
 
 constexpr int wrong_argument = VXPCEC_INVALID_PARAMETER;
 
-struct PacketSize {
+struct PacketSizeQuery {
     int (*core)();
     const char* core_name;
 };
-constexpr PacketSize out_endpoint{core_get_max_packet_size_of_out_endpoint,
-                                  "core_get_max_packet_size_of_out_endpoint()"};
-constexpr PacketSize input_report{core_get_max_packet_size_of_input_report,
-                                  "core_get_max_packet_size_of_input_report()"};
+constexpr PacketSizeQuery out_endpoint{core_get_max_packet_size_of_out_endpoint,
+                                       "core_get_max_packet_size_of_out_endpoint()"};
+constexpr PacketSizeQuery input_report{core_get_max_packet_size_of_input_report,
+                                       "core_get_max_packet_size_of_input_report()"};
 
 // What the four functions say and ask differently before their transfer.
 struct Checks {
     const char* buffer_is_null;
     unsigned int shortest; // length with the report-id byte
     const char* too_short;
-    PacketSize packet_size;
-    bool logs_packet_size;
-    const char* too_long; // null: the packet size is no bound
-    struct {
-        const char* length;
-        const char* bound;
-    } too_long_log;
+    PacketSizeQuery packet_size;
+    bool logs_packet_size = false;
+    const char* too_long = nullptr; // null: the packet size is no bound
+    const char* too_long_length = nullptr;
+    const char* too_long_bound = nullptr;
 };
 
 constexpr const char* src_is_null = "Error of input parameters, const void *src is NULL";
 constexpr const char* dst_is_null = "Error of input parameters, const void *dst is NULL";
 constexpr const char* src_length_is_zero = "Error of input parameters, const unsigned int src_length is 0";
-
-constexpr Checks set_feature{src_is_null, 1, src_length_is_zero, out_endpoint, true, nullptr, {}};
-// The OUT endpoint, on purpose: the size is asked for as the writers do.
-constexpr Checks get_feature{
-    dst_is_null, 2, "Error of input parameters, const unsigned int dst_length is <= 1", out_endpoint, false,
-    nullptr,     {}};
-constexpr Checks write_file{src_is_null,
-                            1,
-                            src_length_is_zero,
-                            out_endpoint,
-                            false,
-                            "Error of input parameters, const unsigned int src_length > max packet size + 1",
-                            {"src_length:", "(1 + max_packet_size)"}};
-constexpr Checks read_file{dst_is_null,
-                           1,
-                           "Error of input parameters, const unsigned int dst_length is 0",
-                           input_report,
-                           false,
-                           "Error of input parameters, const unsigned int dst_length > max packet size + 1",
-                           {"Error, dst_length", "(max size of packet + 1)"}};
 
 // One transfer as the application asked for it.
 struct Transfer {
@@ -91,8 +69,8 @@ int prepare(Call& call, const Checks& checks, const Transfer& transfer, const vo
     }
     const unsigned int bound = static_cast<unsigned int>(size) + 1;
     if (checks.too_long != nullptr && transfer.length > bound) {
-        VX_INFO_AT(call.where(), "%s %d > %d %s", checks.too_long_log.length, transfer.length, bound,
-                   checks.too_long_log.bound);
+        VX_INFO_AT(call.where(), "%s %d > %d %s", checks.too_long_length, transfer.length, bound,
+                   checks.too_long_bound);
         return call.fail(wrong_argument, checks.too_long);
     }
     return 0;
@@ -150,23 +128,57 @@ int read(Call& call, const Reader& reader, const Transfer& transfer, void* dst) 
 }
 
 constexpr Writer feature_writer{
-    set_feature,
-    core_set_hid_feature_report,
-    "core_set_hid_feature_report()",
-    "Error of write HID feature for device: ",
+    .checks{
+        .buffer_is_null = src_is_null,
+        .shortest = 1,
+        .too_short = src_length_is_zero,
+        .packet_size = out_endpoint,
+        .logs_packet_size = true,
+    },
+    .core = core_set_hid_feature_report,
+    .core_name = "core_set_hid_feature_report()",
+    .failure = "Error of write HID feature for device: ",
 };
 constexpr Writer output_writer{
-    write_file,
-    core_set_unsync_hid_output_report,
-    "core_set_unsync_hid_output_report()",
-    "Error of set HID output report for device: ",
+    .checks{
+        .buffer_is_null = src_is_null,
+        .shortest = 1,
+        .too_short = src_length_is_zero,
+        .packet_size = out_endpoint,
+        .too_long = "Error of input parameters, const unsigned int src_length > max packet size + 1",
+        .too_long_length = "src_length:",
+        .too_long_bound = "(1 + max_packet_size)",
+    },
+    .core = core_set_unsync_hid_output_report,
+    .core_name = "core_set_unsync_hid_output_report()",
+    .failure = "Error of set HID output report for device: ",
 };
 constexpr Reader feature_reader{
-    get_feature, core_get_hid_feature_report, "core_get_hid_feature_report()", "Error of read HID feature for device: ",
-    false,
+    .checks{
+        .buffer_is_null = dst_is_null,
+        .shortest = 2,
+        .too_short = "Error of input parameters, const unsigned int dst_length is <= 1",
+        .packet_size = out_endpoint, // on purpose: the size is asked for as the writers do
+    },
+    .core = core_get_hid_feature_report,
+    .core_name = "core_get_hid_feature_report()",
+    .failure = "Error of read HID feature for device: ",
+    .counts = false,
 };
 constexpr Reader input_reader{
-    read_file, core_get_hid_input_report, "core_get_hid_input_report()", Call::no_input_report, true,
+    .checks{
+        .buffer_is_null = dst_is_null,
+        .shortest = 1,
+        .too_short = "Error of input parameters, const unsigned int dst_length is 0",
+        .packet_size = input_report,
+        .too_long = "Error of input parameters, const unsigned int dst_length > max packet size + 1",
+        .too_long_length = "Error, dst_length",
+        .too_long_bound = "(max size of packet + 1)",
+    },
+    .core = core_get_hid_input_report,
+    .core_name = "core_get_hid_input_report()",
+    .failure = Call::no_input_report,
+    .counts = true,
 };
 
 } // namespace

@@ -67,9 +67,3 @@ int ReceiveSspMessage(unsigned int device, unsigned int interface, void* dst, un
     Call call{VX_HERE};
     return call.exit(receive(call, device, interface, dst, dst_length, time_out, reply));
 }
-
-int AddComDevice(void* /*argument_1*/, unsigned int /*argument_2*/, void* /*argument_3*/) {
-    trace::Scope scope{VX_HERE};
-    VX_INFO("Function %s() not implemented yet.", __func__);
-    return scope.exit(0);
-}

@@ -190,10 +190,3 @@ int WriteFileBuffer(unsigned int device, unsigned int end_point_id_mask, const v
     set_terminated(false);
     return call.exit(write_buffer(call, device, end_point_id_mask, src, src_length, reply));
 }
-
-int ReadFileBuffer(unsigned int /*device*/, unsigned int /*end_point_id_mask*/, void* /*dst*/,
-                   unsigned int /*dst_length*/, unsigned int* /*reply*/) {
-    trace::Scope scope{VX_HERE};
-    VX_INFO("Function %s() not implemented yet.", __func__);
-    return scope.exit(0);
-}
