@@ -16,8 +16,9 @@ enum {
 
 static void print_report(const char* label, const unsigned char* report, unsigned int size) {
     printf("%s:", label);
-    for (unsigned int i = 1; i < size; ++i) /* byte 0 is the report id */
+    for (unsigned int i = 1; i < size; ++i) { /* byte 0 is the report id */
         printf(" %02x", report[i]);
+    }
     putchar('\n');
 }
 
@@ -27,15 +28,19 @@ static int ask_status(unsigned int pad) {
     unsigned int size = 0, moved = 0;
     int failed = GetFeatureReportSize(pad, 0, &size);
 
-    if (failed != 0)
+    if (failed != 0) {
         return failed;
-    if (size > MAX_REPORT)
+    }
+    if (size > MAX_REPORT) {
         size = MAX_REPORT;
+    }
     report[1] = STATUS_REQUEST;
-    if ((failed = SetFeature(pad, 0, report, size, &moved)) != 0)
+    if ((failed = SetFeature(pad, 0, report, size, &moved)) != 0) {
         return failed;
-    if ((failed = GetFeature(pad, 0, report, size, &moved)) != 0)
+    }
+    if ((failed = GetFeature(pad, 0, report, size, &moved)) != 0) {
         return failed;
+    }
     print_report("status", report, moved);
     return 0;
 }
@@ -48,8 +53,9 @@ static int wait_for_input(unsigned int pad) {
         unsigned int moved = 0; /* stays 0 where no report is waiting */
         const int failed = ReadFile(pad, 0, report, sizeof report, &moved);
 
-        if (failed != 0)
+        if (failed != 0) {
             return failed;
+        }
         if (moved != 0) {
             print_report("input", report, moved);
             return 0;
@@ -65,10 +71,12 @@ int main(int argc, char** argv) {
 
     Initialize();
     int failed = ask_status(pad);
-    if (failed == 0)
+    if (failed == 0) {
         failed = wait_for_input(pad);
-    if (failed != 0)
+    }
+    if (failed != 0) {
         print_failure(failed);
+    }
     Deinitialize();
     return failed == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -3,8 +3,9 @@
 #include <vxpadcom/vxpadcom.h>
 
 static void print(const char16_t* text) {
-    for (; *text != 0; ++text)
+    for (; *text != 0; ++text) {
         putchar(*text >= 0x20 && *text < 0x7f ? (int)*text : '?');
+    }
 }
 
 int main(void) {
@@ -14,10 +15,12 @@ int main(void) {
     Initialize();
     for (EnumerateDevicesStart(&pad); pad != 0; EnumerateDevicesNext(&pad)) {
         printf("%u: ", pad);
-        if (GetProductName(pad, 0, text, VXPAD_MAX_STRING_LENGTH, &length) == 0)
+        if (GetProductName(pad, 0, text, VXPAD_MAX_STRING_LENGTH, &length) == 0) {
             print(text);
-        if (GetSerialNumber(pad, text, VXPAD_MAX_STRING_LENGTH, &length) == 0)
+        }
+        if (GetSerialNumber(pad, text, VXPAD_MAX_STRING_LENGTH, &length) == 0) {
             print(text);
+        }
         putchar('\n');
     }
     return Deinitialize();

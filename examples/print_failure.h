@@ -6,8 +6,9 @@
 #include <vxpadcom/vxpadcom.h>
 
 static void print_text(FILE* stream, const char16_t* text) {
-    for (; *text != 0; ++text)
+    for (; *text != 0; ++text) {
         putc(*text >= 0x20 && *text < 0x7f ? (int)*text : '?', stream);
+    }
 }
 
 static void print_failure(int handle) {

@@ -31,8 +31,9 @@ static void on_data(void* user_specific, unsigned int pad, unsigned int interfac
     mtx_lock(&reception->lock);
     if (reception->received < reception->wanted) {
         printf("pad %u:", pad);
-        for (unsigned int i = 0; i < length && i < SHOWN; ++i)
+        for (unsigned int i = 0; i < length && i < SHOWN; ++i) {
             printf(" %02x", bytes[i]);
+        }
         putchar('\n');
     }
     ++reception->received;
@@ -52,8 +53,9 @@ static int wait_for_reports(struct reception* reception) {
         timespec_get(&deadline, TIME_UTC);
         deadline.tv_sec += PATIENCE_S;
         if (cnd_timedwait(&reception->progress, &reception->lock, &deadline) != thrd_success &&
-            reception->received == before)
+            reception->received == before) {
             break;
+        }
     }
     mtx_unlock(&reception->lock);
     return enough;
@@ -68,12 +70,13 @@ int main(int argc, char** argv) {
     cnd_init(&reception.progress);
     Initialize();
     const int failed = SetOnDataReceivedHandler(pad, INTERFACE, on_data, &reception);
-    if (failed != 0)
+    if (failed != 0) {
         print_failure(failed);
-    else if (SetDataReceivingEnabled(pad, INTERFACE, 1) != 0)
+    } else if (SetDataReceivingEnabled(pad, INTERFACE, 1) != 0) {
         fprintf(stderr, "pad %u: receiving cannot be started\n", pad);
-    else
+    } else {
         enough = wait_for_reports(&reception);
+    }
     Deinitialize(); /* stops receiving; no callback runs afterwards */
     printf("%lu reports\n", reception.received);
     cnd_destroy(&reception.progress);

@@ -25,8 +25,9 @@ static unsigned char* read_pieces(FILE* file, unsigned int piece_size, unsigned 
         }
         pieces = larger;
         memset(pieces + *length, 0, piece_size);
-        if (fread(pieces + *length + 1, 1, piece_size - 1, file) == 0)
+        if (fread(pieces + *length + 1, 1, piece_size - 1, file) == 0) {
             break;
+        }
     }
     if (*length == 0) {
         free(pieces);

@@ -14,8 +14,9 @@ void write_rule(std::ostream& out, std::uint32_t vendor, std::uint32_t product, 
     char ids[64];
     std::snprintf(ids, sizeof ids, R"(ATTR{idVendor}=="%04x", ATTR{idProduct}=="%04x", )", vendor, product);
     out << ids;
-    if (!maker.empty())
+    if (!maker.empty()) {
         out << R"(ATTR{manufacturer}==")" << maker << R"(*", )";
+    }
     out << R"(MODE="0660", TAG+="uaccess")" << '\n';
 }
 
@@ -25,15 +26,19 @@ void write_rules(std::ostream& out) {
            "SUBSYSTEM!=\"usb\", GOTO=\"vxpadcom_end\"\n"
            "ENV{DEVTYPE}!=\"usb_device\", GOTO=\"vxpadcom_end\"\n";
     for (const std::uint32_t vendor : usb_ids::shared_vendors) {
-        for (const usb_ids::Product& product : usb_ids::shared_products)
+        for (const usb_ids::Product& product : usb_ids::shared_products) {
             write_rule(out, vendor, product.product_id);
-        for (const std::uint32_t product : usb_ids::vcom_products)
+        }
+        for (const std::uint32_t product : usb_ids::vcom_products) {
             write_rule(out, vendor, product);
+        }
     }
-    for (const usb_ids::Product& product : usb_ids::classic_products)
+    for (const usb_ids::Product& product : usb_ids::classic_products) {
         write_rule(out, usb_ids::classic_vendor, product.product_id);
-    for (const std::string_view maker : usb_ids::vcom_named_makers)
+    }
+    for (const std::string_view maker : usb_ids::vcom_named_makers) {
         write_rule(out, usb_ids::vcom_named_vendor, usb_ids::vcom_named_product, maker);
+    }
     out << "LABEL=\"vxpadcom_end\"\n";
 }
 
@@ -44,7 +49,7 @@ int main(int argc, char** argv) {
         std::cerr << "Usage: vxpad-udev-rules FILE\n";
         return EXIT_FAILURE;
     }
-    std::ofstream out(argv[1]);
+    std::ofstream out{argv[1]};
     write_rules(out);
     out.close();
     if (!out) {

@@ -109,12 +109,12 @@ only); 2 wrong usage; 130 interrupted, with the pad left in order and what was r
 
 namespace {
 
-constexpr unsigned longest_report = 4096;
-constexpr unsigned longest_message = 3 + 0x10000; // component id and size, payload
-constexpr unsigned longest_data = 0xffff;         // of a payload, behind its message id
+constexpr unsigned int longest_report = 4096;
+constexpr unsigned int longest_message = 3 + 0x10000; // component id and size, payload
+constexpr unsigned int longest_data = 0xffff;         // of a payload, behind its message id
 constexpr std::size_t longest_variable = 40;
 constexpr std::size_t longest_value = 20;
-constexpr unsigned longest_wait = 86'400'000;
+constexpr unsigned int longest_wait = 86'400'000;
 constexpr double least_decimal = 0.001;
 constexpr double most_speed = 1000;
 
@@ -122,22 +122,24 @@ std::string quoted(std::string_view text) {
     return "'" + std::string(text) + "'";
 }
 
-std::optional<unsigned> number_in(std::string_view text) {
+std::optional<unsigned int> number_in(std::string_view text) {
     const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
     const std::string_view digits = text.substr(hexadecimal ? 2 : 0);
-    unsigned number = 0;
+    unsigned int number = 0;
     const auto [end, error] =
         std::from_chars(digits.data(), digits.data() + digits.size(), number, hexadecimal ? 16 : 10);
-    if (error != std::errc{} || end != digits.data() + digits.size())
+    if (error != std::errc{} || end != digits.data() + digits.size()) {
         return std::nullopt;
+    }
     return number;
 }
 
-unsigned parse_number(std::string_view what, std::string_view text, unsigned least, unsigned most) {
+unsigned int parse_number(std::string_view what, std::string_view text, unsigned int least, unsigned int most) {
     const auto number = number_in(text);
-    if (!number || *number < least || *number > most)
+    if (!number || *number < least || *number > most) {
         throw UsageError(std::string(what) + " takes a number from " + std::to_string(least) + " to " +
                          std::to_string(most) + ", not " + quoted(text));
+    }
     return *number;
 }
 
@@ -145,30 +147,35 @@ unsigned parse_number(std::string_view what, std::string_view text, unsigned lea
 double parse_decimal(std::string_view what, std::string_view text, double most) {
     double number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
-    if (error != std::errc{} || end != text.data() + text.size() || !(number >= least_decimal && number <= most))
+    if (error != std::errc{} || end != text.data() + text.size() || !(number >= least_decimal && number <= most)) {
         throw UsageError(std::string(what) + " takes a number from " + decimal(least_decimal, 3) + " to " +
                          decimal(most, 0) + ", not " + quoted(text));
+    }
     return number;
 }
 
 // A name, or the number for which it stands where only these numbers will do.
-unsigned parse_name(std::string_view what, std::string_view text, Names names) {
-    if (const auto value = value_of(names, text))
+unsigned int parse_name(std::string_view what, std::string_view text, Names names) {
+    if (const auto value = value_of(names, text)) {
         return *value;
+    }
     const auto number = number_in(text);
-    if (!number || name_of(names, *number).empty())
+    if (!number || name_of(names, *number).empty()) {
         throw UsageError(std::string(what) + " is " + list_names(names) + ", not " + quoted(text));
+    }
     return *number;
 }
 
 ComponentChoice parse_component(std::string_view text) {
-    constexpr unsigned most = 127;
-    if (const auto type = value_of(component_types, text))
+    constexpr unsigned int most = 127;
+    if (const auto type = value_of(component_types, text)) {
         return {ComponentChoice::By::type, *type};
+    }
     const auto id = number_in(text);
-    if (!id || *id > most)
+    if (!id || *id > most) {
         throw UsageError("--component takes " + list_names(component_types) + ", or an id from 0 to " +
                          std::to_string(most) + ", not " + quoted(text));
+    }
     return {ComponentChoice::By::id, *id};
 }
 
@@ -181,8 +188,9 @@ class Operands {
     bool empty() const { return words_.empty(); }
 
     std::string_view next(std::string_view what) {
-        if (words_.empty())
+        if (words_.empty()) {
             throw UsageError(quoted(command_) + " needs " + std::string(what));
+        }
         const std::string_view word = words_.front();
         words_ = words_.subspan(1);
         return word;
@@ -190,14 +198,16 @@ class Operands {
 
     bool skip(std::string_view word) {
         const bool found = !words_.empty() && words_.front() == word;
-        if (found)
+        if (found) {
             words_ = words_.subspan(1);
+        }
         return found;
     }
 
     void expect_end() const {
-        if (!words_.empty())
+        if (!words_.empty()) {
             throw UsageError(quoted(command_) + " cannot make sense of " + quoted(words_.front()));
+        }
     }
 
   private:
@@ -211,18 +221,21 @@ void take_pad(Operands& operands, Arguments& arguments) {
 
 void take_hex(Operands& operands, Bytes& bytes) {
     try {
-        while (!operands.empty())
+        while (!operands.empty()) {
             parse_hex(operands.next("bytes"), bytes);
+        }
     } catch (const std::invalid_argument& error) {
         throw UsageError(error.what());
     }
 }
 
-void expect_size(const Bytes& bytes, unsigned least, unsigned most, std::string_view what) {
-    if (bytes.size() < least)
+void expect_size(const Bytes& bytes, unsigned int least, unsigned int most, std::string_view what) {
+    if (bytes.size() < least) {
         throw UsageError("the bytes to send are missing");
-    if (bytes.size() > most)
+    }
+    if (bytes.size() > most) {
         throw UsageError(std::string(what) + " at most " + std::to_string(most) + " bytes");
+    }
 }
 
 void take_report(Operands& operands, Arguments& arguments) {
@@ -232,13 +245,15 @@ void take_report(Operands& operands, Arguments& arguments) {
 
 // A whole message, or what goes to a component behind the message id.
 void take_message(Operands& operands, Arguments& arguments) {
-    if (arguments.component.has_value() != arguments.message_id.has_value())
+    if (arguments.component.has_value() != arguments.message_id.has_value()) {
         throw UsageError("--component and --message go together");
+    }
     take_hex(operands, arguments.bytes);
-    if (arguments.component)
+    if (arguments.component) {
         expect_size(arguments.bytes, 0, longest_data, "a message takes");
-    else
+    } else {
         expect_size(arguments.bytes, 1, longest_message, "a message has");
+    }
 }
 
 void take_connection(Operands& operands, Arguments& arguments) {
@@ -246,15 +261,17 @@ void take_connection(Operands& operands, Arguments& arguments) {
         operands.skip("get");
         return;
     }
-    if (arguments.json)
+    if (arguments.json) {
         throw UsageError("'ssp connection set' has no option --json");
+    }
     arguments.connection = parse_number("TYPE", operands.next("a connection type"), 0, 127);
 }
 
 std::string text_of(std::string_view what, std::string_view text, std::size_t least, std::size_t most) {
-    if (text.size() < least || text.size() > most)
+    if (text.size() < least || text.size() > most) {
         throw UsageError(std::string(what) + " has from " + std::to_string(least) + " to " + std::to_string(most) +
                          " bytes, not " + std::to_string(text.size()));
+    }
     return std::string(text);
 }
 
@@ -275,9 +292,10 @@ void take_button(Operands& operands, Arguments& arguments) {
 }
 
 void take_button_state(Operands& operands, Arguments& arguments) {
-    for (std::uint32_t& value : arguments.button_state)
+    for (std::uint32_t& value : arguments.button_state) {
         value = parse_number("a button's state", operands.next("two numbers, the button's state"), 0,
                              std::numeric_limits<std::uint32_t>::max());
+    }
 }
 
 void take_file(Operands& operands, Arguments& arguments) {
@@ -285,21 +303,24 @@ void take_file(Operands& operands, Arguments& arguments) {
 }
 
 void expect_output(Operands&, Arguments& arguments) {
-    if (arguments.output.empty())
+    if (arguments.output.empty()) {
         throw UsageError("-o FILE is missing, where the result goes (- is the standard output)");
+    }
 }
 
 void expect_layout(Operands&, Arguments& arguments) {
-    if (arguments.layout.empty() && arguments.layout_file.empty())
+    if (arguments.layout.empty() && arguments.layout_file.empty()) {
         throw UsageError("--layout is missing: where x and y are in a packet");
+    }
 }
 
 void take_layout(Arguments& arguments, std::string_view text) {
     try {
-        if (text.starts_with('@'))
+        if (text.starts_with('@')) {
             arguments.layout_file = text.substr(1);
-        else
+        } else {
             arguments.layout = parse_layout(text);
+        }
     } catch (const std::invalid_argument& error) {
         throw UsageError(std::string("--layout ") + error.what());
     }
@@ -344,30 +365,30 @@ constexpr std::array<CommandWords, 24> commands{{
 
 struct Option {
     std::string_view name;
-    void (*set)(Arguments& arguments, unsigned value);
+    void (*set)(Arguments& arguments, unsigned int value);
     bool takes_value = false;
-    unsigned least = 0;
-    unsigned most = 0;
+    unsigned int least = 0;
+    unsigned int most = 0;
     void (*set_text)(Arguments& arguments, std::string_view value) = nullptr; // for a value that is no number
 };
 
 constexpr std::array<Option, 20> options{{
-    {"--json", [](Arguments& a, unsigned) { a.json = true; }},
-    {"--trace", [](Arguments& a, unsigned) { a.trace = true; }},
-    {"--fill", [](Arguments& a, unsigned) { a.fill = true; }},
-    {"--reply", [](Arguments& a, unsigned) { a.reply = true; }},
-    {"--pen-data", [](Arguments& a, unsigned) { a.pen_data = true; }},
-    {"--interface", [](Arguments& a, unsigned value) { a.interface = value; }, true, 0, 255},
-    {"--length", [](Arguments& a, unsigned value) { a.length = value; }, true, 1, longest_report},
-    {"--wait", [](Arguments& a, unsigned value) { a.wait = value; }, true, 0, longest_wait},
-    {"--timeout", [](Arguments& a, unsigned value) { a.timeout = value; }, true, 1, longest_wait},
-    {"--count", [](Arguments& a, unsigned value) { a.count = value; }, true, 1, 1'000'000},
-    {"--message", [](Arguments& a, unsigned value) { a.message_id = value; }, true, 0, 255},
+    {"--json", [](Arguments& a, unsigned int) { a.json = true; }},
+    {"--trace", [](Arguments& a, unsigned int) { a.trace = true; }},
+    {"--fill", [](Arguments& a, unsigned int) { a.fill = true; }},
+    {"--reply", [](Arguments& a, unsigned int) { a.reply = true; }},
+    {"--pen-data", [](Arguments& a, unsigned int) { a.pen_data = true; }},
+    {"--interface", [](Arguments& a, unsigned int value) { a.interface = value; }, true, 0, 255},
+    {"--length", [](Arguments& a, unsigned int value) { a.length = value; }, true, 1, longest_report},
+    {"--wait", [](Arguments& a, unsigned int value) { a.wait = value; }, true, 0, longest_wait},
+    {"--timeout", [](Arguments& a, unsigned int value) { a.timeout = value; }, true, 1, longest_wait},
+    {"--count", [](Arguments& a, unsigned int value) { a.count = value; }, true, 1, 1'000'000},
+    {"--message", [](Arguments& a, unsigned int value) { a.message_id = value; }, true, 0, 255},
     {"--component", nullptr, true, 0, 0,
      [](Arguments& a, std::string_view value) { a.component = parse_component(value); }},
-    {"--fast", [](Arguments& a, unsigned) { a.fast = true; }},
-    {"--pad", [](Arguments& a, unsigned value) { a.virtual_pad = value; }, true, 1, 1000},
-    {"--interfaces", [](Arguments& a, unsigned value) { a.interfaces = value; }, true, 1, 0xffffffff},
+    {"--fast", [](Arguments& a, unsigned int) { a.fast = true; }},
+    {"--pad", [](Arguments& a, unsigned int value) { a.virtual_pad = value; }, true, 1, 1000},
+    {"--interfaces", [](Arguments& a, unsigned int value) { a.interfaces = value; }, true, 1, 0xffffffff},
     {"--seconds", nullptr, true, 0, 0,
      [](Arguments& a, std::string_view value) { a.seconds = parse_decimal("--seconds", value, most_seconds); }},
     {"--speed", nullptr, true, 0, 0,
@@ -378,10 +399,11 @@ constexpr std::array<Option, 20> options{{
 }};
 
 void store(const Option& option, std::string_view value, Arguments& arguments) {
-    if (option.set_text != nullptr)
+    if (option.set_text != nullptr) {
         option.set_text(arguments, value);
-    else
+    } else {
         option.set(arguments, option.takes_value ? parse_number(option.name, value, option.least, option.most) : 0);
+    }
 }
 
 struct SplitWords {
@@ -408,12 +430,14 @@ SplitWords split(std::span<char* const> words, Arguments& arguments) {
         } else {
             const std::string_view name = word.substr(0, word.find('='));
             const auto option = std::ranges::find(options, name, &Option::name);
-            if (option == options.end() || (!option->takes_value && name != word))
+            if (option == options.end() || (!option->takes_value && name != word)) {
                 throw UsageError("there is no option " + quoted(word));
+            }
             std::string_view value;
             if (option->takes_value) {
-                if (name == word && ++i == words.size())
+                if (name == word && ++i == words.size()) {
                     throw UsageError(std::string(name) + " needs a value");
+                }
                 value = name == word ? std::string_view(words[i]) : word.substr(name.size() + 1);
             }
             store(*option, value, arguments);
@@ -424,14 +448,18 @@ SplitWords split(std::span<char* const> words, Arguments& arguments) {
 }
 
 const CommandWords& find_command(std::span<const std::string_view> words) {
-    if (words.empty())
+    if (words.empty()) {
         throw UsageError("there is no command");
-    for (const CommandWords& command : commands)
-        if (words[0] == command.first && (command.second.empty() || (words.size() > 1 && words[1] == command.second)))
+    }
+    for (const CommandWords& command : commands) {
+        if (words[0] == command.first && (command.second.empty() || (words.size() > 1 && words[1] == command.second))) {
             return command;
+        }
+    }
     const bool incomplete = std::ranges::find(commands, words[0], &CommandWords::first) != commands.end();
-    if (incomplete && words.size() == 1)
+    if (incomplete && words.size() == 1) {
         throw UsageError(quoted(words[0]) + " needs to be told what to do");
+    }
     throw UsageError("there is no command '" + std::string(words[0]) +
                      (incomplete ? std::string(" ").append(words[1]) : std::string()) + "'");
 }
@@ -439,9 +467,11 @@ const CommandWords& find_command(std::span<const std::string_view> words) {
 // Allowed options are words with blanks in between.
 void check_options(std::string_view command, std::string_view allowed, std::span<const std::string_view> given) {
     const std::string words = " --trace " + std::string(allowed) + " ";
-    for (const std::string_view name : given)
-        if (words.find(" " + std::string(name) + " ") == std::string::npos)
+    for (const std::string_view name : given) {
+        if (words.find(" " + std::string(name) + " ") == std::string::npos) {
             throw UsageError(quoted(command) + " has no option " + std::string(name));
+        }
+    }
 }
 
 } // namespace
@@ -455,15 +485,18 @@ Arguments parse_arguments(std::span<char* const> words) {
     }
     const CommandWords& command = find_command(given.plain);
     arguments.command = command.command;
-    std::string name(command.first);
-    if (!command.second.empty())
+    std::string name{command.first};
+    if (!command.second.empty()) {
         name.append(" ").append(command.second);
+    }
     check_options(name, command.options, given.options);
 
-    Operands operands(name, std::span(given.plain).subspan(command.second.empty() ? 1 : 2));
-    for (const Take take : command.operands)
-        if (take != nullptr)
+    Operands operands{name, std::span(given.plain).subspan(command.second.empty() ? 1 : 2)};
+    for (const Take take : command.operands) {
+        if (take != nullptr) {
             take(operands, arguments);
+        }
+    }
     operands.expect_end();
     return arguments;
 }

@@ -52,25 +52,25 @@ constexpr double most_seconds = 1'000'000;
 
 struct Arguments {
     Command command = Command::help;
-    unsigned pad = 0;
+    unsigned int pad = 0;
     Bytes bytes;
     bool json = false;
     bool trace = false;
     bool fill = false;
     bool reply = false;
     bool pen_data = false;
-    unsigned interface = 0;
-    std::optional<unsigned> length; // payload bytes
-    unsigned wait = 1000;           // milliseconds, for each report
-    unsigned timeout = 1000;        // milliseconds, for each message
-    std::optional<unsigned> count;
+    unsigned int interface = 0;
+    std::optional<unsigned int> length; // payload bytes
+    unsigned int wait = 1000;           // milliseconds, for each report
+    unsigned int timeout = 1000;        // milliseconds, for each message
+    std::optional<unsigned int> count;
     std::optional<ComponentChoice> component;
-    std::optional<unsigned> message_id;
-    std::optional<unsigned> connection; // type to set
+    std::optional<unsigned int> message_id;
+    std::optional<unsigned int> connection; // type to set
     std::string variable;
     std::string value;
-    unsigned mode = 0; // type
-    unsigned button = 0;
+    unsigned int mode = 0; // type
+    unsigned int button = 0;
     std::uint32_t button_state[2] = {};
     std::string file;
     std::string output; // a file, or "-"
@@ -79,7 +79,7 @@ struct Arguments {
     std::string layout_file; // in place of layout, unless it is empty
     double speed = 1;        // of a replay
     bool fast = false;       // without any pause
-    std::optional<unsigned> virtual_pad;
+    std::optional<unsigned int> virtual_pad;
     std::uint32_t interfaces = 0xffffffff; // a bit for each
 };
 

@@ -14,9 +14,10 @@ MissingPads look_for_missing_pads(const Session& session) {
 }
 
 void expect_pad(const Session& session, const Arguments& arguments) {
-    const unsigned pads = session.pad_count();
-    if (arguments.pad <= pads)
+    const unsigned int pads = session.pad_count();
+    if (arguments.pad <= pads) {
         return;
+    }
     const std::string reason = look_for_missing_pads(session).explanation;
     throw std::runtime_error("there is no pad " + std::to_string(arguments.pad) +
                              (pads > 0 ? ", the last one is " + std::to_string(pads) : "") +
@@ -25,11 +26,12 @@ void expect_pad(const Session& session, const Arguments& arguments) {
 
 void expect_interface(const Session& session, const Arguments& arguments) {
     expect_pad(session, arguments);
-    const unsigned interfaces = interface_count(arguments.pad);
-    if (arguments.interface >= interfaces)
+    const unsigned int interfaces = interface_count(arguments.pad);
+    if (arguments.interface >= interfaces) {
         throw std::runtime_error("there is no interface " + std::to_string(arguments.interface) + ": pad " +
                                  std::to_string(arguments.pad) + " has " + std::to_string(interfaces) +
                                  ", counted from 0");
+    }
 }
 
 } // namespace vxpadctl

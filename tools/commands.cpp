@@ -18,7 +18,7 @@ namespace {
 bool list(const Session& session, const Arguments& arguments, std::FILE* results) {
     std::vector<Pad> pads;
     bool complete = true;
-    for (unsigned number = 1; number <= session.pad_count(); ++number) {
+    for (unsigned int number = 1; number <= session.pad_count(); ++number) {
         try {
             pads.push_back(describe_pad(number));
         } catch (const LibraryError& error) {
@@ -26,14 +26,16 @@ bool list(const Session& session, const Arguments& arguments, std::FILE* results
             std::cerr << "vxpadctl: pad " << number << ": " << error.what() << '\n';
         }
     }
-    if (arguments.json)
+    if (arguments.json) {
         print(results, pad_list_json(pads));
-    else if (!pads.empty())
+    } else if (!pads.empty()) {
         print(results, pad_table(pads));
+    }
 
     const MissingPads missing = look_for_missing_pads(session);
-    if (!missing.explanation.empty())
+    if (!missing.explanation.empty()) {
         std::cerr << "vxpadctl: " << missing.explanation << '\n';
+    }
     return complete && missing.on_bus <= pads.size();
 }
 
@@ -46,7 +48,7 @@ bool info(const Session& session, const Arguments& arguments, std::FILE* results
 }
 
 void print_feature_report(const Arguments& arguments, std::FILE* results) {
-    const unsigned size = arguments.length.value_or(feature_report_size(arguments.pad, arguments.interface));
+    const unsigned int size = arguments.length.value_or(feature_report_size(arguments.pad, arguments.interface));
     print(results, hex_dump(get_feature(arguments.pad, arguments.interface, size)));
 }
 
@@ -58,8 +60,9 @@ bool feature_get(const Session& session, const Arguments& arguments, std::FILE* 
 
 Bytes payload_to_send(const Arguments& arguments) {
     Bytes payload = arguments.bytes;
-    if (arguments.fill)
+    if (arguments.fill) {
         payload.resize(std::max<std::size_t>(payload.size(), feature_report_size(arguments.pad, arguments.interface)));
+    }
     return payload;
 }
 
@@ -67,10 +70,11 @@ bool feature_set(const Session& session, const Arguments& arguments, std::FILE* 
     expect_interface(session, arguments);
     const Bytes payload = payload_to_send(arguments);
     set_feature(arguments.pad, arguments.interface, payload);
-    if (arguments.reply)
+    if (arguments.reply) {
         print_feature_report(arguments, results);
-    else
+    } else {
         print_sent(arguments, payload.size(), results);
+    }
     return true;
 }
 
@@ -85,7 +89,7 @@ bool report_write(const Session& session, const Arguments& arguments, std::FILE*
 // The library takes what is waiting and never waits itself.
 bool report_read(const Session& session, const Arguments& arguments, std::FILE* results) {
     expect_interface(session, arguments);
-    const unsigned size = input_report_size(arguments.pad);
+    const unsigned int size = input_report_size(arguments.pad);
     print_as_it_comes(
         arguments, std::chrono::milliseconds(arguments.wait), "input report",
         [&] { return take_report(arguments.pad, arguments.interface, size); }, results);
@@ -137,8 +141,9 @@ constexpr std::array<OwnSessionEntry, 4> own_session_entries{{
 
 bool run_command(const Arguments& arguments, std::FILE* results) {
     const auto own = std::ranges::find(own_session_entries, arguments.command, &OwnSessionEntry::command);
-    if (own != own_session_entries.end())
+    if (own != own_session_entries.end()) {
         return own->run(arguments, results);
+    }
     const Session session;
     const auto entry = std::ranges::find(entries, arguments.command, &Entry::command);
     return entry == entries.end() || entry->run(session, arguments, results);

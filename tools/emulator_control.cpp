@@ -10,8 +10,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string request;
-    for (int i = 1; i < argc; ++i)
+    for (int i = 1; i < argc; ++i) {
         request.append(i > 1 ? " " : "").append(argv[i]);
+    }
     try {
         const std::string answer = emulator::request(request);
         std::cout << answer << (answer.empty() ? "" : "\n");

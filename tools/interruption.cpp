@@ -13,8 +13,9 @@ volatile std::sig_atomic_t interrupted = 0;
 } // namespace
 
 void note_interruptions() {
-    for (const int signal : {SIGINT, SIGTERM})
+    for (const int signal : {SIGINT, SIGTERM}) {
         std::signal(signal, [](int) { interrupted = 1; });
+    }
 }
 
 bool is_interrupted() {
@@ -22,8 +23,9 @@ bool is_interrupted() {
 }
 
 void stop_if_interrupted() {
-    if (is_interrupted())
+    if (is_interrupted()) {
         throw Interrupted("interrupted");
+    }
 }
 
 void pause_until(std::chrono::steady_clock::time_point time) {
@@ -31,8 +33,9 @@ void pause_until(std::chrono::steady_clock::time_point time) {
     for (;;) {
         stop_if_interrupted();
         const auto now = Clock::now();
-        if (now >= time)
+        if (now >= time) {
             return;
+        }
         std::this_thread::sleep_until(std::min(time, now + notice_time));
     }
 }

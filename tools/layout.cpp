@@ -40,19 +40,23 @@ bool is_name(std::string_view text) {
 Field parse_field(std::string_view text) {
     const auto equals = text.find('=');
     const auto colon = text.find(':', equals);
-    if (equals == std::string_view::npos || colon == std::string_view::npos)
+    if (equals == std::string_view::npos || colon == std::string_view::npos) {
         refuse(text, "a field is given as NAME=OFFSET:TYPE");
+    }
     const std::string_view name = text.substr(0, equals);
-    if (!is_name(name))
+    if (!is_name(name)) {
         refuse(text, "a name consists of lower-case letters, digits, - and _");
+    }
     const std::string_view digits = text.substr(equals + 1, colon - equals - 1);
     std::size_t offset = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), offset);
-    if (error != std::errc{} || end != digits.data() + digits.size() || offset > last_offset)
+    if (error != std::errc{} || end != digits.data() + digits.size() || offset > last_offset) {
         refuse(text, "an offset is a number from 0 to " + std::to_string(last_offset));
+    }
     const auto type = std::ranges::find(types, text.substr(colon + 1), &FieldType::name);
-    if (type == types.end())
+    if (type == types.end()) {
         refuse(text, "the types are " + list_field_types());
+    }
     return {std::string(name), offset, &*type};
 }
 
@@ -60,8 +64,9 @@ void add_fields(Layout& layout, std::string_view text) {
     while (!text.empty()) {
         const auto end = std::min(text.find(','), text.size());
         Field field = parse_field(text.substr(0, end));
-        if (find_field(layout, field.name) != nullptr)
+        if (find_field(layout, field.name) != nullptr) {
             refuse(text.substr(0, end), "there is a field of that name already");
+        }
         layout.push_back(std::move(field));
         text.remove_prefix(std::min(end + 1, text.size()));
     }
@@ -70,11 +75,13 @@ void add_fields(Layout& layout, std::string_view text) {
 } // namespace
 
 std::optional<std::int64_t> Field::read(std::span<const std::uint8_t> packet) const {
-    if (packet.size() < offset || packet.size() - offset < type->size)
+    if (packet.size() < offset || packet.size() - offset < type->size) {
         return std::nullopt;
+    }
     std::int64_t number = 0;
-    for (std::size_t i = 0; i < type->size; ++i)
+    for (std::size_t i = 0; i < type->size; ++i) {
         number = number << 8 | packet[offset + (type->big_endian ? i : type->size - 1 - i)];
+    }
     const std::int64_t beyond = std::int64_t{1} << 8 * type->size;
     return type->is_signed && number >= beyond / 2 ? number - beyond : number;
 }
@@ -82,21 +89,25 @@ std::optional<std::int64_t> Field::read(std::span<const std::uint8_t> packet) co
 Layout parse_layout(std::string_view text) {
     Layout layout;
     add_fields(layout, text);
-    if (layout.empty())
+    if (layout.empty()) {
         throw std::invalid_argument("a layout has at least one field, NAME=OFFSET:TYPE");
+    }
     return layout;
 }
 
 Layout read_layout(const std::string& file) {
     Layout layout;
     emulator::read_lines(file, [&](const emulator::Words& words) {
-        if (words.empty() || words.front().starts_with('#'))
+        if (words.empty() || words.front().starts_with('#')) {
             return;
-        for (const std::string_view word : words)
+        }
+        for (const std::string_view word : words) {
             add_fields(layout, word);
+        }
     });
-    if (layout.empty())
+    if (layout.empty()) {
         throw std::invalid_argument(file + ": no field at all");
+    }
     return layout;
 }
 
@@ -107,8 +118,9 @@ const Field* find_field(const Layout& layout, std::string_view name) {
 
 std::string list_field_types() {
     std::string text;
-    for (const FieldType& type : types)
+    for (const FieldType& type : types) {
         text.append(text.empty() ? "" : ", ").append(type.name);
+    }
     return text;
 }
 

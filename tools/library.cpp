@@ -21,14 +21,14 @@ using TextBuffer = std::array<char16_t, VXPAD_MAX_STRING_LENGTH>;
 // Calls read(buffer, size, &length) and returns the text; the length is no help, it counts differently everywhere.
 template <typename Read> std::string read_text(Read read) {
     TextBuffer buffer{};
-    unsigned length = 0;
+    unsigned int length = 0;
     read(buffer.data(), static_cast<int>(buffer.size()), &length);
     return to_utf8({buffer.data(), buffer.size()});
 }
 
 std::string describe_failure(int handle) {
-    const auto record = static_cast<unsigned>(handle);
-    unsigned code = 0;
+    const auto record = static_cast<unsigned int>(handle);
+    unsigned int code = 0;
     GetExceptionCode(record, &code);
     const std::string function = read_text([&](auto... out) { GetExceptionName(record, out...); });
     const std::string message = read_text([&](auto... out) { GetExceptionMessage(record, out...); });
@@ -40,8 +40,8 @@ template <typename Read> std::string checked_text(Read read) {
     return read_text([&](auto... out) { check(read(out...)); });
 }
 
-template <typename Read> unsigned checked_number(Read read) {
-    unsigned number = 0;
+template <typename Read> unsigned int checked_number(Read read) {
+    unsigned int number = 0;
     check(read(&number));
     return number;
 }
@@ -51,12 +51,15 @@ template <typename Read> unsigned checked_number(Read read) {
 std::string transport_of_selected_pad() {
     constexpr std::size_t digits = 18;
     char settings[VXPAD_MAX_STRING_LENGTH + 1] = {};
-    if (core_get_pad_settings(settings) <= static_cast<int>(digits))
+    if (core_get_pad_settings(settings) <= static_cast<int>(digits)) {
         return {};
+    }
     const std::string_view text = std::string_view(settings).substr(digits);
-    for (const std::string_view transport : {"HID", "VCOM"})
-        if (text.starts_with(transport))
+    for (const std::string_view transport : {"HID", "VCOM"}) {
+        if (text.starts_with(transport)) {
             return std::string(transport);
+        }
+    }
     return {};
 }
 
@@ -74,8 +77,9 @@ Bytes without_report_id(const Bytes& report) {
 } // namespace
 
 void check(int handle) {
-    if (handle != 0)
+    if (handle != 0) {
         throw LibraryError(describe_failure(handle));
+    }
 }
 
 Session::Session() {
@@ -86,12 +90,12 @@ Session::~Session() {
     Deinitialize();
 }
 
-unsigned Session::pad_count() const {
-    unsigned unused = 0;
-    return static_cast<unsigned>(GetDeviceCount(&unused));
+unsigned int Session::pad_count() const {
+    unsigned int unused = 0;
+    return static_cast<unsigned int>(GetDeviceCount(&unused));
 }
 
-Pad describe_pad(unsigned number) {
+Pad describe_pad(unsigned int number) {
     Pad pad{};
     pad.number = number;
     pad.maker = checked_text([&](auto... out) { return GetVendorName(number, out...); });
@@ -105,95 +109,99 @@ Pad describe_pad(unsigned number) {
     return pad;
 }
 
-UsbId usb_id(unsigned pad) {
+UsbId usb_id(unsigned int pad) {
     return {checked_number([&](auto out) { return GetVendorId(pad, out); }),
             checked_number([&](auto out) { return GetProductId(pad, 0, out); })};
 }
 
-unsigned interface_count(unsigned pad) {
+unsigned int interface_count(unsigned int pad) {
     return checked_number([&](auto out) { return GetEndPointCount(pad, out); });
 }
 
-unsigned feature_report_size(unsigned pad, unsigned interface) {
+unsigned int feature_report_size(unsigned int pad, unsigned int interface) {
     return checked_number([&](auto out) { return GetFeatureReportSize(pad, interface, out); }) - 1;
 }
 
 // The application's part of the interface does not tell this one either. Asking for the interfaces selects the pad.
-unsigned input_report_size(unsigned pad) {
+unsigned int input_report_size(unsigned int pad) {
     interface_count(pad);
     const int size = core_get_max_packet_size_of_input_report();
-    if (size < 1)
+    if (size < 1) {
         throw LibraryError("the size of the pad's input reports is unknown");
-    return static_cast<unsigned>(size);
+    }
+    return static_cast<unsigned int>(size);
 }
 
-void set_feature(unsigned pad, unsigned interface, std::span<const std::uint8_t> payload) {
+void set_feature(unsigned int pad, unsigned int interface, std::span<const std::uint8_t> payload) {
     const Bytes report = with_report_id(payload);
-    unsigned moved = 0;
-    check(SetFeature(pad, interface, report.data(), static_cast<unsigned>(report.size()), &moved));
+    unsigned int moved = 0;
+    check(SetFeature(pad, interface, report.data(), static_cast<unsigned int>(report.size()), &moved));
 }
 
-Bytes get_feature(unsigned pad, unsigned interface, unsigned size) {
+Bytes get_feature(unsigned int pad, unsigned int interface, unsigned int size) {
     Bytes report(size + 1);
-    unsigned moved = 0;
+    unsigned int moved = 0;
     check(GetFeature(pad, interface, report.data(), size + 1, &moved));
     return without_report_id(report);
 }
 
-void write_report(unsigned pad, unsigned interface, std::span<const std::uint8_t> payload) {
+void write_report(unsigned int pad, unsigned int interface, std::span<const std::uint8_t> payload) {
     const Bytes report = with_report_id(payload);
-    unsigned moved = 0;
-    check(WriteFile(pad, interface, report.data(), static_cast<unsigned>(report.size()), &moved));
+    unsigned int moved = 0;
+    check(WriteFile(pad, interface, report.data(), static_cast<unsigned int>(report.size()), &moved));
 }
 
-std::optional<Bytes> take_report(unsigned pad, unsigned interface, unsigned size) {
+std::optional<Bytes> take_report(unsigned int pad, unsigned int interface, unsigned int size) {
     Bytes report(size + 1);
-    unsigned moved = 0;
+    unsigned int moved = 0;
     check(ReadFile(pad, interface, report.data(), size + 1, &moved));
-    if (moved == 0)
+    if (moved == 0) {
         return std::nullopt;
+    }
     return without_report_id(report);
 }
 
-std::size_t upload_pieces(unsigned pad, std::uint32_t interfaces, std::span<const std::uint8_t> payload,
+std::size_t upload_pieces(unsigned int pad, std::uint32_t interfaces, std::span<const std::uint8_t> payload,
                           std::size_t piece_size) {
     Bytes reports;
     for (; !payload.empty(); payload = payload.subspan(piece_size)) {
         const Bytes report = with_report_id(payload.first(piece_size));
         reports.insert(reports.end(), report.begin(), report.end());
     }
-    unsigned moved = 0;
-    check(WriteFileBuffer(pad, interfaces, reports.data(), static_cast<unsigned>(reports.size()), &moved));
+    unsigned int moved = 0;
+    check(WriteFileBuffer(pad, interfaces, reports.data(), static_cast<unsigned int>(reports.size()), &moved));
     return moved / (piece_size + 1);
 }
 
-std::optional<unsigned> packet_size(unsigned pad) {
+std::optional<unsigned int> packet_size(unsigned int pad) {
     interface_count(pad);
     const int size = core_get_max_packet_size_of_out_endpoint();
-    return size < 1 ? std::nullopt : std::optional(static_cast<unsigned>(size));
+    return size < 1 ? std::nullopt : std::optional(static_cast<unsigned int>(size));
 }
 
-void send_message(unsigned pad, unsigned interface, std::span<const std::uint8_t> message) {
-    check(SendSspMessage(pad, interface, message.data(), static_cast<unsigned>(message.size())));
+void send_message(unsigned int pad, unsigned int interface, std::span<const std::uint8_t> message) {
+    check(SendSspMessage(pad, interface, message.data(), static_cast<unsigned int>(message.size())));
 }
 
 // The library does not tell a time-out from another failure, but only the former takes its time.
-std::optional<Bytes> receive_message(unsigned pad, unsigned interface, unsigned time_out) {
+std::optional<Bytes> receive_message(unsigned int pad, unsigned int interface, unsigned int time_out) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(time_out);
     Bytes message(longest_message);
-    unsigned size = 0;
+    unsigned int size = 0;
     const int handle =
-        ReceiveSspMessage(pad, interface, message.data(), static_cast<unsigned>(message.size()), time_out, &size);
-    if (handle != 0 && std::chrono::steady_clock::now() >= deadline)
+        ReceiveSspMessage(pad, interface, message.data(), static_cast<unsigned int>(message.size()), time_out, &size);
+    if (handle != 0 && std::chrono::steady_clock::now() >= deadline) {
         return std::nullopt;
+    }
     check(handle);
     message.resize(size);
     return message;
 }
 
-PenData::PenData(unsigned pad, unsigned interface) : interface_{interface}, buffer_(input_report_size(pad)) {
-    if (core_enable_ssp_biodata_sending() < 0)
+PenData::PenData(unsigned int pad, unsigned int interface) : interface_{interface}, buffer_(input_report_size(pad)) {
+    if (core_enable_ssp_biodata_sending() < 0) {
         throw LibraryError("the pen data of pad " + std::to_string(pad) + " cannot be switched on");
+    }
 }
 
 PenData::~PenData() {
@@ -203,32 +211,39 @@ PenData::~PenData() {
 // A record of pen data is often shorter than a report, which ReadFile() takes for a failure.
 std::optional<Bytes> PenData::take() {
     const int size = core_get_hid_input_report(interface_, buffer_.data(), static_cast<int>(buffer_.size()));
-    if (size < 0)
+    if (size < 0) {
         throw LibraryError("the pen data cannot be read");
-    if (size == 0)
+    }
+    if (size == 0) {
         return std::nullopt;
+    }
     return Bytes(buffer_.begin(), buffer_.begin() + size);
 }
 
-unsigned pad_type(UsbId id) {
+unsigned int pad_type(UsbId id) {
     const auto type_in = [&](const auto& products) {
         const auto found = std::ranges::find(products, id.product, &usb_ids::Product::product_id);
         return found == products.end() ? 0u : found->pad_type;
     };
-    if (id.vendor == usb_ids::classic_vendor)
+    if (id.vendor == usb_ids::classic_vendor) {
         return type_in(usb_ids::classic_products);
+    }
     const bool shared = std::ranges::find(usb_ids::shared_vendors, id.vendor) != usb_ids::shared_vendors.end();
     return shared ? type_in(usb_ids::shared_products) : 0;
 }
 
 std::vector<SearchedId> searched_ids() {
     std::vector<SearchedId> ids;
-    for (const vx_usb_id* list : {hid_device_list, vcom_device_list})
-        for (const vx_usb_id* id = list; id->vendor_id != 0; ++id)
-            if (id->vendor_id != usb_ids::vcom_named_vendor)
+    for (const vx_usb_id* list : {hid_device_list, vcom_device_list}) {
+        for (const vx_usb_id* id = list; id->vendor_id != 0; ++id) {
+            if (id->vendor_id != usb_ids::vcom_named_vendor) {
                 ids.push_back({{id->vendor_id, id->product_id}});
-    for (const std::string_view maker : usb_ids::vcom_named_makers)
+            }
+        }
+    }
+    for (const std::string_view maker : usb_ids::vcom_named_makers) {
         ids.push_back({{usb_ids::vcom_named_vendor, usb_ids::vcom_named_product}, maker});
+    }
     return ids;
 }
 
@@ -237,8 +252,9 @@ void send_error_lines_to_syslog() {
 }
 
 void turn_on_tracing() {
-    for (const char* name : {"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC", "LIBVXPADCOM_DEBUG_MUTEX"})
+    for (const char* name : {"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC", "LIBVXPADCOM_DEBUG_MUTEX"}) {
         ::setenv(name, "1", 1);
+    }
 }
 
 } // namespace vxpadctl

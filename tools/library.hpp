@@ -37,14 +37,14 @@ struct SearchedId {
 
 // What a pad says about itself; texts in UTF-8, unfiltered.
 struct Pad {
-    unsigned number;
+    unsigned int number;
     std::string transport;
     std::string maker;
     std::string product;
     std::string serial;
     UsbId id;
-    unsigned interfaces;
-    unsigned feature_report_size; // payload bytes
+    unsigned int interfaces;
+    unsigned int feature_report_size; // payload bytes
 };
 
 // What a pad's signpad tells about the pad; texts in UTF-8, unfiltered.
@@ -62,34 +62,35 @@ class Session {
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    unsigned pad_count() const;
+    unsigned int pad_count() const;
 };
 
 // All of these need a session and throw LibraryError.
-Pad describe_pad(unsigned number);
-UsbId usb_id(unsigned pad);
-unsigned interface_count(unsigned pad);
-unsigned feature_report_size(unsigned pad, unsigned interface);
-unsigned input_report_size(unsigned pad);
-std::optional<unsigned> packet_size(unsigned pad); // of the way to the pad; nothing where it is unknown
-void set_feature(unsigned pad, unsigned interface, std::span<const std::uint8_t> payload);
-Bytes get_feature(unsigned pad, unsigned interface, unsigned size);
-void write_report(unsigned pad, unsigned interface, std::span<const std::uint8_t> payload);
-std::optional<Bytes> take_report(unsigned pad, unsigned interface, unsigned size); // nothing where none is waiting
+Pad describe_pad(unsigned int number);
+UsbId usb_id(unsigned int pad);
+unsigned int interface_count(unsigned int pad);
+unsigned int feature_report_size(unsigned int pad, unsigned int interface);
+unsigned int input_report_size(unsigned int pad);
+std::optional<unsigned int> packet_size(unsigned int pad); // of the way to the pad; nothing where it is unknown
+void set_feature(unsigned int pad, unsigned int interface, std::span<const std::uint8_t> payload);
+Bytes get_feature(unsigned int pad, unsigned int interface, unsigned int size);
+void write_report(unsigned int pad, unsigned int interface, std::span<const std::uint8_t> payload);
+std::optional<Bytes> take_report(unsigned int pad, unsigned int interface,
+                                 unsigned int size); // nothing where none is waiting
 
 // Sends whole pieces, reports without their report ids, over the interfaces of the mask at once. Returns how many
 // pieces have been sent: fewer where an interface failed.
-std::size_t upload_pieces(unsigned pad, std::uint32_t interfaces, std::span<const std::uint8_t> payload,
+std::size_t upload_pieces(unsigned int pad, std::uint32_t interfaces, std::span<const std::uint8_t> payload,
                           std::size_t piece_size);
 
 // Whole messages. Nothing comes out where the time-out passed, in milliseconds.
-void send_message(unsigned pad, unsigned interface, std::span<const std::uint8_t> message);
-std::optional<Bytes> receive_message(unsigned pad, unsigned interface, unsigned time_out);
+void send_message(unsigned int pad, unsigned int interface, std::span<const std::uint8_t> message);
+std::optional<Bytes> receive_message(unsigned int pad, unsigned int interface, unsigned int time_out);
 
 // Pen data of a pad, switched on while this exists. A HID pad sends it as input reports and needs no switching.
 class PenData {
   public:
-    PenData(unsigned pad, unsigned interface);
+    PenData(unsigned int pad, unsigned int interface);
     ~PenData();
     PenData(const PenData&) = delete;
     PenData& operator=(const PenData&) = delete;
@@ -97,12 +98,12 @@ class PenData {
     std::optional<Bytes> take(); // nothing where none is waiting
 
   private:
-    unsigned interface_;
+    unsigned int interface_;
     Bytes buffer_;
 };
 
 // The model class of pads with these ids, 0 where it is unknown.
-unsigned pad_type(UsbId id);
+unsigned int pad_type(UsbId id);
 
 std::vector<SearchedId> searched_ids();
 

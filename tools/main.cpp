@@ -30,11 +30,13 @@ int run(const vxpadctl::Arguments& arguments) {
         std::cout << (arguments.command == Command::help ? vxpadctl::help_text() : "vxpadctl " VXPADCTL_VERSION "\n");
         return std::cout.flush() ? exit_done : exit_failed;
     }
-    if (!arguments.trace)
+    if (!arguments.trace) {
         vxpadctl::send_error_lines_to_syslog();
+    }
     std::FILE* results = arguments.trace ? part_trace_from_results() : stdout;
-    if (results == nullptr)
+    if (results == nullptr) {
         throw std::system_error(errno, std::generic_category(), "cannot write the result");
+    }
     const bool done = run_command(arguments, results);
     vxpadctl::flush(results);
     return done ? exit_done : exit_failed;

@@ -47,8 +47,9 @@ std::optional<std::uint32_t> value_of(Names names, std::string_view name) {
 
 std::string list_names(Names names) {
     std::string text;
-    for (std::size_t i = 0; i < names.size(); ++i)
+    for (std::size_t i = 0; i < names.size(); ++i) {
         text.append(i == 0 ? "" : i + 1 == names.size() ? " or " : ", ").append(names[i].name);
+    }
     return text;
 }
 

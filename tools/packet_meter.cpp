@@ -33,18 +33,21 @@ std::string packet_text(std::span<const std::uint8_t> packet, const Field* press
 }
 
 PacketMeter::PacketMeter(const Layout& layout, Clock::time_point start) : start_{start} {
-    if (const Field* field = find_field(layout, "pressure"))
+    if (const Field* field = find_field(layout, "pressure")) {
         pressure_ = *field;
+    }
 }
 
 void PacketMeter::take(const Packet& packet) {
     ++count_;
     recent_.push_back(packet.at);
-    while (recent_.front() <= packet.at - window)
+    while (recent_.front() <= packet.at - window) {
         recent_.pop_front();
+    }
     last_.push_front(packet.bytes);
-    if (last_.size() > shown_packets)
+    if (last_.size() > shown_packets) {
         last_.pop_back();
+    }
 }
 
 double PacketMeter::rate(Clock::time_point now) const {
@@ -56,8 +59,9 @@ double PacketMeter::rate(Clock::time_point now) const {
 std::string PacketMeter::line(Clock::time_point now) const {
     std::string text = decimal(in_seconds(now - start_), 1) + " s  " + decimal(rate(now), 1) + " reports/s  " +
                        std::to_string(count_) + (count_ == 1 ? " packet" : " packets");
-    if (!last_.empty())
+    if (!last_.empty()) {
         text += "  " + packet_text(last_.front(), pressure_ ? &*pressure_ : nullptr);
+    }
     return text;
 }
 
@@ -78,8 +82,9 @@ std::vector<std::string> PacketMeter::lines(Clock::time_point now) {
                                        right(decimal(current, 1), 8) + " reports/s  " +
                                        right(std::to_string(count_), 8) + " packets",
                                    meter_line(current)};
-    for (const Bytes& packet : last_)
+    for (const Bytes& packet : last_) {
         lines.push_back(hex_line(packet));
+    }
     lines.resize(2 + shown_packets);
     return lines;
 }

@@ -17,7 +17,7 @@ std::string shown(std::string_view text) {
     return text.empty() ? "-" : for_terminal(text);
 }
 
-std::string bytes(unsigned size) {
+std::string bytes(unsigned int size) {
     return std::to_string(size) + " bytes";
 }
 
@@ -43,7 +43,7 @@ std::string pad_fields(const Pad& pad) {
            ", \"feature_report_bytes\": " + std::to_string(pad.feature_report_size);
 }
 
-std::string json_number(const std::optional<unsigned>& number) {
+std::string json_number(const std::optional<unsigned int>& number) {
     return number ? std::to_string(*number) : "null";
 }
 
@@ -63,15 +63,20 @@ std::vector<Fact> description_facts(const PadDescription& description) {
 
 std::vector<Fact> ssp_facts(const SspFacts& ssp) {
     std::vector<Fact> facts;
-    if (ssp.packet_size)
+    if (ssp.packet_size) {
         facts.emplace_back("Packets out", bytes(*ssp.packet_size));
-    if (ssp.input_size)
+    }
+    if (ssp.input_size) {
         facts.emplace_back("Packets in", bytes(*ssp.input_size));
-    if (ssp.description)
-        for (const Fact& fact : description_facts(*ssp.description))
+    }
+    if (ssp.description) {
+        for (const Fact& fact : description_facts(*ssp.description)) {
             facts.push_back(fact);
-    if (ssp.connection)
+        }
+    }
+    if (ssp.connection) {
         facts.emplace_back("Connection", std::to_string(*ssp.connection));
+    }
     return facts;
 }
 
@@ -79,16 +84,18 @@ std::vector<Fact> ssp_facts(const SspFacts& ssp) {
 
 std::string pad_table(std::span<const Pad> pads) {
     std::vector<Row> rows{{"#", "TRANSPORT", "MAKER", "PRODUCT", "SERIAL", "ID", "INTERFACES"}};
-    for (const Pad& pad : pads)
+    for (const Pad& pad : pads) {
         rows.push_back({std::to_string(pad.number), shown(pad.transport), shown(pad.maker), shown(pad.product),
                         shown(pad.serial), ids(pad.id), std::to_string(pad.interfaces)});
+    }
     return format_table(std::move(rows));
 }
 
 std::string pad_list_json(std::span<const Pad> pads) {
     std::string text = "[";
-    for (const Pad& pad : pads)
+    for (const Pad& pad : pads) {
         text += (text.size() > 1 ? ",\n {" : "{") + pad_fields(pad) + "}";
+    }
     return text + "]\n";
 }
 
@@ -104,9 +111,11 @@ std::string pad_details(const Pad& pad, const std::optional<SspFacts>& ssp) {
         {"Feature report", bytes(pad.feature_report_size)},
         {"SSP", ssp ? "yes" : "no"},
     };
-    if (ssp)
-        for (const Fact& fact : ssp_facts(*ssp))
+    if (ssp) {
+        for (const Fact& fact : ssp_facts(*ssp)) {
             facts.push_back(fact);
+        }
+    }
     return format_facts(facts);
 }
 
@@ -125,17 +134,19 @@ std::string description_json(const PadDescription& description) {
 
 std::string type_table(std::span<const std::uint32_t> types, Names names, const char* column) {
     std::vector<Row> rows{{"ID", "TYPE", column}};
-    for (std::size_t id = 0; id < types.size(); ++id)
+    for (std::size_t id = 0; id < types.size(); ++id) {
         rows.push_back({std::to_string(id), std::to_string(types[id]), shown(name_of(names, types[id]))});
+    }
     return format_table(std::move(rows));
 }
 
 std::string type_list_json(std::span<const std::uint32_t> types, Names names) {
     std::string text = "[";
-    for (std::size_t id = 0; id < types.size(); ++id)
+    for (std::size_t id = 0; id < types.size(); ++id) {
         text += (id > 0 ? ",\n " : "") + ("{\"id\": " + std::to_string(id)) +
                 ", \"type\": " + std::to_string(types[id]) + ", \"name\": " + json_string(name_of(names, types[id])) +
                 "}";
+    }
     return text + "]\n";
 }
 

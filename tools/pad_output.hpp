@@ -12,10 +12,10 @@ namespace vxpadctl {
 
 // What a pad that speaks SSP has to say; what it did not tell is left out.
 struct SspFacts {
-    std::optional<unsigned> packet_size; // of the way to the pad
-    std::optional<unsigned> input_size;
+    std::optional<unsigned int> packet_size; // of the way to the pad
+    std::optional<unsigned int> input_size;
     std::optional<PadDescription> description;
-    std::optional<unsigned> connection;
+    std::optional<unsigned int> connection;
 };
 
 std::string pad_table(std::span<const Pad> pads);

@@ -28,8 +28,9 @@ using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
 Layout chosen_layout(const Arguments& arguments) {
-    if (arguments.layout_file.empty())
+    if (arguments.layout_file.empty()) {
         return arguments.layout;
+    }
     try {
         return read_layout(arguments.layout_file);
     } catch (const std::invalid_argument& error) {
@@ -53,9 +54,9 @@ std::string counted(std::size_t packets) {
 // ended it before its time is thrown then.
 void follow(std::unique_ptr<Session> session, const Arguments& arguments,
             const std::function<bool(std::span<const Packet> packets)>& take) {
-    Reception reception(std::move(session), arguments.pad, arguments.interface);
+    Reception reception{std::move(session), arguments.pad, arguments.interface};
     const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(Seconds(arguments.seconds));
-    const std::size_t most = arguments.count.value_or(std::numeric_limits<unsigned>::max());
+    const std::size_t most = arguments.count.value_or(std::numeric_limits<unsigned int>::max());
     std::size_t taken = 0;
     const auto pass = [&](std::vector<Packet> packets) {
         packets.resize(std::min(packets.size(), most - taken));
@@ -63,17 +64,20 @@ void follow(std::unique_ptr<Session> session, const Arguments& arguments,
         return take(packets);
     };
     bool wanted = true;
-    while (wanted && taken < most && Clock::now() < end && !is_interrupted() && !reception.is_pad_gone())
+    while (wanted && taken < most && Clock::now() < end && !is_interrupted() && !reception.is_pad_gone()) {
         wanted = pass(reception.take(notice_time));
+    }
     const bool pulled_out = reception.is_pad_gone() && taken < most;
     reception.end();
     pass(reception.take(std::chrono::milliseconds(0)));
 
-    if (pulled_out)
+    if (pulled_out) {
         throw LibraryError("pad " + std::to_string(arguments.pad) + " was pulled out, after " + counted(taken));
+    }
     stop_if_interrupted();
-    if (taken == 0)
+    if (taken == 0) {
         throw std::runtime_error("no packet came");
+    }
 }
 
 // Tells what came of it, also where it ends before its time.
@@ -97,8 +101,9 @@ class Beat {
     bool is_due() {
         const auto now = Clock::now();
         const bool due = now >= next_;
-        while (next_ <= now)
+        while (next_ <= now) {
             next_ += pause_;
+        }
         return due;
     }
 
@@ -116,11 +121,13 @@ std::string facts_of(const Recording& recording) {
 
 // Has a virtual pad of the emulator under which this runs play the file.
 void play_on_virtual_pad(const Arguments& arguments, const Recording& recording, std::FILE* results) {
-    if (!emulator::is_running())
+    if (!emulator::is_running()) {
         throw std::runtime_error("--pad is for virtual pads, which there are under vxpad-emulator run");
+    }
     const std::string path = fs::absolute(arguments.file).string();
-    if (path.find_first_of(" \t\n") != std::string::npos)
+    if (path.find_first_of(" \t\n") != std::string::npos) {
         throw std::runtime_error("a virtual pad plays no file with blanks in its path: " + for_terminal(path));
+    }
     emulator::request("replay " + std::to_string(*arguments.virtual_pad) + " " + path);
     print(results, "virtual pad " + std::to_string(*arguments.virtual_pad) + " plays " + facts_of(recording) + "\n");
 }
@@ -140,9 +147,9 @@ void write_file(const std::string& name, const std::string& text, std::FILE* res
 bool monitor(const Arguments& arguments, std::FILE* results) {
     const Layout layout = chosen_layout(arguments);
     auto session = session_for(arguments);
-    TerminalView view(results);
-    PacketMeter meter(layout, Clock::now());
-    Beat beat(view.is_terminal() ? Clock::duration(redraw_pause) : line_pause);
+    TerminalView view{results};
+    PacketMeter meter{layout, Clock::now()};
+    Beat beat{view.is_terminal() ? Clock::duration(redraw_pause) : line_pause};
     const auto tell = [&] {
         if (view.is_terminal()) {
             view.draw(meter.lines(Clock::now()));
@@ -152,10 +159,12 @@ bool monitor(const Arguments& arguments, std::FILE* results) {
         }
     };
     const auto take = [&](std::span<const Packet> packets) {
-        for (const Packet& packet : packets)
+        for (const Packet& packet : packets) {
             meter.take(packet);
-        if (beat.is_due())
+        }
+        if (beat.is_due()) {
             tell();
+        }
         return true;
     };
     telling_at_last(tell, [&] { follow(std::move(session), arguments, take); });
@@ -166,18 +175,20 @@ bool record(const Arguments& arguments, std::FILE* results) {
     auto session = session_for(arguments);
     const Pad pad = describe_pad(arguments.pad);
     const bool to_file = arguments.output != "-";
-    Recorder recorder(arguments.output, results);
+    Recorder recorder{arguments.output, results};
     recorder.begin(pad, arguments.interface, input_report_size(arguments.pad));
 
-    TerminalView view(results);
-    PacketMeter meter({}, Clock::now());
-    Beat beat(redraw_pause);
+    TerminalView view{results};
+    PacketMeter meter{{}, Clock::now()};
+    Beat beat{redraw_pause};
     const auto take = [&](std::span<const Packet> packets) {
         recorder.put(packets);
-        for (const Packet& packet : packets)
+        for (const Packet& packet : packets) {
             meter.take(packet);
-        if (to_file && view.is_terminal() && beat.is_due())
+        }
+        if (to_file && view.is_terminal() && beat.is_due()) {
             view.draw({meter.line(Clock::now())});
+        }
         return !recorder.is_full();
     };
     const auto tell = [&] {
@@ -186,8 +197,9 @@ bool record(const Arguments& arguments, std::FILE* results) {
                                               for_terminal(recorder.name()) + "\n");
     };
     telling_at_last(tell, [&] { follow(std::move(session), arguments, take); });
-    if (recorder.is_full())
+    if (recorder.is_full()) {
         throw std::runtime_error("the recording is full: a file may have 64 MiB and a million packets");
+    }
     return true;
 }
 
@@ -212,23 +224,28 @@ bool replay(const Arguments& arguments, std::FILE* results) {
             }
         }
         print(results, decimal(at.count(), 6) + "  " + packet_text(packet.bytes, pressure) + "\n");
-        if (std::ferror(results) != 0)
+        if (std::ferror(results) != 0) {
             flush(results);
+        }
     }
     return true;
 }
 
 bool plot(const Arguments& arguments, std::FILE* results) {
     const Layout layout = chosen_layout(arguments);
-    for (const char* name : {"x", "y"})
-        if (find_field(layout, name) == nullptr)
+    for (const char* name : {"x", "y"}) {
+        if (find_field(layout, name) == nullptr) {
             throw UsageError(std::string("the layout has no field ") + name);
+        }
+    }
     const Recording recording = load_recording(arguments.file);
     const Signature signature = signature_in(recording.packets, layout);
-    if (signature.too_short > 0)
+    if (signature.too_short > 0) {
         std::cerr << "vxpadctl: " << counted(signature.too_short) << " left out, too short for the layout\n";
-    if (signature.strokes.empty())
+    }
+    if (signature.strokes.empty()) {
         throw std::runtime_error("there is no stroke to draw: no packet has a pressure above 0");
+    }
     write_file(arguments.output, draw_svg(signature.strokes, fs::path(arguments.file).filename().string()), results);
     return true;
 }

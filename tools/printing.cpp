@@ -18,11 +18,13 @@ Bytes wait_for(const std::function<std::optional<Bytes>()>& take, std::chrono::m
     const auto deadline = Clock::now() + wait;
     for (;;) {
         stop_if_interrupted();
-        if (auto bytes = take())
+        if (auto bytes = take()) {
             return *bytes;
-        if (Clock::now() >= deadline)
+        }
+        if (Clock::now() >= deadline) {
             throw std::runtime_error(std::string("no ") + what + " came within " + std::to_string(wait.count()) +
                                      " ms");
+        }
         std::this_thread::sleep_for(pause);
     }
 }
@@ -34,9 +36,10 @@ Bytes wait_for(const std::function<std::optional<Bytes>()>& take, std::chrono::m
 } // namespace
 
 OwnedFile create_file(const std::string& name) {
-    OwnedFile file(std::fopen(name.c_str(), "we"));
-    if (!file)
+    OwnedFile file{std::fopen(name.c_str(), "we")};
+    if (!file) {
         fail_to_write(name);
+    }
     return file;
 }
 
@@ -45,10 +48,12 @@ void print(std::FILE* file, const std::string& text) {
 }
 
 void flush(std::FILE* file, const std::string& name) {
-    if (std::fflush(file) == 0 && std::ferror(file) == 0)
+    if (std::fflush(file) == 0 && std::ferror(file) == 0) {
         return;
-    if (errno == EPIPE)
+    }
+    if (errno == EPIPE) {
         throw ReaderGone();
+    }
     fail_to_write(name);
 }
 
@@ -60,7 +65,7 @@ void print_sent(const Arguments& arguments, std::size_t size, std::FILE* results
 void print_as_it_comes(const Arguments& arguments, std::chrono::milliseconds wait, const char* what,
                        const std::function<std::optional<Bytes>()>& take, std::FILE* results) {
     note_interruptions();
-    for (unsigned i = 0; i < arguments.count.value_or(1); ++i) {
+    for (unsigned int i = 0; i < arguments.count.value_or(1); ++i) {
         const std::string dump = hex_dump(wait_for(take, wait, what));
         print(results, (i > 0 ? "\n" : "") + dump);
         flush(results);

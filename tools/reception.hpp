@@ -36,7 +36,7 @@ class Inbox {
 // Receives from one interface. It takes the session over and ends it: only then is no callback under way any more.
 class Reception {
   public:
-    Reception(std::unique_ptr<Session> session, unsigned pad, unsigned interface);
+    Reception(std::unique_ptr<Session> session, unsigned int pad, unsigned int interface);
     ~Reception() { end(); }
     Reception(const Reception&) = delete;
     Reception& operator=(const Reception&) = delete;
@@ -48,12 +48,13 @@ class Reception {
     void end();
 
   private:
-    static void receive(void* reception, unsigned pad, unsigned interface, const void* data, unsigned length);
-    static void see_pad_removed(void* reception, unsigned pad);
+    static void receive(void* reception, unsigned int pad, unsigned int interface, const void* data,
+                        unsigned int length);
+    static void see_pad_removed(void* reception, unsigned int pad);
     void wait_until_delivered() const;
 
-    unsigned pad_;
-    unsigned interface_;
+    unsigned int pad_;
+    unsigned int interface_;
     std::size_t packet_size_;
     Inbox inbox_;
     std::unique_ptr<Session> session_; // last: what callbacks use outlives it

@@ -20,8 +20,9 @@ std::string now_in_utc() {
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
     char text[32] = {};
-    if (::gmtime_r(&now, &parts) != nullptr)
+    if (::gmtime_r(&now, &parts) != nullptr) {
         std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    }
     return text;
 }
 
@@ -45,7 +46,7 @@ Recorder::Recorder(const std::string& file, std::FILE* results)
     std::setvbuf(file_, nullptr, _IONBF, 0); // lines reach the file whole
 }
 
-void Recorder::begin(const Pad& pad, unsigned interface, unsigned packet_size) {
+void Recorder::begin(const Pad& pad, unsigned int interface, unsigned int packet_size) {
     const std::string header = "vxpadcom-recording 1\n# recorded " + now_in_utc() + " by vxpadctl\n" +
                                header_line("maker", pad.maker) + header_line("product", pad.product) +
                                header_line("serial", pad.serial) + header_line("interface", std::to_string(interface)) +
@@ -61,10 +62,12 @@ bool Recorder::is_full() const {
 void Recorder::put(std::span<const Packet> packets) {
     std::string lines;
     for (const Packet& packet : packets) {
-        if (is_full())
+        if (is_full()) {
             break;
-        if (count_ == 0)
+        }
+        if (count_ == 0) {
             start_ = packet.at;
+        }
         last_ = std::chrono::duration_cast<std::chrono::microseconds>(packet.at - start_);
         const std::string line = std::to_string(last_.count()) + " " + emulator::hex(packet.bytes) + "\n";
         ++count_;

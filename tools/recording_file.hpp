@@ -27,7 +27,7 @@ class Recorder {
     // "-" is the standard output, which is results.
     Recorder(const std::string& file, std::FILE* results);
 
-    void begin(const Pad& pad, unsigned interface, unsigned packet_size);
+    void begin(const Pad& pad, unsigned int interface, unsigned int packet_size);
 
     // As many of these packets as it has room for.
     void put(std::span<const Packet> packets);

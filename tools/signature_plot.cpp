@@ -58,14 +58,16 @@ class Pen {
 
     // Pieces of one width each, which begin where the one before has ended.
     std::string draw(const Stroke& stroke) const {
-        if (stroke.size() == 1)
+        if (stroke.size() == 1) {
             return path(place('M', stroke[0]) + place('L', stroke[0]), step(stroke[0]));
+        }
         std::string text;
         for (std::size_t i = 1; i < stroke.size();) {
             const int width = step(stroke[i]);
             std::string places = place('M', stroke[i - 1]);
-            for (; i < stroke.size() && step(stroke[i]) == width; ++i)
+            for (; i < stroke.size() && step(stroke[i]) == width; ++i) {
                 places += place('L', stroke[i]);
+            }
             text += path(places, width);
         }
         return text;
@@ -102,8 +104,9 @@ Signature signature_in(std::span<const RecordedPacket> packets, const Layout& la
             continue;
         }
         if (*pressed > 0) {
-            if (!is_drawing)
+            if (!is_drawing) {
                 signature.strokes.emplace_back();
+            }
             signature.strokes.back().push_back({*at_x, *at_y, *pressed});
         }
         is_drawing = *pressed > 0;
@@ -132,9 +135,10 @@ std::string draw_svg(std::span<const Stroke> strokes, std::string_view title) {
                       box + "\" style=\"background:#fff\">\n<title>" + xml_text(title) +
                       "</title>\n<g fill=\"none\" stroke=\"#123\" stroke-linecap=\"round\" "
                       "stroke-linejoin=\"round\">\n";
-    const Pen pen(side, pressure.highest);
-    for (const Stroke& stroke : strokes)
+    const Pen pen{side, pressure.highest};
+    for (const Stroke& stroke : strokes) {
         svg += pen.draw(stroke);
+    }
     return svg + "</g>\n</svg>\n";
 }
 

@@ -20,17 +20,20 @@ std::string named(const Arguments& arguments) {
 }
 
 Bytes receive(const Arguments& arguments) {
-    if (auto message = receive_message(arguments.pad, arguments.interface, arguments.timeout))
+    if (auto message = receive_message(arguments.pad, arguments.interface, arguments.timeout)) {
         return *message;
+    }
     throw std::runtime_error("no SSP message came within " + std::to_string(arguments.timeout) + " ms (vxpadctl info " +
                              std::to_string(arguments.pad) + " tells whether the pad speaks SSP)");
 }
 
-void print_fact(const Arguments& arguments, const char* label, const char* key, unsigned value, std::FILE* results) {
-    if (arguments.json)
+void print_fact(const Arguments& arguments, const char* label, const char* key, unsigned int value,
+                std::FILE* results) {
+    if (arguments.json) {
         print(results, "{" + json_string(key) + ": " + std::to_string(value) + "}\n");
-    else
+    } else {
         print(results, label + (": " + std::to_string(value)) + "\n");
+    }
 }
 
 std::string variable(const Arguments& arguments) {
@@ -47,7 +50,7 @@ bool ssp_send(const Session& session, const Arguments& arguments, std::FILE* res
     SspPad pad = chosen_pad(session, arguments);
     if (arguments.component) {
         const ComponentChoice& component = *arguments.component;
-        const unsigned id =
+        const unsigned int id =
             component.by == ComponentChoice::By::type ? pad.component_id(component.number) : component.number;
         pad.send(id, static_cast<std::uint8_t>(*arguments.message_id), arguments.bytes);
     } else {
@@ -58,7 +61,7 @@ bool ssp_send(const Session& session, const Arguments& arguments, std::FILE* res
         return true;
     }
     // Left in the pad, the answer would be taken for that to the next run's first question.
-    constexpr unsigned time_to_answer = 100;
+    constexpr unsigned int time_to_answer = 100;
     receive_message(arguments.pad, arguments.interface, time_to_answer);
     constexpr std::size_t component_header = 4; // id, size, message id
     print_sent(arguments, arguments.bytes.size() + (arguments.component ? component_header : 0), results);
@@ -68,13 +71,13 @@ bool ssp_send(const Session& session, const Arguments& arguments, std::FILE* res
 bool ssp_receive(const Session& session, const Arguments& arguments, std::FILE* results) {
     expect_interface(session, arguments);
     if (arguments.pen_data) {
-        PenData pen_data(arguments.pad, arguments.interface);
+        PenData pen_data{arguments.pad, arguments.interface};
         print_as_it_comes(
             arguments, std::chrono::milliseconds(arguments.timeout), "pen data", [&] { return pen_data.take(); },
             results);
         return true;
     }
-    for (unsigned i = 0; i < arguments.count.value_or(1); ++i) {
+    for (unsigned int i = 0; i < arguments.count.value_or(1); ++i) {
         const std::string dump = hex_dump(receive(arguments));
         print(results, (i > 0 ? "\n" : "") + dump);
         flush(results);
@@ -126,13 +129,14 @@ bool config_persist(const Session& session, const Arguments& arguments, std::FIL
 }
 
 bool config_state(const Session& session, const Arguments& arguments, std::FILE* results) {
-    const unsigned state = chosen_pad(session, arguments).configuration_state();
+    const unsigned int state = chosen_pad(session, arguments).configuration_state();
     const std::string_view known = name_of(configuration_states, state);
     const std::string_view word = known.empty() ? "unknown" : known;
-    if (arguments.json)
+    if (arguments.json) {
         print(results, "{\"state\": " + std::to_string(state) + ", \"name\": " + json_string(word) + "}\n");
-    else
+    } else {
         print(results, "Configuration: " + std::string(word) + " (" + std::to_string(state) + ")\n");
+    }
     return true;
 }
 
@@ -160,10 +164,11 @@ bool button_refresh(const Session& session, const Arguments& arguments, std::FIL
     return true;
 }
 
-std::optional<SspFacts> ssp_facts(unsigned pad) {
-    SspPad ssp(pad);
-    if (!ssp.speaks_ssp())
+std::optional<SspFacts> ssp_facts(unsigned int pad) {
+    SspPad ssp{pad};
+    if (!ssp.speaks_ssp()) {
         return std::nullopt;
+    }
     SspFacts facts;
     facts.packet_size = packet_size(pad);
     facts.input_size = input_report_size(pad);

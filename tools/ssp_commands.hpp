@@ -25,6 +25,6 @@ bool button_set(const Session& session, const Arguments& arguments, std::FILE* r
 bool button_refresh(const Session& session, const Arguments& arguments, std::FILE* results);
 
 // What a pad has to say beyond its USB side, as far as it answers; nothing where it does not speak SSP.
-std::optional<SspFacts> ssp_facts(unsigned pad);
+std::optional<SspFacts> ssp_facts(unsigned int pad);
 
 } // namespace vxpadctl

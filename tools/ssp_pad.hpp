@@ -19,7 +19,7 @@ struct SspError : std::runtime_error {
 // Needs a session and one pad at a time: the requests go to the pad that was selected last. All of it throws SspError.
 class SspPad {
   public:
-    explicit SspPad(unsigned pad, unsigned interface = 0);
+    explicit SspPad(unsigned int pad, unsigned int interface = 0);
 
     bool speaks_ssp();
 
@@ -27,48 +27,48 @@ class SspPad {
     const std::vector<std::uint32_t>& components();
     const std::vector<std::uint32_t>& modes();
 
-    unsigned component_id(std::uint32_t type);
-    void send(unsigned component_id, std::uint8_t message_id, const Bytes& data);
+    unsigned int component_id(std::uint32_t type);
+    void send(unsigned int component_id, std::uint8_t message_id, const Bytes& data);
 
     PadDescription description();
-    unsigned connection();
-    void set_connection(unsigned type); // a pad does not answer that
+    unsigned int connection();
+    void set_connection(unsigned int type); // a pad does not answer that
 
-    unsigned configuration_state();
+    unsigned int configuration_state();
     void set_variable(const std::string& variable, const std::string& value);
     void persist_variable(const std::string& variable);
 
-    unsigned user_input();
-    unsigned button_event(std::uint32_t mode);
+    unsigned int user_input();
+    unsigned int button_event(std::uint32_t mode);
     void refresh_buttons(std::uint32_t mode);
-    void set_button(std::uint32_t mode, unsigned button, std::uint32_t first, std::uint32_t second);
+    void set_button(std::uint32_t mode, unsigned int button, std::uint32_t first, std::uint32_t second);
 
   private:
     // The library's requests reach a pad through two entries of its record. This one's lead back to the selected pad
     // and keep what went through them: the requests' own results are just negative.
     struct Record : vx_device {
-        unsigned interface = 0;
+        unsigned int interface = 0;
         Bytes request;
         bool sent = false;
         int result = 0; // of sending or receiving
         std::optional<Bytes> reply;
     };
 
-    static int send_through(vx_device* device, void* data, unsigned length);
-    static int receive_through(vx_device* device, void* data, unsigned* length, unsigned time_out, unsigned char legacy,
-                               int selector);
+    static int send_through(vx_device* device, void* data, unsigned int length);
+    static int receive_through(vx_device* device, void* data, unsigned int* length, unsigned int time_out,
+                               unsigned char legacy, int selector);
 
     template <typename Request> int perform(Request request);
-    template <typename Request> unsigned answer(Request request);
+    template <typename Request> unsigned int answer(Request request);
     template <typename Request> void change_configuration(Request request);
-    template <typename Request> unsigned ask_mode(std::uint32_t mode, Request request);
+    template <typename Request> unsigned int ask_mode(std::uint32_t mode, Request request);
     Bytes payload() const;
     bool is_refused() const;
     std::string failure() const;
     void expect_component(std::uint32_t type);
     void expect_buttons() const;
 
-    unsigned pad_;
+    unsigned int pad_;
     std::string name_;
     std::optional<std::vector<std::uint32_t>> components_;
     std::optional<std::vector<std::uint32_t>> modes_;

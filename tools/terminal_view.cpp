@@ -35,10 +35,12 @@ TerminalView::TerminalView(std::FILE* file)
 
 void TerminalView::draw(const std::vector<std::string>& lines) {
     std::string text;
-    if (drawn_ > 0)
+    if (drawn_ > 0) {
         text += "\r\033[" + std::to_string(drawn_) + "A";
-    for (const std::string& line : lines)
+    }
+    for (const std::string& line : lines) {
         text += cut(line, columns_of(file_)) + "\033[K\n";
+    }
     drawn_ = lines.size();
     print(file_, text);
     flush(file_);

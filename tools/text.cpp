@@ -39,8 +39,9 @@ char32_t next_character(std::string_view& utf8) {
     const auto lead = static_cast<unsigned char>(utf8.front());
     const std::size_t size = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
     char32_t c = size == 1 ? lead : lead & (0x7fu >> size);
-    for (const char byte : utf8.substr(1, size - 1))
+    for (const char byte : utf8.substr(1, size - 1)) {
         c = (c << 6) | (static_cast<unsigned char>(byte) & 0x3f);
+    }
     utf8.remove_prefix(std::min(size, utf8.size()));
     return c;
 }
@@ -61,7 +62,7 @@ bool is_unsafe(char32_t c) {
 
 void append_escape(std::string& text, const char* format, char32_t c) {
     char escape[16];
-    std::snprintf(escape, sizeof escape, format, static_cast<unsigned>(c));
+    std::snprintf(escape, sizeof escape, format, static_cast<unsigned int>(c));
     text += escape;
 }
 
@@ -73,10 +74,11 @@ std::string to_utf8(std::u16string_view units) {
     for (std::size_t i = 0; i < units.size(); ++i) {
         char32_t c = units[i];
         const bool high = c >= 0xd800 && c < 0xdc00;
-        if (high && i + 1 < units.size() && units[i + 1] >= 0xdc00 && units[i + 1] < 0xe000)
+        if (high && i + 1 < units.size() && units[i + 1] >= 0xdc00 && units[i + 1] < 0xe000) {
             c = 0x10000 + ((c - 0xd800) << 10) + (units[++i] - 0xdc00u);
-        else if ((c >= 0xd800 && c < 0xe000) || c == 0xffff)
+        } else if ((c >= 0xd800 && c < 0xe000) || c == 0xffff) {
             c = replacement;
+        }
         append_utf8(text, c);
     }
     return text;
@@ -86,12 +88,13 @@ std::string for_terminal(std::string_view utf8) {
     std::string text;
     while (!utf8.empty()) {
         const char32_t c = next_character(utf8);
-        if (c == U'\\')
+        if (c == U'\\') {
             text += "\\\\";
-        else if (is_unsafe(c))
+        } else if (is_unsafe(c)) {
             append_escape(text, c < 0x100 ? "\\x%02x" : "\\u%04x", c);
-        else
+        } else {
             append_utf8(text, c);
+        }
     }
     return text;
 }
@@ -100,12 +103,14 @@ std::string json_string(std::string_view utf8) {
     std::string text = "\"";
     while (!utf8.empty()) {
         const char32_t c = next_character(utf8);
-        if (c == U'"' || c == U'\\')
+        if (c == U'"' || c == U'\\') {
             text += '\\';
-        if (is_unsafe(c))
+        }
+        if (is_unsafe(c)) {
             append_escape(text, "\\u%04x", c);
-        else
+        } else {
             append_utf8(text, c);
+        }
     }
     return text + '"';
 }
@@ -122,11 +127,13 @@ std::size_t width(std::string_view utf8) {
 }
 
 std::string cut(std::string_view utf8, std::size_t columns) {
-    if (width(utf8) <= columns)
+    if (width(utf8) <= columns) {
         return std::string(utf8);
+    }
     std::string text;
-    for (std::size_t column = 1; column < columns; ++column)
+    for (std::size_t column = 1; column < columns; ++column) {
         append_utf8(text, next_character(utf8));
+    }
     return text + "…";
 }
 

@@ -26,20 +26,24 @@ constexpr double bytes_per_kilobyte = 1024;
 
 Bytes contents(const std::string& name) {
     const auto fail = [&](const std::string& why) { throw std::runtime_error(for_terminal(name) + ": " + why); };
-    const OwnedFile file(std::fopen(name.c_str(), "re"));
-    if (!file)
+    const OwnedFile file{std::fopen(name.c_str(), "re")};
+    if (!file) {
         fail(std::strerror(errno));
+    }
     Bytes bytes;
     std::array<std::uint8_t, 65536> buffer;
     while (const std::size_t size = std::fread(buffer.data(), 1, buffer.size(), file.get())) {
         bytes.insert(bytes.end(), buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(size));
-        if (bytes.size() > largest_file)
+        if (bytes.size() > largest_file) {
             fail("longer than " + std::to_string(largest_file >> 20) + " MiB");
+        }
     }
-    if (std::ferror(file.get()) != 0)
+    if (std::ferror(file.get()) != 0) {
         fail(std::strerror(errno));
-    if (bytes.empty())
+    }
+    if (bytes.empty()) {
         fail("there is nothing in it");
+    }
     return bytes;
 }
 
@@ -54,7 +58,7 @@ class RemovalWatch {
     bool saw_removal() const { return removed_; }
 
   private:
-    static void see(void* removed, unsigned) { *static_cast<std::atomic<bool>*>(removed) = true; }
+    static void see(void* removed, unsigned int) { *static_cast<std::atomic<bool>*>(removed) = true; }
 
     std::atomic<bool> removed_ = false;
 };
@@ -79,11 +83,12 @@ class Parts {
 };
 
 std::uint32_t chosen_interfaces(const Arguments& arguments) {
-    const unsigned count = interface_count(arguments.pad);
+    const unsigned int count = interface_count(arguments.pad);
     const std::uint32_t all = count < 32 ? (1U << count) - 1 : ~0U;
-    if ((arguments.interfaces & all) == 0)
+    if ((arguments.interfaces & all) == 0) {
         throw std::runtime_error("none of these interfaces is there: pad " + std::to_string(arguments.pad) + " has " +
                                  std::to_string(count) + ", bit 0 of the mask is the first");
+    }
     return arguments.interfaces & all;
 }
 
@@ -97,8 +102,9 @@ std::string progress_line(std::size_t sent, std::size_t size, double seconds) {
     constexpr std::size_t columns = 40;
     const double part = static_cast<double>(sent) / static_cast<double>(size);
     std::string text = bar(part, columns) + " " + decimal(std::floor(100 * part), 0) + " %  " + speed(sent, seconds);
-    if (sent > 0)
+    if (sent > 0) {
         text += "  " + decimal(std::ceil(seconds * (1 / part - 1)), 0) + " s left";
+    }
     return text;
 }
 
@@ -113,9 +119,9 @@ bool upload(const Session& session, const Arguments& arguments, std::FILE* resul
 
     note_interruptions();
     const RemovalWatch watch;
-    TerminalView view(results);
+    TerminalView view{results};
     constexpr std::size_t first_part = 16;
-    Parts parts(first_part);
+    Parts parts{first_part};
     const auto start = Clock::now();
     const auto seconds = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
     std::size_t sent = 0;
@@ -124,20 +130,23 @@ bool upload(const Session& session, const Arguments& arguments, std::FILE* resul
         return "only " + std::to_string(sent_bytes()) + " of " + std::to_string(size) + " bytes were sent: " + why;
     };
     while (sent < pieces) {
-        if (is_interrupted())
+        if (is_interrupted()) {
             throw Interrupted(stopped("interrupted"));
+        }
         const std::size_t part = std::min(parts.next(), pieces - sent);
         const auto begin = Clock::now();
         const std::size_t done = upload_pieces(
             arguments.pad, interfaces, std::span(payload).subspan(sent * piece_size, part * piece_size), piece_size);
         sent += done;
         parts.note(part, Clock::now() - begin);
-        if (view.is_terminal())
+        if (view.is_terminal()) {
             view.draw({progress_line(sent_bytes(), size, seconds())});
-        if (done < part)
+        }
+        if (done < part) {
             throw std::runtime_error(stopped(watch.saw_removal()
                                                  ? "pad " + std::to_string(arguments.pad) + " was pulled out"
                                                  : "an interface failed (with --trace the library tells more)"));
+        }
     }
     print(results, std::to_string(size) + (size == 1 ? " byte" : " bytes") + " sent in " + decimal(seconds(), 2) +
                        " s, " + speed(size, seconds()) + "\n");

@@ -18,17 +18,18 @@ namespace fs = std::filesystem;
 // From the device descriptor, with which the file begins.
 std::optional<UsbId> read_id(const fs::path& device) {
     std::array<unsigned char, 18> descriptor{};
-    std::ifstream file(device / "descriptors", std::ios::binary);
-    if (!file.read(reinterpret_cast<char*>(descriptor.data()), descriptor.size()))
+    std::ifstream file{device / "descriptors", std::ios::binary};
+    if (!file.read(reinterpret_cast<char*>(descriptor.data()), descriptor.size())) {
         return std::nullopt;
+    }
     const auto word = [&](std::size_t at) {
         return static_cast<std::uint32_t>(descriptor[at] | descriptor[at + 1] << 8);
     };
     return UsbId{word(8), word(10)};
 }
 
-unsigned read_number(const fs::path& path) {
-    unsigned number = 0;
+unsigned int read_number(const fs::path& path) {
+    unsigned int number = 0;
     std::ifstream(path) >> number;
     return number;
 }
@@ -51,8 +52,9 @@ std::vector<BusDevice> find_on_bus(std::span<const SearchedId> ids, const fs::pa
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(root / "sys/bus/usb/devices", ignored)) {
         const auto id = read_id(entry.path());
-        if (!id || !is_searched(entry.path(), *id, ids))
+        if (!id || !is_searched(entry.path(), *id, ids)) {
             continue;
+        }
         char name[32];
         std::snprintf(name, sizeof name, "%03u/%03u", read_number(entry.path() / "busnum"),
                       read_number(entry.path() / "devnum"));

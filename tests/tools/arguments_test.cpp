@@ -12,8 +12,9 @@ namespace {
 
 Arguments parsed(std::vector<std::string> words) {
     std::vector<char*> pointers;
-    for (std::string& word : words)
+    for (std::string& word : words) {
         pointers.push_back(word.data());
+    }
     return parse_arguments(pointers);
 }
 
@@ -91,10 +92,11 @@ TEST(Arguments, WrongMessagesAreRefused) {
     EXPECT_EQ(refusal({"ssp", "send", "1"}), "the bytes to send are missing");
     EXPECT_EQ(refusal({"ssp", "send", "1", "--component", "0", "00"}), "--component and --message go together");
     EXPECT_EQ(refusal({"ssp", "send", "1", "--message", "16", "00"}), "--component and --message go together");
-    for (const char* component : {"signpads", "128", "-1", ""})
+    for (const char* component : {"signpads", "128", "-1", ""}) {
         EXPECT_THAT(refusal({"ssp", "send", "1", "--component", component, "--message", "16"}),
                     HasSubstr("--component takes communication, configuration or signpad, or an id from 0 to 127"))
             << component;
+    }
     EXPECT_THAT(refusal({"ssp", "send", "1", "--component", "0", "--message", "256"}),
                 HasSubstr("--message takes a number from 0 to 255"));
     EXPECT_THAT(refusal({"ssp", "send", "1", std::string(2 * 65540, '0')}), HasSubstr("at most 65539 bytes"));
@@ -148,9 +150,10 @@ TEST(Arguments, ModesAndButtonsHaveNamesAndNumbers) {
     }
     EXPECT_EQ(parsed({"button", "event", "1", "signature"}).mode, 0U);
     EXPECT_EQ(parsed({"button", "refresh", "1", "5"}).mode, 5U);
-    for (const char* mode : {"user-input", "13", "1", "Signature", ""})
+    for (const char* mode : {"user-input", "13", "1", "Signature", ""}) {
         EXPECT_THAT(refusal({"button", "event", "1", mode}), HasSubstr("MODE is signature, doc-view or doc-sign, not"))
             << mode;
+    }
     EXPECT_THAT(refusal({"button", "event", "1"}), HasSubstr("'button event' needs a mode: signature"));
     EXPECT_THAT(refusal({"button", "set", "1", "5", "98", "1", "2"}), HasSubstr("BUTTON is zoom-in"));
     EXPECT_EQ(refusal({"button", "set", "1", "5", "next", "1"}), "'button set' needs two numbers, the button's state");
@@ -174,9 +177,10 @@ TEST(Arguments, MonitorAndRecordTakeLimits) {
     EXPECT_EQ(parsed({"record", "1", "-o", "-"}).output, "-");
     EXPECT_THAT(refusal({"record", "1"}), HasSubstr("-o FILE is missing"));
     EXPECT_EQ(refusal({"monitor", "1", "-o", "x"}), "'monitor' has no option -o");
-    for (const char* seconds : {"0", "-1", "x", "1e3", "nan", "inf", "1000001", "", "1s"})
+    for (const char* seconds : {"0", "-1", "x", "1e3", "nan", "inf", "1000001", "", "1s"}) {
         EXPECT_THAT(refusal({"monitor", "1", "--seconds", seconds}), HasSubstr("--seconds takes a number from 0.001"))
             << seconds;
+    }
 }
 
 TEST(Arguments, LayoutsAreGivenOrRead) {
@@ -237,8 +241,9 @@ TEST(Arguments, WrongCommandsAreRefused) {
 TEST(Arguments, WrongPadNumbersAreRefused) {
     EXPECT_THAT(refusal({"info"}), HasSubstr("'info' needs the number of a pad"));
     for (const char* pad :
-         {"0", "x", "1x", "256", "0x", "0x0", "0x100", "0x1g", "ff", "99999999999999999999", "", "+1"})
+         {"0", "x", "1x", "256", "0x", "0x0", "0x100", "0x1g", "ff", "99999999999999999999", "", "+1"}) {
         EXPECT_THAT(refusal({"info", pad}), HasSubstr("PAD takes a number from 1 to 255")) << pad;
+    }
 }
 
 TEST(Arguments, WrongOptionsAreRefused) {
@@ -263,8 +268,9 @@ TEST(Arguments, HelpNamesEveryOption) {
                              "--wait",    "--timeout",   "--count",    "--pen-data",        "--component",
                              "--message", "--seconds",   "-o FILE",    "--layout LAYOUT",   "--layout-file",
                              "--speed",   "--fast",      "--pad N",    "--interfaces MASK", "--trace",
-                             "--help",    "--version",   "Exit status"})
+                             "--help",    "--version",   "Exit status"}) {
         EXPECT_THAT(help_text(), HasSubstr(name));
+    }
 }
 
 TEST(Arguments, HelpNamesEveryCommandAndEveryName) {
@@ -291,9 +297,12 @@ TEST(Arguments, HelpNamesEveryCommandAndEveryName) {
                                 "record PAD -o FILE",
                                 "replay FILE",
                                 "plot FILE",
-                                "upload PAD FILE"})
+                                "upload PAD FILE"}) {
         EXPECT_THAT(help_text(), HasSubstr(std::string("\n  ") + command)) << command;
-    for (const Names names : {component_types, button_modes, buttons})
-        for (const Name& name : names)
+    }
+    for (const Names names : {component_types, button_modes, buttons}) {
+        for (const Name& name : names) {
             EXPECT_THAT(help_text(), HasSubstr(std::string(name.name)));
+        }
+    }
 }

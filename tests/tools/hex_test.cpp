@@ -17,8 +17,9 @@ Bytes parsed(std::string_view text) {
 
 TEST(ParseHex, TakesEveryWayOfWritingBytes) {
     const Bytes expected{0x1f, 0x00, 0xab};
-    for (const char* text : {"1f00ab", "1F00AB", "0x1f00ab", "1f:00:ab", "1f 00 ab", "0x1f,0x00,0xab"})
+    for (const char* text : {"1f00ab", "1F00AB", "0x1f00ab", "1f:00:ab", "1f 00 ab", "0x1f,0x00,0xab"}) {
         EXPECT_EQ(parsed(text), expected) << text;
+    }
 }
 
 TEST(ParseHex, Appends) {
@@ -28,8 +29,9 @@ TEST(ParseHex, Appends) {
 }
 
 TEST(ParseHex, RefusesEverythingElse) {
-    for (const char* text : {"", "1", "1f0", "0x", "zz", "1g", "+1", "-1", "1f::2a", "1f:", " 1f"})
+    for (const char* text : {"", "1", "1f0", "0x", "zz", "1g", "+1", "-1", "1f::2a", "1f:", " 1f"}) {
         EXPECT_THROW(parsed(text), std::invalid_argument) << text;
+    }
 }
 
 TEST(HexId, HasFourDigits) {

@@ -28,18 +28,20 @@ TEST(Inbox, GivesEverythingOnceAndInOrder) {
 }
 
 TEST(Inbox, LosesNothingBetweenThreads) {
-    constexpr unsigned count = 20000;
+    constexpr unsigned int count = 20000;
     Inbox inbox;
     std::jthread sender([&] {
-        for (unsigned i = 0; i < count; ++i)
+        for (unsigned int i = 0; i < count; ++i) {
             inbox.put(packet(static_cast<std::uint8_t>(i)));
+        }
     });
-    unsigned taken = 0;
+    unsigned int taken = 0;
     while (taken < count) {
         const auto packets = inbox.take(long_enough);
         ASSERT_FALSE(packets.empty());
-        for (const Packet& each : packets)
+        for (const Packet& each : packets) {
             ASSERT_EQ(each.bytes, Bytes{static_cast<std::uint8_t>(taken++)});
+        }
     }
 }
 

@@ -58,21 +58,26 @@ TEST(Layout, ReadsNumbersOfEveryType) {
 
 TEST(Layout, TellsThatAPacketIsTooShort) {
     EXPECT_EQ(value("4:u8"), 0xfe);
-    for (const char* field : {"5:u8", "4:u16le", "2:i32be", "4095:u32le"})
+    for (const char* field : {"5:u8", "4:u16le", "2:i32be", "4095:u32le"}) {
         EXPECT_EQ(value(field), std::nullopt) << field;
+    }
 }
 
 TEST(Layout, RefusesWhatIsNone) {
-    for (const char* text : {"x", "x=2", "=2:u8:", "x:2=u8", ",x=2:u8", "x=2:u8,,y=3:u8", " "})
+    for (const char* text : {"x", "x=2", "=2:u8:", "x:2=u8", ",x=2:u8", "x=2:u8,,y=3:u8", " "}) {
         EXPECT_THAT(refused(text), StartsWith("'")) << text;
-    for (const char* text : {"X=2:u8", "2=2:u8", "=2:u8", "x y=2:u8"})
+    }
+    for (const char* text : {"X=2:u8", "2=2:u8", "=2:u8", "x y=2:u8"}) {
         EXPECT_THAT(refused(text), HasSubstr("a name consists of")) << text;
-    for (const char* offset : {"", "-1", "4096", "0x2", "2 ", "99999999999999999999"})
+    }
+    for (const char* offset : {"", "-1", "4096", "0x2", "2 ", "99999999999999999999"}) {
         EXPECT_THAT(refused("x=" + std::string(offset) + ":u8"), HasSubstr("a number from 0 to 4095")) << offset;
-    for (const char* type : {"", "u16", "u64le", "U8", "u8 "})
+    }
+    for (const char* type : {"", "u16", "u64le", "U8", "u8 "}) {
         EXPECT_THAT(refused("x=2:" + std::string(type)),
                     HasSubstr("the types are u8, i8, u16le, u16be, i16le, i16be, u32le, u32be, i32le, i32be"))
             << type;
+    }
     EXPECT_THAT(refused("x=2:u8,x=4:u8"), AllOf(StartsWith("'x=4:u8'"), HasSubstr("of that name already")));
     EXPECT_THAT(refused(""), HasSubstr("at least one field"));
 }

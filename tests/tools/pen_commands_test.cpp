@@ -17,33 +17,38 @@ using namespace vxpadctl_test;
 namespace {
 
 std::vector<std::string> lines_of(const std::string& text) {
-    std::istringstream stream(text);
+    std::istringstream stream{text};
     std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);)
+    for (std::string line; std::getline(stream, line);) {
         lines.push_back(line);
+    }
     return lines;
 }
 
 // The bytes of a recording's packets, in hexadecimal.
 std::vector<std::string> packets_of(const std::string& recording) {
     std::vector<std::string> packets;
-    for (const std::string& line : lines_of(recording))
-        if (line[0] >= '0' && line[0] <= '9')
+    for (const std::string& line : lines_of(recording)) {
+        if (line[0] >= '0' && line[0] <= '9') {
             packets.push_back(line.substr(line.find(' ') + 1));
+        }
+    }
     return packets;
 }
 
 // A virtual pad's packet tells its number.
-unsigned number_of(const std::string& packet) {
-    unsigned number = 0;
-    for (std::size_t byte = 12; byte-- > 8;)
-        number = number << 8 | static_cast<unsigned>(std::stoul(packet.substr(2 * byte, 2), nullptr, 16));
+unsigned int number_of(const std::string& packet) {
+    unsigned int number = 0;
+    for (std::size_t byte = 12; byte-- > 8;) {
+        number = number << 8 | static_cast<unsigned int>(std::stoul(packet.substr(2 * byte, 2), nullptr, 16));
+    }
     return number;
 }
 
 void expect_without_gap(const std::vector<std::string>& packets) {
-    for (std::size_t i = 1; i < packets.size(); ++i)
+    for (std::size_t i = 1; i < packets.size(); ++i) {
         ASSERT_EQ(number_of(packets[i]), number_of(packets[0]) + i);
+    }
 }
 
 // Shell functions that wait: the run as a whole has a bound.
@@ -269,8 +274,9 @@ TEST_F(Vxpadctl, ReplayCanBeInterrupted) {
 
 TEST_F(Vxpadctl, ReplayEndsWithItsReader) {
     std::string text = "vxpadcom-recording 1\n";
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 0; i < 20000; ++i) {
         text += "0 " + std::string(64, '7') + "\n";
+    }
     const auto outcome = run_alone("{ vxpadctl replay --fast " + quoted(write("a.rec", text)) +
                                    "; echo status $? >&2; } | head -n 1 | head -c 8");
     EXPECT_EQ(outcome.out, "0.000000");
@@ -299,7 +305,7 @@ TEST_F(Vxpadctl, PlotsWhatAPadHasWritten) {
     std::vector<long> x;
     std::vector<long> y;
     for (const std::string& line : lines_of(contents(SIGNATURE))) {
-        std::istringstream words(line);
+        std::istringstream words{line};
         long at_x = 0;
         long at_y = 0;
         if (line[0] != '#' && words >> at_x >> at_y) {

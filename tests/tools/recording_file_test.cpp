@@ -46,7 +46,7 @@ class RecordingFile : public vxpadctl_test::Scratch {
 } // namespace
 
 TEST_F(RecordingFile, IsWrittenAsDocumented) {
-    Recorder recorder(file_, stdout);
+    Recorder recorder{file_, stdout};
     recorder.begin(pad_100(), 1, 20);
     const std::vector<Packet> packets{packet_at(5us, {0x50, 0x01}), packet_at(2003999ns, {0xff})};
     recorder.put(packets);
@@ -59,10 +59,10 @@ TEST_F(RecordingFile, IsWrittenAsDocumented) {
 }
 
 TEST_F(RecordingFile, IsReadAsItWasWritten) {
-    Recorder recorder(file_, stdout);
+    Recorder recorder{file_, stdout};
     recorder.begin(pad_100(), 0, 64);
     std::vector<Packet> packets;
-    for (unsigned i = 0; i < 300; ++i) {
+    for (unsigned int i = 0; i < 300; ++i) {
         Bytes bytes(1 + i % 64);
         std::iota(bytes.begin(), bytes.end(), static_cast<std::uint8_t>(i));
         packets.push_back(packet_at(i * 700us, bytes));
@@ -79,9 +79,9 @@ TEST_F(RecordingFile, IsReadAsItWasWritten) {
 
 // A crash at any time leaves whole lines.
 TEST_F(RecordingFile, IsCompleteAfterEveryPacket) {
-    Recorder recorder(file_, stdout);
+    Recorder recorder{file_, stdout};
     recorder.begin(pad_100(), 0, 64);
-    for (unsigned i = 0; i < 200; ++i) {
+    for (unsigned int i = 0; i < 200; ++i) {
         const std::vector<Packet> packets{packet_at(i * 1us, Bytes(64, static_cast<std::uint8_t>(i)))};
         recorder.put(packets);
         ASSERT_EQ(load_recording(file_).packets.size(), i + 1);
@@ -94,7 +94,7 @@ TEST_F(RecordingFile, TextsOfAPadCannotForgeLines) {
     pad.maker = "A\npacket-size 1\n0 00";
     pad.product = "\033[31m\\";
     pad.serial = "";
-    Recorder recorder(file_, stdout);
+    Recorder recorder{file_, stdout};
     recorder.begin(pad, 0, 64);
     const std::vector<Packet> packets{packet_at(0us, Bytes(64, 7))};
     recorder.put(packets);
@@ -105,7 +105,7 @@ TEST_F(RecordingFile, TextsOfAPadCannotForgeLines) {
 }
 
 TEST_F(RecordingFile, EndsWhereTheFormatEnds) {
-    Recorder recorder(file_, stdout);
+    Recorder recorder{file_, stdout};
     recorder.begin(pad_100(), 0, 64);
     const std::vector<Packet> small(1000001, packet_at(0us, {1}));
     recorder.put(small);
@@ -115,7 +115,7 @@ TEST_F(RecordingFile, EndsWhereTheFormatEnds) {
 }
 
 TEST_F(RecordingFile, EndsBeforeItIsTooLarge) {
-    Recorder recorder(file_, stdout);
+    Recorder recorder{file_, stdout};
     recorder.begin(pad_100(), 0, 64);
     const std::vector<Packet> large(600000, packet_at(0us, Bytes(64, 1)));
     recorder.put(large);
@@ -137,7 +137,7 @@ TEST_F(RecordingFile, ThatNobodyReadsEnds) {
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     ::close(ends[0]);
-    const OwnedFile results(::fdopen(ends[1], "w"));
+    const OwnedFile results{::fdopen(ends[1], "w")};
     EXPECT_THROW(Recorder("-", results.get()).begin(pad_100(), 0, 64), ReaderGone);
 }
 

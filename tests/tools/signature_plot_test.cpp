@@ -23,8 +23,9 @@ const std::vector<RecordedPacket> two_strokes{packet({9, 9, 0}), packet({1, 2, 3
 
 std::size_t count(std::string_view text, std::string_view what) {
     std::size_t found = 0;
-    for (auto at = text.find(what); at != std::string_view::npos; at = text.find(what, at + 1))
+    for (auto at = text.find(what); at != std::string_view::npos; at = text.find(what, at + 1)) {
         ++found;
+    }
     return found;
 }
 

@@ -23,8 +23,9 @@ class Terminal : public testing::Test {
         size.ws_row = 5;
         size.ws_col = 20;
         int slave = -1;
-        if (::openpty(&master_, &slave, nullptr, nullptr, &size) == 0)
+        if (::openpty(&master_, &slave, nullptr, nullptr, &size) == 0) {
             file_.reset(::fdopen(slave, "w"));
+        }
     }
     ~Terminal() override { ::close(master_); }
 
@@ -50,7 +51,7 @@ class Terminal : public testing::Test {
 
 TEST_F(Terminal, LinesAreDrawnOverThoseBefore) {
     ASSERT_TRUE(file_);
-    TerminalView view(file_.get());
+    TerminalView view{file_.get()};
     ASSERT_TRUE(view.is_terminal());
     view.draw({"one", "two"});
     expect_seen("one\033[K\r\ntwo\033[K\r\n");
@@ -61,7 +62,7 @@ TEST_F(Terminal, LinesAreDrawnOverThoseBefore) {
 // A line that wraps would take two.
 TEST_F(Terminal, LinesAreCutToItsWidth) {
     ASSERT_TRUE(file_);
-    TerminalView view(file_.get());
+    TerminalView view{file_.get()};
     view.draw({std::string(21, 'x')});
     expect_seen(std::string(19, 'x') + "…\033[K\r\n");
 }
@@ -75,7 +76,7 @@ TEST_F(Terminal, ThatKnowsNoEscapesIsNone) {
 }
 
 TEST(TerminalView, AFileIsNoTerminal) {
-    const OwnedFile file(std::fopen("/dev/null", "w"));
+    const OwnedFile file{std::fopen("/dev/null", "w")};
     EXPECT_FALSE(TerminalView(file.get()).is_terminal());
 }
 

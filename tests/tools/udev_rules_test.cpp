@@ -16,24 +16,29 @@ using Pad = std::tuple<std::uint32_t, std::uint32_t, std::string>;
 
 std::vector<std::string> rule_lines() {
     std::vector<std::string> lines;
-    std::ifstream file(UDEV_RULES);
-    for (std::string line; std::getline(file, line);)
+    std::ifstream file{UDEV_RULES};
+    for (std::string line; std::getline(file, line);) {
         lines.push_back(line);
+    }
     return lines;
 }
 
 std::set<Pad> all_pads() {
     std::set<Pad> pads;
     for (const std::uint32_t vendor : usb_ids::shared_vendors) {
-        for (const auto& product : usb_ids::shared_products)
+        for (const auto& product : usb_ids::shared_products) {
             pads.emplace(vendor, product.product_id, "");
-        for (const std::uint32_t product : usb_ids::vcom_products)
+        }
+        for (const std::uint32_t product : usb_ids::vcom_products) {
             pads.emplace(vendor, product, "");
+        }
     }
-    for (const auto& product : usb_ids::classic_products)
+    for (const auto& product : usb_ids::classic_products) {
         pads.emplace(usb_ids::classic_vendor, product.product_id, "");
-    for (const auto maker : usb_ids::vcom_named_makers)
+    }
+    for (const auto maker : usb_ids::vcom_named_makers) {
         pads.emplace(usb_ids::vcom_named_vendor, usb_ids::vcom_named_product, maker);
+    }
     return pads;
 }
 
@@ -45,23 +50,25 @@ TEST(UdevRules, GiveEveryPadToTheUserAtTheSeatAndToNobodyElse) {
     std::set<Pad> found;
     for (const std::string& line : rule_lines()) {
         std::smatch match;
-        if (std::regex_match(line, match, rule))
+        if (std::regex_match(line, match, rule)) {
             found.emplace(std::stoul(match[1], nullptr, 16), std::stoul(match[2], nullptr, 16), match[3]);
-        else
+        } else {
             EXPECT_TRUE(line.starts_with("#") || line.find("GOTO=") != std::string::npos || line.starts_with("LABEL="))
                 << line;
+        }
     }
     EXPECT_EQ(found, all_pads());
 }
 
 TEST(UdevRules, JumpToALabelThatIsThere) {
-    static const std::regex jump(R"re(.*GOTO="(\w+)")re");
+    static const std::regex jump{R"re(.*GOTO="(\w+)")re"};
     const auto lines = rule_lines();
     int jumps = 0;
     for (const std::string& line : lines) {
         std::smatch match;
-        if (!std::regex_match(line, match, jump))
+        if (!std::regex_match(line, match, jump)) {
             continue;
+        }
         ++jumps;
         EXPECT_THAT(lines, Contains("LABEL=\"" + match[1].str() + "\""));
     }

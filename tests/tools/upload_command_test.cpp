@@ -11,12 +11,13 @@ using namespace vxpadctl_test;
 namespace {
 
 // Frames of 64 bytes whose order virtual pads check.
-std::string frames(unsigned count) {
+std::string frames(unsigned int count) {
     std::string text;
-    for (unsigned number = 0; number < count; ++number) {
+    for (unsigned int number = 0; number < count; ++number) {
         std::string frame = "upld";
-        for (int shift = 0; shift < 32; shift += 8)
+        for (int shift = 0; shift < 32; shift += 8) {
             frame += static_cast<char>(number >> shift);
+        }
         frame.resize(64, 'f');
         text += frame;
     }

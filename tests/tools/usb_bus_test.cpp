@@ -24,9 +24,9 @@ class UsbBus : public testing::Test {
     }
     ~UsbBus() override { fs::remove_all(root_); }
 
-    fs::path node(unsigned address) const { return root_ / "dev/bus/usb/001" / ("00" + std::to_string(address)); }
+    fs::path node(unsigned int address) const { return root_ / "dev/bus/usb/001" / ("00" + std::to_string(address)); }
 
-    void plug(const std::string& port, UsbId id, unsigned address, std::size_t descriptor_size = 18) {
+    void plug(const std::string& port, UsbId id, unsigned int address, std::size_t descriptor_size = 18) {
         const fs::path directory = root_ / "sys/bus/usb/devices" / port;
         fs::create_directories(directory);
         std::array<char, 18> descriptor{18, 1};
@@ -64,7 +64,7 @@ TEST_F(UsbBus, FindsTheWantedDevicesOnly) {
 TEST_F(UsbBus, AChipVendorsDeviceIsAPadOnlyByItsMakersName) {
     const std::pair<const char*, const char*> makers[] = {
         {"1-1", "Acme Ltd\n"}, {"1-2", "acme\n"}, {"1-3", "The Acme\n"}, {"1-4", ""}};
-    unsigned address = 1;
+    unsigned int address = 1;
     for (const auto& [port, maker] : makers) {
         plug(port, {0xf1a5, 0x7c03}, address++);
         std::ofstream(root_ / "sys/bus/usb/devices" / port / "manufacturer") << maker;
@@ -97,8 +97,9 @@ TEST_F(UsbBus, TellsDeniedAccess) {
     // Nothing is denied to root.
     const pid_t child = ::fork();
     if (child == 0) {
-        if (::geteuid() == 0 && ::setresuid(nobody, nobody, nobody) != 0)
+        if (::geteuid() == 0 && ::setresuid(nobody, nobody, nobody) != 0) {
             ::_exit(2);
+        }
         const auto found = find_on_bus(ids_, root_);
         ::_exit(found.size() == 1 && found[0].access == Access::denied ? 0 : 1);
     }

@@ -20,8 +20,9 @@ struct Outcome {
 
 inline std::string quoted(const std::string& word) {
     std::string text = "'";
-    for (const char c : word)
+    for (const char c : word) {
         text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
     return text + "'";
 }
 
@@ -31,8 +32,9 @@ class Vxpadctl : public Scratch {
     Outcome run(const std::vector<std::string>& emulator_options, const std::string& script) const {
         std::ostringstream command;
         command << "timeout -k 5 50 " << quoted(PROGRAM_DIRECTORY "/vxpad-emulator") << " run";
-        for (const std::string& option : emulator_options)
+        for (const std::string& option : emulator_options) {
             command << ' ' << quoted(option);
+        }
         command << " --";
         return run_under(command.str(), script);
     }
