@@ -1,4 +1,4 @@
-// The command line.
+// What the words of a command line mean.
 #pragma once
 
 #include "hex.hpp"
@@ -6,40 +6,12 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <stdexcept>
 #include <string>
 
 namespace vxpadctl {
 
-enum class Command {
-    help,
-    version,
-    list,
-    info,
-    feature_get,
-    feature_set,
-    report_read,
-    report_write,
-    ssp_send,
-    ssp_receive,
-    ssp_components,
-    ssp_modes,
-    ssp_description,
-    ssp_connection,
-    config_set,
-    config_persist,
-    config_state,
-    button_input,
-    button_event,
-    button_set,
-    button_refresh,
-    monitor,
-    record,
-    replay,
-    plot,
-    upload,
-};
+struct Command;
 
 // A component of a pad, by the type that its name stands for or by its id.
 struct ComponentChoice {
@@ -51,7 +23,9 @@ struct ComponentChoice {
 constexpr double most_seconds = 1'000'000;
 
 struct Arguments {
-    Command command = Command::help;
+    const Command* command = nullptr; // null where help or version is all that is wanted
+    bool help = false;
+    bool version = false;
     unsigned int pad = 0;
     Bytes bytes;
     bool json = false;
@@ -80,16 +54,11 @@ struct Arguments {
     double speed = 1;        // of a replay
     bool fast = false;       // without any pause
     std::optional<unsigned int> virtual_pad;
-    std::uint32_t interfaces = 0xffffffff; // a bit for each
+    std::uint32_t interface_mask = 0xffffffff;
 };
 
 struct UsageError : std::runtime_error {
     using runtime_error::runtime_error;
 };
-
-// Throws UsageError.
-Arguments parse_arguments(std::span<char* const> words);
-
-const char* help_text();
 
 } // namespace vxpadctl

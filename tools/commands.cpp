@@ -1,152 +1,175 @@
 #include "commands.hpp"
 
-#include "chosen_pad.hpp"
-#include "pad_output.hpp"
+#include "library.hpp"
+#include "pad_commands.hpp"
 #include "pen_commands.hpp"
-#include "printing.hpp"
 #include "ssp_commands.hpp"
 #include "upload_command.hpp"
-
-#include <algorithm>
-#include <array>
-#include <iostream>
 
 namespace vxpadctl {
 
 namespace {
 
-bool list(const Session& session, const Arguments& arguments, std::FILE* results) {
-    std::vector<Pad> pads;
-    bool complete = true;
-    for (unsigned int number = 1; number <= session.pad_count(); ++number) {
-        try {
-            pads.push_back(describe_pad(number));
-        } catch (const LibraryError& error) {
-            complete = false;
-            std::cerr << "vxpadctl: pad " << number << ": " << error.what() << '\n';
-        }
-    }
-    if (arguments.json) {
-        print(results, pad_list_json(pads));
-    } else if (!pads.empty()) {
-        print(results, pad_table(pads));
-    }
-
-    const MissingPads missing = look_for_missing_pads(session);
-    if (!missing.explanation.empty()) {
-        std::cerr << "vxpadctl: " << missing.explanation << '\n';
-    }
-    return complete && missing.on_bus <= pads.size();
+template <bool (*run)(const Session& session, const Arguments& arguments, std::FILE* results)>
+bool in_session(const Arguments& arguments, std::FILE* results) {
+    const Session session;
+    return run(session, arguments, results);
 }
 
-bool info(const Session& session, const Arguments& arguments, std::FILE* results) {
-    expect_pad(session, arguments);
-    const Pad pad = describe_pad(arguments.pad);
-    const std::optional<SspFacts> ssp = ssp_facts(arguments.pad);
-    print(results, arguments.json ? pad_info_json(pad, ssp) + "\n" : pad_details(pad, ssp));
-    return true;
-}
-
-void print_feature_report(const Arguments& arguments, std::FILE* results) {
-    const unsigned int size = arguments.length.value_or(feature_report_size(arguments.pad, arguments.interface));
-    print(results, hex_dump(get_feature(arguments.pad, arguments.interface, size)));
-}
-
-bool feature_get(const Session& session, const Arguments& arguments, std::FILE* results) {
-    expect_interface(session, arguments);
-    print_feature_report(arguments, results);
-    return true;
-}
-
-Bytes payload_to_send(const Arguments& arguments) {
-    Bytes payload = arguments.bytes;
-    if (arguments.fill) {
-        payload.resize(std::max<std::size_t>(payload.size(), feature_report_size(arguments.pad, arguments.interface)));
-    }
-    return payload;
-}
-
-bool feature_set(const Session& session, const Arguments& arguments, std::FILE* results) {
-    expect_interface(session, arguments);
-    const Bytes payload = payload_to_send(arguments);
-    set_feature(arguments.pad, arguments.interface, payload);
-    if (arguments.reply) {
-        print_feature_report(arguments, results);
-    } else {
-        print_sent(arguments, payload.size(), results);
-    }
-    return true;
-}
-
-bool report_write(const Session& session, const Arguments& arguments, std::FILE* results) {
-    expect_interface(session, arguments);
-    const Bytes payload = payload_to_send(arguments);
-    write_report(arguments.pad, arguments.interface, payload);
-    print_sent(arguments, payload.size(), results);
-    return true;
-}
-
-// The library takes what is waiting and never waits itself.
-bool report_read(const Session& session, const Arguments& arguments, std::FILE* results) {
-    expect_interface(session, arguments);
-    const unsigned int size = input_report_size(arguments.pad);
-    print_as_it_comes(
-        arguments, std::chrono::milliseconds(arguments.wait), "input report",
-        [&] { return take_report(arguments.pad, arguments.interface, size); }, results);
-    return true;
-}
-
-struct Entry {
-    Command command;
-    bool (*run)(const Session& session, const Arguments& arguments, std::FILE* results);
-};
-
-constexpr std::array<Entry, 20> entries{{
-    {Command::list, list},
-    {Command::info, info},
-    {Command::feature_get, feature_get},
-    {Command::feature_set, feature_set},
-    {Command::report_read, report_read},
-    {Command::report_write, report_write},
-    {Command::ssp_send, ssp_send},
-    {Command::ssp_receive, ssp_receive},
-    {Command::ssp_components, ssp_components},
-    {Command::ssp_modes, ssp_modes},
-    {Command::ssp_description, ssp_description},
-    {Command::ssp_connection, ssp_connection},
-    {Command::config_set, config_set},
-    {Command::config_persist, config_persist},
-    {Command::config_state, config_state},
-    {Command::button_input, button_input},
-    {Command::button_event, button_event},
-    {Command::button_set, button_set},
-    {Command::button_refresh, button_refresh},
-    {Command::upload, upload},
-}};
-
-// These see to a session themselves.
-struct OwnSessionEntry {
-    Command command;
-    bool (*run)(const Arguments& arguments, std::FILE* results);
-};
-
-constexpr std::array<OwnSessionEntry, 4> own_session_entries{{
-    {Command::monitor, monitor},
-    {Command::record, record},
-    {Command::replay, replay},
-    {Command::plot, plot},
+constexpr std::array<Command, 24> commands{{
+    {"list",
+     Section::reports,
+     {{{"", "the pads that are plugged in, numbered from 1"}}},
+     {},
+     "--json",
+     in_session<list>},
+    {"info", Section::reports, {{{"PAD", "what a pad says about itself"}}}, {take_pad}, "--json", in_session<info>},
+    {"feature get",
+     Section::reports,
+     {{{"PAD", "reads a feature report"}}},
+     {take_pad},
+     "--interface --length",
+     in_session<feature_get>},
+    {"feature set",
+     Section::reports,
+     {{{"PAD HEX...", "sends a feature report"}}},
+     {take_pad, take_report},
+     "--interface --fill --reply",
+     in_session<feature_set>},
+    {"report read",
+     Section::reports,
+     {{{"PAD", "waits for input reports"}}},
+     {take_pad},
+     "--interface --wait --count",
+     in_session<report_read>},
+    {"report write",
+     Section::reports,
+     {{{"PAD HEX...", "sends an output report"}}},
+     {take_pad, take_report},
+     "--interface --fill",
+     in_session<report_write>},
+    {"ssp send",
+     Section::ssp,
+     {{{"PAD HEX...", "sends a whole message as it is"},
+       {"PAD --component COMPONENT --message ID [HEX...]",
+        "sends a message to a component, HEX is what follows the message id"}}},
+     {take_pad, take_message},
+     "--interface --component --message --reply --timeout",
+     in_session<ssp_send>},
+    {"ssp receive",
+     Section::ssp,
+     {{{"PAD", "waits for messages, or with --pen-data for pen data"}}},
+     {take_pad},
+     "--interface --timeout --count --pen-data",
+     in_session<ssp_receive>},
+    {"ssp components",
+     Section::ssp,
+     {{{"PAD", "the components of a pad"}}},
+     {take_pad},
+     "--json",
+     in_session<ssp_components>},
+    {"ssp modes", Section::ssp, {{{"PAD", "the modes of its signpad"}}}, {take_pad}, "--json", in_session<ssp_modes>},
+    {"ssp description",
+     Section::ssp,
+     {{{"PAD", "ids, version and serial number as the signpad tells them"}}},
+     {take_pad},
+     "--json",
+     in_session<ssp_description>},
+    {"ssp connection",
+     Section::ssp,
+     {{{"PAD [get]", ""}, {"PAD set TYPE", "the connection type, 0 to 127"}}},
+     {take_pad, take_connection},
+     "--json",
+     in_session<ssp_connection>},
+    {"config set",
+     Section::ssp,
+     {{{"PAD VARIABLE VALUE", "sets a configuration variable (up to 40 bytes) to a value (up to 20 bytes)"}}},
+     {take_pad, take_variable, take_value},
+     "",
+     in_session<config_set>},
+    {"config persist",
+     Section::ssp,
+     {{{"PAD VARIABLE", "has the pad keep a variable's value"}}},
+     {take_pad, take_variable},
+     "",
+     in_session<config_persist>},
+    {"config state",
+     Section::ssp,
+     {{{"PAD", "how far a pad is with applying its configuration"}}},
+     {take_pad},
+     "--json",
+     in_session<config_state>},
+    {"button input",
+     Section::ssp,
+     {{{"PAD", "the button that the user pressed last in mode user-input"}}},
+     {take_pad},
+     "--json",
+     in_session<button_input>},
+    {"button event",
+     Section::ssp,
+     {{{"PAD MODE", "the last button event of a mode"}}},
+     {take_pad, take_mode},
+     "--json",
+     in_session<button_event>},
+    {"button set",
+     Section::ssp,
+     {{{"PAD MODE BUTTON FIRST SECOND", "sets the state of a button, two numbers of 32 bits"}}},
+     {take_pad, take_mode, take_button, take_button_state},
+     "",
+     in_session<button_set>},
+    {"button refresh",
+     Section::ssp,
+     {{{"PAD MODE", "has the pad show the buttons of a mode anew"}}},
+     {take_pad, take_mode},
+     "",
+     in_session<button_refresh>},
+    {"monitor",
+     Section::pen,
+     {{{"PAD", "shows what comes: rate, packets so far, pressure or rate as a bar, the last packets; on\n"
+               "anything but a terminal a line each second"}}},
+     {take_pad},
+     "--interface --seconds --count --layout --layout-file",
+     monitor},
+    {"record",
+     Section::pen,
+     {{{"PAD -o FILE", "writes what comes into a recording, a text file with a time for each packet"}}},
+     {take_pad, expect_output},
+     "-o --interface --seconds --count",
+     record},
+    {"replay",
+     Section::pen,
+     {{{"FILE", "shows the packets of a recording at their times, a line each: seconds, pressure, bytes"},
+       {"FILE --pad N", "has virtual pad N send them, for a program under vxpad-emulator run"}}},
+     {take_file},
+     "--speed --fast --pad --layout --layout-file",
+     replay},
+    {"plot",
+     Section::pen,
+     {{{"FILE --layout LAYOUT -o FILE", "draws a recording as an SVG picture"}}},
+     {take_file, expect_output, expect_layout},
+     "-o --layout --layout-file",
+     plot},
+    {"upload",
+     Section::pen,
+     {{{"PAD FILE", "sends a file as output reports, over several interfaces at once"}}},
+     {take_pad, take_file},
+     "--interfaces",
+     in_session<upload>},
 }};
 
 } // namespace
 
-bool run_command(const Arguments& arguments, std::FILE* results) {
-    const auto own = std::ranges::find(own_session_entries, arguments.command, &OwnSessionEntry::command);
-    if (own != own_session_entries.end()) {
-        return own->run(arguments, results);
-    }
-    const Session session;
-    const auto entry = std::ranges::find(entries, arguments.command, &Entry::command);
-    return entry == entries.end() || entry->run(session, arguments, results);
+std::string_view Command::family() const {
+    return name.substr(0, name.find(' '));
+}
+
+bool Command::has_option(std::string_view option) const {
+    const std::string words = " --trace " + std::string(options) + " ";
+    return words.find(" " + std::string(option) + " ") != std::string::npos;
+}
+
+std::span<const Command> all_commands() {
+    return commands;
 }
 
 } // namespace vxpadctl

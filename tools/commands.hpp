@@ -1,14 +1,40 @@
-// What the commands do.
+// The commands: a row for each is all that the command line, its help and its running know of them.
 #pragma once
 
 #include "arguments.hpp"
+#include "operands.hpp"
 
+#include <array>
 #include <cstdio>
+#include <span>
+#include <string_view>
 
 namespace vxpadctl {
 
-// Writes the result to results and what went wrong to standard error. Returns whether all went well; throws what the
-// library has to report and std::runtime_error for the rest.
-bool run_command(const Arguments& arguments, std::FILE* results);
+// Under which heading the help shows a command.
+enum class Section { reports, pen, ssp };
+
+// A way to write what follows a command's name, and what the command does then.
+struct Usage {
+    std::string_view operands;
+    std::string_view does;
+};
+
+struct Command {
+    std::string_view name; // one word or two
+    Section section;
+    std::array<Usage, 2> usages; // as many as there are
+    std::array<void (*)(Operands& operands, Arguments& arguments), 4> take;
+    std::string_view options; // with blanks in between; besides, all have --trace
+
+    // Writes the result to results and what went wrong to standard error. Returns whether all went well; throws what
+    // the library has to report and std::runtime_error for the rest.
+    bool (*run)(const Arguments& arguments, std::FILE* results);
+
+    std::string_view family() const; // the first word of the name
+    bool has_option(std::string_view option) const;
+};
+
+std::span<const Command> all_commands();
 
 } // namespace vxpadctl

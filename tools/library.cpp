@@ -14,8 +14,6 @@ namespace vxpadctl {
 
 namespace {
 
-constexpr std::size_t longest_message = 3 + 0x10000; // component id and size, payload
-
 using TextBuffer = std::array<char16_t, VXPAD_MAX_STRING_LENGTH>;
 
 // Calls read(buffer, size, &length) and returns the text; the length is no help, it counts differently everywhere.
@@ -65,8 +63,8 @@ std::string transport_of_selected_pad() {
 
 // Reports travel with a report-id byte in front.
 Bytes with_report_id(std::span<const std::uint8_t> payload) {
-    Bytes report(payload.size() + 1);
-    std::copy(payload.begin(), payload.end(), report.begin() + 1);
+    Bytes report{0};
+    report.insert(report.end(), payload.begin(), payload.end());
     return report;
 }
 
@@ -173,7 +171,7 @@ std::size_t upload_pieces(unsigned int pad, std::uint32_t interfaces, std::span<
     return moved / (piece_size + 1);
 }
 
-std::optional<unsigned int> packet_size(unsigned int pad) {
+std::optional<unsigned int> output_packet_size(unsigned int pad) {
     interface_count(pad);
     const int size = core_get_max_packet_size_of_out_endpoint();
     return size < 1 ? std::nullopt : std::optional(static_cast<unsigned int>(size));

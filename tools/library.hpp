@@ -4,6 +4,7 @@
 
 #include "hex.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -13,6 +14,14 @@
 #include <vector>
 
 namespace vxpadctl {
+
+constexpr unsigned int longest_report = 4096; // payload bytes, more than any pad takes
+
+// An SSP message: component id and size of the payload, then the payload, which begins with a message id.
+constexpr std::size_t message_header = 3;
+constexpr std::size_t message_id_size = 1;
+constexpr std::size_t longest_payload = 0x10000;
+constexpr std::size_t longest_message = message_header + longest_payload;
 
 // A failure for which the library has filed a record.
 struct LibraryError : std::runtime_error {
@@ -71,7 +80,7 @@ UsbId usb_id(unsigned int pad);
 unsigned int interface_count(unsigned int pad);
 unsigned int feature_report_size(unsigned int pad, unsigned int interface);
 unsigned int input_report_size(unsigned int pad);
-std::optional<unsigned int> packet_size(unsigned int pad); // of the way to the pad; nothing where it is unknown
+std::optional<unsigned int> output_packet_size(unsigned int pad); // nothing where it is unknown
 void set_feature(unsigned int pad, unsigned int interface, std::span<const std::uint8_t> payload);
 Bytes get_feature(unsigned int pad, unsigned int interface, unsigned int size);
 void write_report(unsigned int pad, unsigned int interface, std::span<const std::uint8_t> payload);

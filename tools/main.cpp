@@ -1,5 +1,6 @@
 // vxpadctl: finds USB signature pads and exchanges reports with them.
 #include "arguments.hpp"
+#include "command_line.hpp"
 #include "commands.hpp"
 #include "interruption.hpp"
 #include "library.hpp"
@@ -25,9 +26,8 @@ std::FILE* part_trace_from_results() {
 }
 
 int run(const vxpadctl::Arguments& arguments) {
-    using vxpadctl::Command;
-    if (arguments.command == Command::help || arguments.command == Command::version) {
-        std::cout << (arguments.command == Command::help ? vxpadctl::help_text() : "vxpadctl " VXPADCTL_VERSION "\n");
+    if (arguments.command == nullptr) {
+        std::cout << (arguments.help ? vxpadctl::help_text() : "vxpadctl " VXPADCTL_VERSION "\n");
         return std::cout.flush() ? exit_done : exit_failed;
     }
     if (!arguments.trace) {
@@ -37,7 +37,7 @@ int run(const vxpadctl::Arguments& arguments) {
     if (results == nullptr) {
         throw std::system_error(errno, std::generic_category(), "cannot write the result");
     }
-    const bool done = run_command(arguments, results);
+    const bool done = arguments.command->run(arguments, results);
     vxpadctl::flush(results);
     return done ? exit_done : exit_failed;
 }

@@ -48,7 +48,8 @@ std::string json_number(const std::optional<unsigned int>& number) {
 }
 
 std::string ssp_json(const SspFacts& ssp) {
-    return "{\"packet_bytes\": " + json_number(ssp.packet_size) + ", \"input_bytes\": " + json_number(ssp.input_size) +
+    return "{\"packet_bytes\": " + json_number(ssp.output_packet_size) +
+           ", \"input_bytes\": " + json_number(ssp.input_report_size) +
            ", \"description\": " + (ssp.description ? description_json(*ssp.description) : "null") +
            ", \"connection\": " + json_number(ssp.connection) + "}";
 }
@@ -63,11 +64,11 @@ std::vector<Fact> description_facts(const PadDescription& description) {
 
 std::vector<Fact> ssp_facts(const SspFacts& ssp) {
     std::vector<Fact> facts;
-    if (ssp.packet_size) {
-        facts.emplace_back("Packets out", bytes(*ssp.packet_size));
+    if (ssp.output_packet_size) {
+        facts.emplace_back("Packets out", bytes(*ssp.output_packet_size));
     }
-    if (ssp.input_size) {
-        facts.emplace_back("Packets in", bytes(*ssp.input_size));
+    if (ssp.input_report_size) {
+        facts.emplace_back("Packets in", bytes(*ssp.input_report_size));
     }
     if (ssp.description) {
         for (const Fact& fact : description_facts(*ssp.description)) {

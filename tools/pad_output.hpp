@@ -12,8 +12,8 @@ namespace vxpadctl {
 
 // What a pad that speaks SSP has to say; what it did not tell is left out.
 struct SspFacts {
-    std::optional<unsigned int> packet_size; // of the way to the pad
-    std::optional<unsigned int> input_size;
+    std::optional<unsigned int> output_packet_size;
+    std::optional<unsigned int> input_report_size;
     std::optional<PadDescription> description;
     std::optional<unsigned int> connection;
 };

@@ -63,8 +63,8 @@ bool ssp_send(const Session& session, const Arguments& arguments, std::FILE* res
     // Left in the pad, the answer would be taken for that to the next run's first question.
     constexpr unsigned int time_to_answer = 100;
     receive_message(arguments.pad, arguments.interface, time_to_answer);
-    constexpr std::size_t component_header = 4; // id, size, message id
-    print_sent(arguments, arguments.bytes.size() + (arguments.component ? component_header : 0), results);
+    print_sent(arguments, arguments.bytes.size() + (arguments.component ? message_header + message_id_size : 0),
+               results);
     return true;
 }
 
@@ -170,8 +170,8 @@ std::optional<SspFacts> ssp_facts(unsigned int pad) {
         return std::nullopt;
     }
     SspFacts facts;
-    facts.packet_size = packet_size(pad);
-    facts.input_size = input_report_size(pad);
+    facts.output_packet_size = output_packet_size(pad);
+    facts.input_report_size = input_report_size(pad);
     // What a pad does not tell is left out.
     const auto ask = [](auto& fact, auto question) {
         try {

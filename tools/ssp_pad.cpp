@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <vxpadcom/vxpadcom.h>
 
 namespace vxpadctl {
 
@@ -14,7 +15,6 @@ namespace {
 enum ComponentType : std::uint32_t { communication = 1, configuration = 3, signpad = 11 };
 constexpr std::uint32_t user_input_mode = 13;
 
-constexpr std::size_t message_header = 3;
 constexpr std::size_t reply_header = 2; // message id and result
 constexpr std::uint8_t result_ok = 1;
 constexpr std::uint8_t state_reply = 0x10;
@@ -65,15 +65,21 @@ std::vector<std::uint32_t> listed(const Entry (&table)[size], const Bytes& reply
 
 } // namespace
 
-SspPad::SspPad(unsigned int pad, unsigned int interface) : pad_{pad}, name_{"pad " + std::to_string(pad)} {
-    const UsbId id = usb_id(pad); // asking for it selects the pad
-    record_.pad_type = pad_type(id);
-    record_.interface = interface;
-    record_.send_ssp_message = send_through;
-    record_.receive_ssp_message = receive_through;
-}
+// The library's requests reach a pad through two entries of its record. This one's lead back to the selected pad and
+// keep what went through them: the requests' own results are just negative.
+struct SspPad::Record : vx_device {
+    unsigned int interface = 0;
+    Bytes request;
+    bool sent = false;
+    int result = 0; // of sending or receiving
+    std::optional<Bytes> reply;
 
-int SspPad::send_through(vx_device* device, void* data, unsigned int length) {
+    static int send(vx_device* device, void* data, unsigned int length);
+    static int receive(vx_device* device, void* data, unsigned int* length, unsigned int time_out, unsigned char legacy,
+                       int selector);
+};
+
+int SspPad::Record::send(vx_device* device, void* data, unsigned int length) {
     auto& record = static_cast<Record&>(*device);
     const auto* bytes = static_cast<const std::uint8_t*>(data);
     record.request = Bytes(bytes, bytes + length);
@@ -83,7 +89,7 @@ int SspPad::send_through(vx_device* device, void* data, unsigned int length) {
     return record.result;
 }
 
-int SspPad::receive_through(vx_device* device, void* data, unsigned int* length, unsigned int time_out, unsigned char,
+int SspPad::Record::receive(vx_device* device, void* data, unsigned int* length, unsigned int time_out, unsigned char,
                             int) {
     auto& record = static_cast<Record&>(*device);
     record.result = core_receive_ssp_message(record.interface, data, length, time_out);
@@ -94,46 +100,58 @@ int SspPad::receive_through(vx_device* device, void* data, unsigned int* length,
     return record.result;
 }
 
+SspPad::SspPad(unsigned int pad, unsigned int interface)
+    : pad_{pad}, name_{"pad " + std::to_string(pad)}, record_{std::make_unique<Record>()} {
+    const UsbId id = usb_id(pad); // asking for it selects the pad
+    record_->pad_type = pad_type(id);
+    record_->interface = interface;
+    record_->send_ssp_message = Record::send;
+    record_->receive_ssp_message = Record::receive;
+}
+
+SspPad::SspPad(SspPad&& other) noexcept = default;
+SspPad::~SspPad() = default;
+
 // Of the last reply, as far as it came.
 Bytes SspPad::payload() const {
-    if (!record_.reply || record_.reply->size() < message_header) {
+    if (!record_->reply || record_->reply->size() < message_header) {
         return {};
     }
-    return {record_.reply->begin() + message_header, record_.reply->end()};
+    return {record_->reply->begin() + message_header, record_->reply->end()};
 }
 
 // Whether the last reply is the asked component's to that message, with a result that is not success.
 bool SspPad::is_refused() const {
     const Bytes reply = payload();
-    return reply.size() >= reply_header && record_.request.size() > message_header &&
-           record_.reply->front() == record_.request.front() && reply[0] == record_.request[message_header] &&
+    return reply.size() >= reply_header && record_->request.size() > message_header &&
+           record_->reply->front() == record_->request.front() && reply[0] == record_->request[message_header] &&
            reply[1] != result_ok;
 }
 
 // Why the last request failed.
 std::string SspPad::failure() const {
-    if (record_.result == removed) {
+    if (record_->result == removed) {
         return name_ + " is gone: it was pulled out, or cannot be opened again";
     }
-    if (!record_.sent) {
+    if (!record_->sent) {
         return name_ + " cannot be sent SSP messages";
     }
-    if (!record_.reply) {
+    if (!record_->reply) {
         return name_ + " does not answer";
     }
     if (is_refused()) {
         return name_ + " refuses the request with result " + std::to_string(payload()[1]);
     }
-    std::string dump = hex_dump(*record_.reply);
+    std::string dump = hex_dump(*record_->reply);
     dump.pop_back();
     return "the answer of " + name_ + " makes no sense:\n" + dump;
 }
 
 template <typename Request> int SspPad::perform(Request request) {
-    record_.sent = false;
-    record_.result = 0;
-    record_.reply.reset();
-    return request(static_cast<vx_device*>(&record_));
+    record_->sent = false;
+    record_->result = 0;
+    record_->reply.reset();
+    return request(static_cast<vx_device*>(record_.get()));
 }
 
 template <typename Request> unsigned int SspPad::answer(Request request) {
@@ -153,9 +171,9 @@ const std::vector<std::uint32_t>& SspPad::components() {
         return *components_;
     }
     if (perform(ssp_common_components_id_initialize_table) != 0) {
-        throw SspError(failure() + (record_.result == removed || record_.reply ? "" : silent_pad));
+        throw SspError(failure() + (record_->result == removed || record_->reply ? "" : silent_pad));
     }
-    return components_.emplace(listed(record_.components_id_table, payload()));
+    return components_.emplace(listed(record_->components_id_table, payload()));
 }
 
 void SspPad::expect_component(std::uint32_t type) {
@@ -171,7 +189,7 @@ const std::vector<std::uint32_t>& SspPad::modes() {
     }
     expect_component(signpad);
     answer(ssp_common_ct_signpad_initialize_modes_id_table);
-    return modes_.emplace(listed(record_.modes_id_table, payload()));
+    return modes_.emplace(listed(record_->modes_id_table, payload()));
 }
 
 unsigned int SspPad::component_id(std::uint32_t type) {
@@ -197,9 +215,9 @@ PadDescription SspPad::description() {
     for (const std::size_t at : numbers) {
         version.append(version.empty() ? "" : ".").append(std::to_string(number_at(reply, at)));
     }
-    return {{record_.vendor_id, record_.product_id},
+    return {{record_->vendor_id, record_->product_id},
             version + " " + text_at(reply, manufacturer, 4),
-            ascii_text(record_.serial_number)};
+            ascii_text(record_->serial_number)};
 }
 
 unsigned int SspPad::connection() {
@@ -242,8 +260,8 @@ void SspPad::persist_variable(const std::string& variable) {
 }
 
 void SspPad::expect_buttons() const {
-    if (record_.pad_type < first_type_with_buttons || record_.pad_type > last_type_with_buttons) {
-        throw SspError(name_ + " is of type " + std::to_string(record_.pad_type) + "; only pads of the types " +
+    if (record_->pad_type < first_type_with_buttons || record_->pad_type > last_type_with_buttons) {
+        throw SspError(name_ + " is of type " + std::to_string(record_->pad_type) + "; only pads of the types " +
                        std::to_string(first_type_with_buttons) + " to " + std::to_string(last_type_with_buttons) +
                        " can be asked for buttons");
     }
@@ -285,7 +303,7 @@ void SspPad::set_button(std::uint32_t mode, unsigned int button, std::uint32_t f
     expect_component(configuration);
     change_configuration([&](vx_device* device) {
         const int result = ssp_common_set_button_state(device, static_cast<unsigned char>(button), first, second, mode);
-        if (result < 0 && !record_.sent && record_.result == 0) {
+        if (result < 0 && !record_->sent && record_->result == 0) {
             throw SspError("mode " + std::string(name_of(mode_types, mode)) + " has no button " +
                            std::string(name_of(buttons, button)));
         }

@@ -4,11 +4,11 @@
 #include "library.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
-#include <vxpadcom/vxpadcom.h>
 
 namespace vxpadctl {
 
@@ -20,6 +20,8 @@ struct SspError : std::runtime_error {
 class SspPad {
   public:
     explicit SspPad(unsigned int pad, unsigned int interface = 0);
+    SspPad(SspPad&& other) noexcept;
+    ~SspPad();
 
     bool speaks_ssp();
 
@@ -44,19 +46,7 @@ class SspPad {
     void set_button(std::uint32_t mode, unsigned int button, std::uint32_t first, std::uint32_t second);
 
   private:
-    // The library's requests reach a pad through two entries of its record. This one's lead back to the selected pad
-    // and keep what went through them: the requests' own results are just negative.
-    struct Record : vx_device {
-        unsigned int interface = 0;
-        Bytes request;
-        bool sent = false;
-        int result = 0; // of sending or receiving
-        std::optional<Bytes> reply;
-    };
-
-    static int send_through(vx_device* device, void* data, unsigned int length);
-    static int receive_through(vx_device* device, void* data, unsigned int* length, unsigned int time_out,
-                               unsigned char legacy, int selector);
+    struct Record;
 
     template <typename Request> int perform(Request request);
     template <typename Request> unsigned int answer(Request request);
@@ -72,7 +62,7 @@ class SspPad {
     std::string name_;
     std::optional<std::vector<std::uint32_t>> components_;
     std::optional<std::vector<std::uint32_t>> modes_;
-    Record record_{};
+    std::unique_ptr<Record> record_;
 };
 
 } // namespace vxpadctl

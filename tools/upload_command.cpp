@@ -85,11 +85,11 @@ class Parts {
 std::uint32_t chosen_interfaces(const Arguments& arguments) {
     const unsigned int count = interface_count(arguments.pad);
     const std::uint32_t all = count < 32 ? (1U << count) - 1 : ~0U;
-    if ((arguments.interfaces & all) == 0) {
+    if ((arguments.interface_mask & all) == 0) {
         throw std::runtime_error("none of these interfaces is there: pad " + std::to_string(arguments.pad) + " has " +
                                  std::to_string(count) + ", bit 0 of the mask is the first");
     }
-    return arguments.interfaces & all;
+    return arguments.interface_mask & all;
 }
 
 std::string speed(std::size_t bytes, double seconds) {

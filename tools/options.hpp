@@ -1,0 +1,31 @@
+// The options of all commands.
+#pragma once
+
+#include "arguments.hpp"
+
+#include <span>
+#include <string_view>
+
+namespace vxpadctl {
+
+struct Option {
+    std::string_view name;
+    std::string_view value; // how the help calls it
+    std::string_view help;  // "{}" are the commands that have the option; empty where another option's help tells
+    void (*set)(Arguments& arguments, unsigned int value) = nullptr;
+    bool takes_value = false;
+    unsigned int least = 0;
+    unsigned int most = 0;
+    void (*set_text)(Arguments& arguments, std::string_view value) = nullptr; // for a value that is no number
+};
+
+// As the help shows them.
+std::span<const Option> all_options();
+
+// Null where there is none of that name.
+const Option* find_option(std::string_view name);
+
+// Throws UsageError. The value is empty for an option that takes none.
+void store_option(const Option& option, std::string_view value, Arguments& arguments);
+
+} // namespace vxpadctl
