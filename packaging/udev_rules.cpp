@@ -1,6 +1,7 @@
 // Writes the udev rules that let the user at the seat open the pads of the id header.
-#include VXPADCOM_USB_IDS_FILE
+#include "../src/transport/usb_id_tables.hpp"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -25,16 +26,11 @@ void write_rules(std::ostream& out) {
            "ACTION==\"remove\", GOTO=\"vxpadcom_end\"\n"
            "SUBSYSTEM!=\"usb\", GOTO=\"vxpadcom_end\"\n"
            "ENV{DEVTYPE}!=\"usb_device\", GOTO=\"vxpadcom_end\"\n";
-    for (const std::uint32_t vendor : usb_ids::shared_vendors) {
-        for (const usb_ids::Product& product : usb_ids::shared_products) {
-            write_rule(out, vendor, product.product_id);
-        }
-        for (const std::uint32_t product : usb_ids::vcom_products) {
-            write_rule(out, vendor, product);
-        }
+    for (const usb_id_tables::Pair& pair : usb_id_tables::hid_pairs) {
+        write_rule(out, pair.vendor_id, pair.product_id);
     }
-    for (const usb_ids::Product& product : usb_ids::classic_products) {
-        write_rule(out, usb_ids::classic_vendor, product.product_id);
+    for (const usb_id_tables::Pair& pair : usb_id_tables::vcom_pairs) {
+        write_rule(out, pair.vendor_id, pair.product_id);
     }
     for (const std::string_view maker : usb_ids::vcom_named_makers) {
         write_rule(out, usb_ids::vcom_named_vendor, usb_ids::vcom_named_product, maker);

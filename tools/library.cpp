@@ -2,13 +2,13 @@
 
 #include "text.hpp"
 
+#include "../src/transport/usb_id_tables.hpp"
+
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdlib>
 #include <vxpadcom/vxpadcom.h>
-
-#include VXPADCOM_USB_IDS_FILE
 
 namespace vxpadctl {
 
@@ -63,7 +63,9 @@ std::string transport_of_selected_pad() {
 
 // Reports travel with a report-id byte in front.
 Bytes with_report_id(std::span<const std::uint8_t> payload) {
-    Bytes report{0};
+    Bytes report;
+    report.reserve(payload.size() + 1);
+    report.push_back(0);
     report.insert(report.end(), payload.begin(), payload.end());
     return report;
 }
@@ -219,26 +221,18 @@ std::optional<Bytes> PenData::take() {
 }
 
 unsigned int pad_type(UsbId id) {
-    const auto type_in = [&](const auto& products) {
-        const auto found = std::ranges::find(products, id.product, &usb_ids::Product::product_id);
-        return found == products.end() ? 0u : found->pad_type;
-    };
-    if (id.vendor == usb_ids::classic_vendor) {
-        return type_in(usb_ids::classic_products);
-    }
-    const bool shared = std::ranges::find(usb_ids::shared_vendors, id.vendor) != usb_ids::shared_vendors.end();
-    return shared ? type_in(usb_ids::shared_products) : 0;
+    return usb_id_tables::pad_type(id.vendor, id.product).type;
 }
 
 std::vector<SearchedId> searched_ids() {
     std::vector<SearchedId> ids;
-    for (const vx_usb_id* list : {hid_device_list, vcom_device_list}) {
-        for (const vx_usb_id* id = list; id->vendor_id != 0; ++id) {
-            if (id->vendor_id != usb_ids::vcom_named_vendor) {
-                ids.push_back({{id->vendor_id, id->product_id}});
-            }
+    const auto add = [&](const auto& pairs) {
+        for (const usb_id_tables::Pair& pair : pairs) {
+            ids.push_back({{pair.vendor_id, pair.product_id}});
         }
-    }
+    };
+    add(usb_id_tables::hid_pairs);
+    add(usb_id_tables::vcom_pairs);
     for (const std::string_view maker : usb_ids::vcom_named_makers) {
         ids.push_back({{usb_ids::vcom_named_vendor, usb_ids::vcom_named_product}, maker});
     }
