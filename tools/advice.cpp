@@ -1,9 +1,15 @@
 #include "advice.hpp"
 
+#include "hex.hpp"
+
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <map>
 #include <set>
+#include <system_error>
 
 namespace vxpadctl {
 

@@ -4,6 +4,7 @@
 #include "library.hpp"
 #include "usb_bus.hpp"
 
+#include <cstddef>
 #include <span>
 #include <string>
 

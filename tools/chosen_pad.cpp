@@ -4,6 +4,7 @@
 #include "usb_bus.hpp"
 
 #include <stdexcept>
+#include <vector>
 
 namespace vxpadctl {
 

@@ -6,6 +6,8 @@
 #include "ssp_commands.hpp"
 #include "upload_command.hpp"
 
+#include <string>
+
 namespace vxpadctl {
 
 namespace {

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <cstdio>
 #include <stdexcept>
+#include <system_error>
 
 namespace vxpadctl {
 

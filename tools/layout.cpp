@@ -6,6 +6,8 @@
 #include <array>
 #include <charconv>
 #include <stdexcept>
+#include <system_error>
+#include <utility>
 
 namespace vxpadctl {
 

@@ -4,7 +4,6 @@
 
 #include "../src/transport/usb_id_tables.hpp"
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdlib>

@@ -4,6 +4,7 @@
 
 #include "hex.hpp"
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <optional>

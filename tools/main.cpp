@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <iostream>
 #include <system_error>
 #include <unistd.h>

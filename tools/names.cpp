@@ -2,14 +2,19 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 
 namespace vxpadctl {
 
 namespace {
 
-constexpr std::array<Name, 3> component_table{{{1, "communication"}, {3, "configuration"}, {11, "signpad"}}};
+constexpr std::array<Name, 3> component_table{
+    {{communication, "communication"}, {configuration, "configuration"}, {signpad, "signpad"}}};
 
-constexpr std::array<Name, 4> mode_table{{{0, "signature"}, {5, "doc-view"}, {6, "doc-sign"}, {13, "user-input"}}};
+constexpr std::array<Name, 4> mode_table{{{signature_mode, "signature"},
+                                          {doc_view_mode, "doc-view"},
+                                          {doc_sign_mode, "doc-sign"},
+                                          {user_input_mode, "user-input"}}};
 
 constexpr std::array<Name, 11> button_table{{
     {200, "zoom-in"},

@@ -9,6 +9,9 @@
 
 namespace vxpadctl {
 
+enum ComponentType : std::uint32_t { communication = 1, configuration = 3, signpad = 11 };
+enum ModeType : std::uint32_t { signature_mode = 0, doc_view_mode = 5, doc_sign_mode = 6, user_input_mode = 13 };
+
 struct Name {
     std::uint32_t value;
     std::string_view name;

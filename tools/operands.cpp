@@ -1,5 +1,6 @@
 #include "operands.hpp"
 
+#include "hex.hpp"
 #include "library.hpp"
 #include "names.hpp"
 #include "values.hpp"

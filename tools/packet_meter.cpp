@@ -4,6 +4,8 @@
 #include "text.hpp"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 
 namespace vxpadctl {
 
@@ -58,7 +60,7 @@ double PacketMeter::rate(Clock::time_point now) const {
 
 std::string PacketMeter::line(Clock::time_point now) const {
     std::string text = decimal(in_seconds(now - start_), 1) + " s  " + decimal(rate(now), 1) + " reports/s  " +
-                       std::to_string(count_) + (count_ == 1 ? " packet" : " packets");
+                       counted(count_, "packet");
     if (!last_.empty()) {
         text += "  " + packet_text(last_.front(), pressure_ ? &*pressure_ : nullptr);
     }

@@ -1,10 +1,13 @@
 // What there is to tell of packets while they come.
 #pragma once
 
+#include "hex.hpp"
 #include "layout.hpp"
 #include "reception.hpp"
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <optional>
 #include <span>

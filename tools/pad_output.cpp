@@ -1,7 +1,14 @@
 #include "pad_output.hpp"
 
+#include "hex.hpp"
 #include "table.hpp"
 #include "text.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace vxpadctl {
 
@@ -62,7 +69,7 @@ std::vector<Fact> description_facts(const PadDescription& description) {
     };
 }
 
-std::vector<Fact> ssp_facts(const SspFacts& ssp) {
+std::vector<Fact> facts_of(const SspFacts& ssp) {
     std::vector<Fact> facts;
     if (ssp.output_packet_size) {
         facts.emplace_back("Packets out", bytes(*ssp.output_packet_size));
@@ -113,7 +120,7 @@ std::string pad_details(const Pad& pad, const std::optional<SspFacts>& ssp) {
         {"SSP", ssp ? "yes" : "no"},
     };
     if (ssp) {
-        for (const Fact& fact : ssp_facts(*ssp)) {
+        for (const Fact& fact : facts_of(*ssp)) {
             facts.push_back(fact);
         }
     }

@@ -4,6 +4,7 @@
 #include "library.hpp"
 #include "names.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>

@@ -2,6 +2,8 @@
 
 #include "chosen_pad.hpp"
 #include "interruption.hpp"
+#include "layout.hpp"
+#include "library.hpp"
 #include "packet_meter.hpp"
 #include "printing.hpp"
 #include "reception.hpp"
@@ -13,11 +15,18 @@
 #include "../emulator/control_client.hpp"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace vxpadctl {
 
@@ -45,10 +54,6 @@ std::unique_ptr<Session> session_for(const Arguments& arguments) {
     return session;
 }
 
-std::string counted(std::size_t packets) {
-    return std::to_string(packets) + (packets == 1 ? " packet" : " packets");
-}
-
 // Receives until the arguments' limits are reached, the taker wants no more, the pad has gone or a person interrupts.
 // The taker is called every moment, also when nothing came, and last with what came while the reception ended. What
 // ended it before its time is thrown then.
@@ -72,7 +77,8 @@ void follow(std::unique_ptr<Session> session, const Arguments& arguments,
     pass(reception.take(std::chrono::milliseconds(0)));
 
     if (pulled_out) {
-        throw LibraryError("pad " + std::to_string(arguments.pad) + " was pulled out, after " + counted(taken));
+        throw LibraryError("pad " + std::to_string(arguments.pad) + " was pulled out, after " +
+                           counted(taken, "packet"));
     }
     stop_if_interrupted();
     if (taken == 0) {
@@ -116,7 +122,8 @@ constexpr auto redraw_pause = std::chrono::milliseconds(100);
 constexpr auto line_pause = std::chrono::seconds(1);
 
 std::string facts_of(const Recording& recording) {
-    return counted(recording.packets.size()) + " in " + decimal(Seconds(recording.packets.back().at).count(), 3) + " s";
+    return counted(recording.packets.size(), "packet") + " in " +
+           decimal(Seconds(recording.packets.back().at).count(), 3) + " s";
 }
 
 // Has a virtual pad of the emulator under which this runs play the file.
@@ -192,7 +199,7 @@ bool record(const Arguments& arguments, std::FILE* results) {
         return !recorder.is_full();
     };
     const auto tell = [&] {
-        print(to_file ? results : stderr, counted(recorder.count()) + " in " +
+        print(to_file ? results : stderr, counted(recorder.count(), "packet") + " in " +
                                               decimal(Seconds(recorder.duration()).count(), 3) + " s recorded in " +
                                               for_terminal(recorder.name()) + "\n");
     };
@@ -241,7 +248,7 @@ bool plot(const Arguments& arguments, std::FILE* results) {
     const Recording recording = load_recording(arguments.file);
     const Signature signature = signature_in(recording.packets, layout);
     if (signature.too_short > 0) {
-        std::cerr << "vxpadctl: " << counted(signature.too_short) << " left out, too short for the layout\n";
+        std::cerr << "vxpadctl: " << counted(signature.too_short, "packet") << " left out, too short for the layout\n";
     }
     if (signature.strokes.empty()) {
         throw std::runtime_error("there is no stroke to draw: no packet has a pressure above 0");

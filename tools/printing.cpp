@@ -4,6 +4,7 @@
 #include "text.hpp"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
@@ -58,8 +59,8 @@ void flush(std::FILE* file, const std::string& name) {
 }
 
 void print_sent(const Arguments& arguments, std::size_t size, std::FILE* results) {
-    print(results, std::to_string(size) + (size == 1 ? " byte" : " bytes") + " sent to interface " +
-                       std::to_string(arguments.interface) + " of pad " + std::to_string(arguments.pad) + "\n");
+    print(results, counted(size, "byte") + " sent to interface " + std::to_string(arguments.interface) + " of pad " +
+                       std::to_string(arguments.pad) + "\n");
 }
 
 void print_as_it_comes(const Arguments& arguments, std::chrono::milliseconds wait, const char* what,

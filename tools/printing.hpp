@@ -2,8 +2,10 @@
 #pragma once
 
 #include "arguments.hpp"
+#include "hex.hpp"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <exception>
 #include <functional>

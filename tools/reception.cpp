@@ -1,6 +1,9 @@
 #include "reception.hpp"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vxpadcom/vxpadcom.h>

@@ -1,10 +1,12 @@
 // What a pad sends by itself, packet by packet.
 #pragma once
 
+#include "hex.hpp"
 #include "library.hpp"
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <vector>

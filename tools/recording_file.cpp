@@ -4,6 +4,7 @@
 
 #include "../emulator/text.hpp"
 
+#include <cstddef>
 #include <ctime>
 #include <stdexcept>
 

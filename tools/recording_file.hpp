@@ -8,6 +8,7 @@
 #include "../emulator/recording.hpp"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <span>

@@ -3,6 +3,7 @@
 #include "text.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
 
 namespace vxpadctl {

@@ -4,6 +4,7 @@
 #include "layout.hpp"
 #include "recording_file.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>

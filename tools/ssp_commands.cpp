@@ -1,10 +1,17 @@
 #include "ssp_commands.hpp"
 
 #include "chosen_pad.hpp"
+#include "hex.hpp"
 #include "names.hpp"
 #include "printing.hpp"
 #include "ssp_pad.hpp"
 #include "text.hpp"
+
+#include <chrono>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
 
 namespace vxpadctl {
 

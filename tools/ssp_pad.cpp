@@ -6,14 +6,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <span>
+#include <utility>
 #include <vxpadcom/vxpadcom.h>
 
 namespace vxpadctl {
 
 namespace {
-
-enum ComponentType : std::uint32_t { communication = 1, configuration = 3, signpad = 11 };
-constexpr std::uint32_t user_input_mode = 13;
 
 constexpr std::size_t reply_header = 2; // message id and result
 constexpr std::uint8_t result_ok = 1;
@@ -287,9 +287,9 @@ unsigned int SspPad::button_event(std::uint32_t mode) {
 
 void SspPad::refresh_buttons(std::uint32_t mode) {
     static constexpr std::array<std::pair<std::uint32_t, int (*)(vx_device*)>, 3> refreshes{{
-        {0, ssp_common_signature_buttons_refresh},
-        {5, ssp_common_doc_view_buttons_refresh},
-        {6, ssp_common_doc_sign_buttons_refresh},
+        {signature_mode, ssp_common_signature_buttons_refresh},
+        {doc_view_mode, ssp_common_doc_view_buttons_refresh},
+        {doc_sign_mode, ssp_common_doc_sign_buttons_refresh},
     }};
     for (const auto& [type, refresh] : refreshes) {
         if (type == mode) {

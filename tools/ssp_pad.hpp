@@ -1,6 +1,7 @@
 // A pad as one that speaks SSP: requests to its components, with answers as values and failures as sentences.
 #pragma once
 
+#include "hex.hpp"
 #include "library.hpp"
 
 #include <cstdint>

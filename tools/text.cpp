@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <utility>
 
 namespace vxpadctl {
 
@@ -120,6 +121,10 @@ std::string decimal(double number, int places) {
     const auto end =
         std::to_chars(digits.data(), digits.data() + digits.size(), number, std::chars_format::fixed, places).ptr;
     return {digits.data(), end};
+}
+
+std::string counted(std::size_t number, std::string_view thing) {
+    return std::to_string(number).append(" ").append(thing).append(number == 1 ? "" : "s");
 }
 
 std::size_t width(std::string_view utf8) {

@@ -20,6 +20,9 @@ std::string json_string(std::string_view utf8);
 // With so many digits behind the point.
 std::string decimal(double number, int places);
 
+// "1 packet", "2 packets"
+std::string counted(std::size_t number, std::string_view thing);
+
 // Columns that a text without control characters takes.
 std::size_t width(std::string_view utf8);
 

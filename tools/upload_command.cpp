@@ -1,6 +1,7 @@
 #include "upload_command.hpp"
 
 #include "chosen_pad.hpp"
+#include "hex.hpp"
 #include "interruption.hpp"
 #include "printing.hpp"
 #include "terminal_view.hpp"
@@ -12,7 +13,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <span>
+#include <stdexcept>
 #include <vxpadcom/vxpadcom.h>
 
 namespace vxpadctl {
@@ -148,8 +153,8 @@ bool upload(const Session& session, const Arguments& arguments, std::FILE* resul
                                                  : "an interface failed (with --trace the library tells more)"));
         }
     }
-    print(results, std::to_string(size) + (size == 1 ? " byte" : " bytes") + " sent in " + decimal(seconds(), 2) +
-                       " s, " + speed(size, seconds()) + "\n");
+    print(results,
+          counted(size, "byte") + " sent in " + decimal(seconds(), 2) + " s, " + speed(size, seconds()) + "\n");
     return true;
 }
 

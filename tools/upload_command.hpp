@@ -4,6 +4,7 @@
 #include "arguments.hpp"
 #include "library.hpp"
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 

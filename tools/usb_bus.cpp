@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <unistd.h>
 
 namespace vxpadctl {

@@ -44,6 +44,12 @@ TEST(Decimal, HasAsManyPlacesAsAsked) {
     EXPECT_EQ(decimal(1e21, 1), "1000000000000000000000.0");
 }
 
+TEST(Counted, SaysOneAndMany) {
+    EXPECT_EQ(counted(0, "packet"), "0 packets");
+    EXPECT_EQ(counted(1, "byte"), "1 byte");
+    EXPECT_EQ(counted(2, "byte"), "2 bytes");
+}
+
 TEST(Cut, CountsCharactersNotBytes) {
     EXPECT_EQ(width("é€😀"), 3U);
     EXPECT_EQ(cut("éééé", 4), "éééé");
