@@ -24,8 +24,9 @@ using Pair = std::pair<std::uint32_t, std::uint32_t>;
 
 std::vector<Pair> pairs_of(const vx_usb_id* list, std::size_t size) {
     std::vector<Pair> pairs;
-    for (std::size_t i = 0; i < size && list[i].vendor_id != 0; ++i)
+    for (std::size_t i = 0; i < size && list[i].vendor_id != 0; ++i) {
         pairs.emplace_back(list[i].vendor_id, list[i].product_id);
+    }
     return pairs;
 }
 
@@ -51,11 +52,14 @@ TEST(IdTables, HoldFourVendorsOfThirteenProductsAndAFifthOfTwo) {
     const auto hid = pairs_of(hid_device_list, std::size(hid_device_list));
     ASSERT_EQ(hid.size(), 54U);
     std::vector<Pair> expected;
-    for (const auto vendor : usb_ids::shared_vendors)
-        for (const auto& product : usb_ids::shared_products)
+    for (const auto vendor : usb_ids::shared_vendors) {
+        for (const auto& product : usb_ids::shared_products) {
             expected.emplace_back(vendor, product.product_id);
-    for (const auto& product : usb_ids::classic_products)
+        }
+    }
+    for (const auto& product : usb_ids::classic_products) {
         expected.emplace_back(usb_ids::classic_vendor, product.product_id);
+    }
     EXPECT_EQ(hid, expected);
 }
 
@@ -126,7 +130,7 @@ TEST_P(ExportedLock, IsFreeAtRest) {
 
 TEST_P(ExportedLock, HoldsTheLibraryUpWhileAnotherModuleHasIt) {
     ASSERT_EQ(pthread_mutex_lock(GetParam().mutex), 0);
-    std::thread caller(GetParam().call);
+    std::thread caller{GetParam().call};
     timespec soon{};
     clock_gettime(CLOCK_REALTIME, &soon);
     soon.tv_nsec += 20'000'000;

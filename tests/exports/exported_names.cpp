@@ -22,15 +22,16 @@ using testing::IsEmpty;
 namespace {
 
 std::string content_of(const char* file) {
-    std::ifstream input(file);
+    std::ifstream input{file};
     return {std::istreambuf_iterator<char>(input), {}};
 }
 
 std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> lines;
-    std::istringstream input(text);
-    for (std::string line; std::getline(input, line);)
+    std::istringstream input{text};
+    for (std::string line; std::getline(input, line);) {
         lines.push_back(line);
+    }
     return lines;
 }
 
@@ -38,8 +39,9 @@ std::string output_of(const std::string& command) {
     const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), &pclose);
     std::string output;
     std::array<char, 4096> piece{};
-    while (pipe != nullptr && std::fgets(piece.data(), piece.size(), pipe.get()) != nullptr)
+    while (pipe != nullptr && std::fgets(piece.data(), piece.size(), pipe.get()) != nullptr) {
         output += piece.data();
+    }
     return output;
 }
 
@@ -58,13 +60,14 @@ bool is_added_by_a_sanitizer(std::string_view name) {
 std::map<std::string, char> names_in_library() {
     std::map<std::string, char> names;
     for (const std::string& line : lines_of(output_of(std::string(NM) + " -D --defined-only " + LIBRARY_FILE))) {
-        std::istringstream fields(line);
+        std::istringstream fields{line};
         std::string address;
         std::string kind;
         std::string name;
         fields >> address >> kind >> name;
-        if (!is_added_by_a_sanitizer(name))
+        if (!is_added_by_a_sanitizer(name)) {
             names[name] = kind.front();
+        }
     }
     return names;
 }
@@ -74,8 +77,9 @@ enum class Kind { function, data };
 // Every declaration that is marked as exported.
 std::map<std::string, Kind> names_in_header() {
     std::string header = content_of(PUBLIC_HEADER);
-    for (auto start = header.find("/*"); start != std::string::npos; start = header.find("/*", start))
+    for (auto start = header.find("/*"); start != std::string::npos; start = header.find("/*", start)) {
         header.erase(start, header.find("*/", start) + 2 - start);
+    }
 
     std::map<std::string, Kind> names;
     constexpr std::string_view marker = "\nVXPADCOM_API ";
@@ -94,8 +98,9 @@ std::map<std::string, Kind> names_in_header() {
 
 template <class Names> std::set<std::string> keys(const Names& names) {
     std::set<std::string> result;
-    for (const auto& [name, kind] : names)
+    for (const auto& [name, kind] : names) {
         result.insert(name);
+    }
     return result;
 }
 
@@ -129,8 +134,9 @@ TEST(ExportedNames, AreFunctionsOrWritableDataAsDeclared) {
     const auto library = names_in_library();
     for (const auto& [name, kind] : names_in_header()) {
         const auto found = library.find(name);
-        if (found == library.end())
+        if (found == library.end()) {
             continue; // another test's matter
+        }
         const std::string_view letters = kind == Kind::data ? "BDGS" : "T";
         EXPECT_NE(letters.find(found->second), std::string_view::npos) << name << " has the kind " << found->second;
     }
@@ -139,18 +145,21 @@ TEST(ExportedNames, AreFunctionsOrWritableDataAsDeclared) {
 // A relocation that names a function of the library could be bound to an application's function of that name.
 TEST(ExportedNames, OfFunctionsAreNotLookedUpByTheLibraryItself) {
     std::set<std::string> functions;
-    for (const auto& [name, kind] : names_in_library())
-        if (kind == 'T' || kind == 'W')
+    for (const auto& [name, kind] : names_in_library()) {
+        if (kind == 'T' || kind == 'W') {
             functions.insert(name);
+        }
+    }
 
     const auto relocations = lines_of(output_of(std::string(READELF) + " --wide --relocs " + LIBRARY_FILE));
     ASSERT_THAT(relocations, Contains(HasSubstr(" hid_open_path")));
     std::vector<std::string> looked_up;
     for (const std::string& line : relocations) { // offset, info, type, value, name, +, addend
-        std::istringstream fields(line);
+        std::istringstream fields{line};
         const std::vector<std::string> words{std::istream_iterator<std::string>(fields), {}};
-        if (words.size() > 4 && functions.contains(words[4].substr(0, words[4].find('@'))))
+        if (words.size() > 4 && functions.contains(words[4].substr(0, words[4].find('@')))) {
             looked_up.push_back(words[4]);
+        }
     }
     EXPECT_THAT(looked_up, IsEmpty());
 }

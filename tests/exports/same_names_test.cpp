@@ -40,8 +40,9 @@ class SameNames : public testing::Test {
         further_ = &standins::bus().plug(standins::pad_of_type(9, "1-1:1.1", 1));
         standins::bus().plug(standins::pad_of_type(1, "1-2:1.0", 0, L"SN0002"));
         // Trace points call much of what the library has.
-        for (const char* name : {"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC", "LIBVXPADCOM_DEBUG_MUTEX"})
+        for (const char* name : {"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC", "LIBVXPADCOM_DEBUG_MUTEX"}) {
             setenv(name, "1", 1);
+        }
         testing::internal::CaptureStdout();
         LIBRARY(Initialize)();
     }
@@ -67,8 +68,9 @@ TEST_F(SameNames, DoNotDisturbSearchAndQueries) {
     EXPECT_EQ(LIBRARY(GetProductName)(2, 0, text_.data(), 256, &reply_), 0);
     EXPECT_EQ(LIBRARY(GetVendorName)(2, text_.data(), 256, &reply_), 0);
     for (auto* query : {LIBRARY(GetVendorId), LIBRARY(GetUsbVersion), LIBRARY(GetBytesToSend),
-                        LIBRARY(GetEndPointCount), LIBRARY(GetUsedTransportProtocol)})
+                        LIBRARY(GetEndPointCount), LIBRARY(GetUsedTransportProtocol)}) {
         EXPECT_EQ(query(2, &reply_), 0);
+    }
     EXPECT_EQ(LIBRARY(GetProductId)(1, 0, &reply_), 0);
     EXPECT_EQ(LIBRARY(GetFeatureReportSize)(1, 0, &reply_), 0);
     EXPECT_EQ(LIBRARY(SetUsedTransportProtocol)(1, 1), 0);

@@ -24,9 +24,10 @@ std::set<std::string> known_names() {
                                 "__deinitialize", "stop_read_threads",  "start_thread",     "stop_thread",
                                 "__stop_thread",  "flush_data_packets", "start_routine",    "read_file",
                                 "pirc_routine",   "start_upload",       "interface_routine"};
-    std::ifstream list(EXPORTS_LIST);
-    for (std::string name; std::getline(list, name);)
+    std::ifstream list{EXPORTS_LIST};
+    for (std::string name; std::getline(list, name);) {
         names.insert(name);
+    }
     return names;
 }
 
@@ -43,7 +44,7 @@ void use_the_library() {
     std::array<char16_t, 256> text{};
     unsigned int reply = 0;
     const auto use_both_pads = [&] {
-        for (const unsigned int device : {1U, 2U, 17U})
+        for (const unsigned int device : {1U, 2U, 17U}) {
             for (const unsigned int interface : {0U, 1U, 5U}) {
                 SetFeature(device, interface, report.data(), 65, &reply);
                 GetFeature(device, interface, report.data(), 65, &reply);
@@ -56,6 +57,7 @@ void use_the_library() {
                 GetProductId(device, interface, &reply);
                 GetFeatureReportSize(device, interface, &reply);
             }
+        }
         GetSerialNumber(1, text.data(), 256, &reply);
         GetVendorName(1, text.data(), 256, &reply);
         GetVendorId(1, &reply);
@@ -116,20 +118,22 @@ void receive_and_upload() {
     auto& bus = standins::bus();
     bus.reset();
     standins::HidInterface& pad = bus.plug(standins::pad_of_type(9));
-    bus.hooks.usleep = [](unsigned) { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
+    bus.hooks.usleep = [](unsigned int) { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
     Initialize();
     static std::atomic<bool> received;
     received = false;
     SetOnDataReceivedHandler(
         1, 0, [](void*, unsigned int, unsigned int, const void*, unsigned int) { received = true; }, nullptr);
-    for (const unsigned int device : {1U, 3U, 17U})
+    for (const unsigned int device : {1U, 3U, 17U}) {
         SetDataReceivingEnabled(device, 0, 1);
+    }
     {
         const auto guard = bus.lock();
         pad.input_reports.push_back(standins::Bytes(64, 7));
     }
-    for (int i = 0; i < 5000 && !received; ++i)
+    for (int i = 0; i < 5000 && !received; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     unsigned int count = 0;
     GetDataPacketsAvailable(1, 0, &count);
     FlushDataPackets(1, 0);
@@ -138,8 +142,9 @@ void receive_and_upload() {
     ReadFileBuffer(1, 3, nullptr, 0, nullptr);
     SetOnDataReceivedHandler(1, 0, nullptr, nullptr);
     bus.unplug(pad);
-    for (int i = 0; i < 5000 && bus.open_handles() > 0; ++i)
+    for (int i = 0; i < 5000 && bus.open_handles() > 0; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     Deinitialize();
     bus.hooks = {};
 }
@@ -159,16 +164,19 @@ TEST(TracedNames, AreThoseOfKnownFunctions) {
         errors = standard_error.text();
     }
     std::set<std::string> traced;
-    const std::regex name("\x1b\\[3\\dm\\d+: [0-9:.]+: *[\\w.]+: *\\d+: (?:info: |error: )?(\\w+)\\(\\): ");
-    for (const std::string& text : {output, errors})
+    const std::regex name{"\x1b\\[3\\dm\\d+: [0-9:.]+: *[\\w.]+: *\\d+: (?:info: |error: )?(\\w+)\\(\\): "};
+    for (const std::string& text : {output, errors}) {
         for (auto match = std::sregex_iterator(text.begin(), text.end(), name); match != std::sregex_iterator();
-             ++match)
+             ++match) {
             traced.insert((*match)[1]);
+        }
+    }
 
     EXPECT_GT(traced.size(), 60U);
     const auto known = known_names();
-    for (const std::string& one : traced)
+    for (const std::string& one : traced) {
         EXPECT_TRUE(known.contains(one)) << one;
+    }
 }
 
 } // namespace
