@@ -18,7 +18,7 @@ using standins::bus;
 using standins::Bytes;
 
 constexpr unsigned char unplug = 0xFF;
-constexpr unsigned time_out_ms = 20;
+constexpr unsigned int time_out_ms = 20;
 
 struct Pieces {
     const uint8_t* next;
@@ -26,11 +26,13 @@ struct Pieces {
 
     // The next read's bytes, or nullopt where the pad is pulled out. Nothing more comes behind the last.
     std::optional<Bytes> take() {
-        if (next == end)
+        if (next == end) {
             return Bytes{};
+        }
         const std::size_t size = *next++;
-        if (size == unplug)
+        if (size == unplug) {
             return std::nullopt;
+        }
         const auto* from = next;
         next += std::min(size, static_cast<std::size_t>(end - next));
         return Bytes(from, next);
@@ -96,15 +98,17 @@ void clear(vx_device& record) {
     destroy_uni_queue(record.ssp_input_read);
     destroy_uni_queue(record.ssp_command_messages);
     destroy_uni_queue(record.ssp_unfinished);
-    if (record.vcom_device)
+    if (record.vcom_device) {
         libusb_unref_device(record.vcom_device);
+    }
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0)
+    if (size == 0) {
         return 0;
+    }
     const bool hid = (data[0] & 1) != 0;
     const int selector = (data[0] & 2) != 0 ? 1 : 0;
     const bool legacy = (data[0] & 4) != 0;
@@ -128,8 +132,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         feed_vcom(pieces);
     }
     __core_open_dev(&record);
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         receive(record, legacy, selector);
+    }
     receive(record, false, 1 - selector);
     clear(record);
     fuzz::require(bus().open_handles() == 0, "open handles");

@@ -14,7 +14,7 @@ int replayed = 0;
 void replay(const std::filesystem::path& file) {
     std::printf("%s\n", file.filename().c_str());
     std::fflush(stdout); // names the culprit where the target ends the process
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream{file, std::ios::binary};
     const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
     // A copy of exactly that size, so that sanitizers see any access beyond it.
     std::vector<uint8_t> input(bytes.begin(), bytes.end());
@@ -34,8 +34,9 @@ int main(int count, char** arguments) {
         }
         std::vector<std::filesystem::path> files{std::filesystem::directory_iterator(path), {}};
         std::sort(files.begin(), files.end());
-        for (const auto& file : files)
+        for (const auto& file : files) {
             replay(file);
+        }
     }
     return replayed > 0 ? 0 : 1; // an empty corpus tests nothing
 }

@@ -28,12 +28,13 @@ std::vector<Bytes> take_frames(uni_queue* queue) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0)
+    if (size == 0) {
         return 0;
+    }
     const Bytes given(data, data + size);
     const std::unique_ptr<uni_queue, QueueDeleter> queue(init_uni_queue());
 
-    const TokenModel model(given);
+    const TokenModel model{given};
     Bytes stream = given;
     const int parsed = ssp_transport_token_to_base_message_data(stream.data(), stream.size(), queue.get());
     fuzz::require(parsed == (model.started ? static_cast<int>(model.frames.size()) : -1), "number of frames");
