@@ -31,7 +31,7 @@ class Record {
 class ClassicPads : public PluggedPads {};
 
 TEST_F(ClassicPads, TakeTheirTimeBeforeAMode) {
-    Record record(slow_pad, 8);
+    Record record{slow_pad, 8};
     int result = 0;
     const auto seconds = seconds_of([&] { result = core_set_pad_mode(record.get(), 3, 2); });
     EXPECT_EQ(result, 3);
@@ -43,7 +43,7 @@ TEST_F(ClassicPads, TakeTheirTimeBeforeAMode) {
 }
 
 TEST_F(ClassicPads, TakeAShortModeCommandWithAMark) {
-    Record record(oldest_pad, 1);
+    Record record{oldest_pad, 1};
     EXPECT_EQ(core_set_pad_mode(record.get(), 4, 0), 0);
     Bytes command{1, 4, 0};
     command.resize(40);
@@ -54,7 +54,7 @@ TEST_F(ClassicPads, TakeAShortModeCommandWithAMark) {
 }
 
 TEST_F(ClassicPads, AreNotAskedForAStatusThatTheyDoNotHave) {
-    Record record(oldest_pad, 1);
+    Record record{oldest_pad, 1};
     flags_status status{};
     status.flags[5] = 7;
     EXPECT_EQ(__core_get_status(record.get(), &status), 0);
@@ -63,7 +63,7 @@ TEST_F(ClassicPads, AreNotAskedForAStatusThatTheyDoNotHave) {
 }
 
 TEST_F(ClassicPads, TellTheirVersionOverTheBus) {
-    Record record(slow_pad, 8);
+    Record record{slow_pad, 8};
     dev_fw_version version{};
     EXPECT_EQ(core_read_version(record.get(), &version), 0);
     EXPECT_EQ((Bytes{static_cast<unsigned char>(version.major), static_cast<unsigned char>(version.minor),
@@ -74,7 +74,7 @@ TEST_F(ClassicPads, TellTheirVersionOverTheBus) {
 }
 
 TEST_F(ClassicPads, TakeARectangle) {
-    Record record(slow_pad, 8);
+    Record record{slow_pad, 8};
     EXPECT_EQ(core_create_signature_rectangle(record.get(), 1, 0x202, 0xffff, 4, 0x01020304), 0);
     EXPECT_EQ(state_of(slow_pad, "rectangle"), "1,514,65535,4,16909060");
 }
@@ -86,11 +86,12 @@ TEST_F(ClassicPads, WorkThroughTheListOfPads) {
     EXPECT_EQ(serial_number(1), u"OLDEST");
     EXPECT_EQ(serial_number(2), u"SLOW");
     EXPECT_TRUE(take_log(oldest_pad).empty());
-    for (const unsigned int device : {1U, 2U})
+    for (const unsigned int device : {1U, 2U}) {
         for (const unsigned int interface : {0U, 1U}) {
             EXPECT_EQ(set_feature(device, interface, report(65, 0x80)), 0);
             EXPECT_EQ(read(GetFeature, device, interface).result, 0);
         }
+    }
     EXPECT_EQ(read(ReadFile, 1, 1, 21).reply, reply_untouched); // it is selected and listened to
     to_pad("input", oldest_pad, "1 0102030405060708090a0b0c0d0e0f1011121314");
     const auto answer = next_input(1, 1, 21);

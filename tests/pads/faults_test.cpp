@@ -176,8 +176,9 @@ TEST_F(Faults, EmptyAndStalledInputIsNoInput) {
 TEST_F(Faults, SilentInputIsNoInput) {
     fault("silence,on=input");
     to_pad("input", pad, "0 01");
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(read(ReadFile, 1, 0).reply, reply_untouched);
+    }
     EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), 3);
     EXPECT_EQ(count(), 1);
     SetOnDeviceRemovedHandler(nullptr, nullptr);
@@ -227,8 +228,9 @@ TEST_P(FaultySearch, EndsWithADocumentedResult) {
     EXPECT_TRUE(IsInitialized());
     EXPECT_EQ(count(), GetParam().pads);
     if (GetParam().pads == 0) {
-        for (const auto& [name, call, _] : device_calls())
+        for (const auto& [name, call, _] : device_calls()) {
             EXPECT_EQ(failure(call(1)), invalid_handle(name, "Error of switching to device: 1"));
+        }
     }
     to_pad("clear-faults", pad);
     EXPECT_EQ(Initialize(), 0);

@@ -57,13 +57,15 @@ void pads::forget_handed_out() {
 extern "C" int hid_read(hid_device_* hid, unsigned char* data, std::size_t length) {
     static const auto next = reinterpret_cast<decltype(&hid_read)>(dlsym(RTLD_NEXT, "hid_read"));
     const auto now = Clock::now();
-    if (last_reading != Clock::time_point{})
+    if (last_reading != Clock::time_point{}) {
         longest_pause = std::max(longest_pause, now - last_reading);
+    }
     last_reading = now;
     ++readings;
     const int result = next(hid, data, length);
-    if (result == 64)
+    if (result == 64) {
         note(hid, pads::pen_packet(data));
+    }
     return result;
 }
 

@@ -56,16 +56,18 @@ INSTANTIATE_TEST_SUITE_P(All, Leaks,
                                          Cycle{"Failures",
                                                [] {
                                                    Initialize();
-                                                   for (int i = 0; i < 100; ++i)
+                                                   for (int i = 0; i < 100; ++i) {
                                                        EXPECT_NE(set_feature(1, 7, report(65, 0x80)), 0);
+                                                   }
                                                }},
                                          Cycle{"UnplugAndUse",
                                                [] {
                                                    Initialize();
                                                    exchange();
                                                    to_pad("unplug", pad);
-                                                   for (const unsigned int interface : {0U, 1U, 0U, 1U})
+                                                   for (const unsigned int interface : {0U, 1U, 0U, 1U}) {
                                                        EXPECT_NE(set_feature(1, interface, report(65, 0x80)), 0);
+                                                   }
                                                    to_pad("plug", pad);
                                                    Initialize();
                                                    exchange();
@@ -85,8 +87,9 @@ INSTANTIATE_TEST_SUITE_P(All, Leaks,
                                                           "unplug,count=1,after=" + std::to_string(transfer++ % 48));
                                                    Initialize();
                                                    to_pad("clear-faults", pad);
-                                                   if (!is_plugged(pad))
+                                                   if (!is_plugged(pad)) {
                                                        to_pad("plug", pad);
+                                                   }
                                                }},
                                          Cycle{"SearchThatEndsEarly",
                                                [] {
@@ -139,8 +142,9 @@ INSTANTIATE_TEST_SUITE_P(All, Leaks,
                                                    Initialize();
                                                    exchange_with_vcom_pad();
                                                    to_pad("unplug", vcom_pad);
-                                                   for (int i = 0; i < 3; ++i)
+                                                   for (int i = 0; i < 3; ++i) {
                                                        EXPECT_EQ(send_message(components_request), send_failure);
+                                                   }
                                                    to_pad("plug", vcom_pad);
                                                    Initialize();
                                                    exchange_with_vcom_pad();
@@ -153,8 +157,9 @@ INSTANTIATE_TEST_SUITE_P(All, Leaks,
                                                           "unplug,count=1,after=" + std::to_string(transfer++ % 24));
                                                    Initialize();
                                                    to_pad("clear-faults", vcom_pad);
-                                                   if (!is_plugged(vcom_pad))
+                                                   if (!is_plugged(vcom_pad)) {
                                                        to_pad("plug", vcom_pad);
+                                                   }
                                                },
                                                vcom_pad}),
                          [](const auto& tested) { return tested.param.name; });

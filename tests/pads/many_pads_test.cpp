@@ -29,16 +29,19 @@ TEST_F(ManyPads, AreUsedUpToTheFifteenth) {
     }
     EXPECT_EQ(expected, usable + 1);
     EXPECT_EQ(serials.size(), usable) << "pads of one model are told apart by their serial numbers";
-    for (unsigned int device = 1; device <= usable; ++device)
+    for (unsigned int device = 1; device <= usable; ++device) {
         EXPECT_EQ(read(GetFeature, device, 0).buffer[1], 0x80 + device);
-    for (const auto& [name, call, _] : device_calls())
+    }
+    for (const auto& [name, call, _] : device_calls()) {
         EXPECT_EQ(failure(call(16)), invalid_handle(name, "Error of switching to device: 16"));
+    }
     EXPECT_EQ(Deinitialize(), 0);
 }
 
 TEST_F(ManyPads, MakeRoomWhenTheyAreUnplugged) {
-    for (int pad = 1; pad <= 15; ++pad)
+    for (int pad = 1; pad <= 15; ++pad) {
         to_pad("unplug", pad);
+    }
     Initialize();
     unsigned int reply = 0;
     EXPECT_EQ(GetDeviceCount(&reply), 2);

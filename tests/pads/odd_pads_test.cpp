@@ -20,8 +20,9 @@ enum : unsigned int { percent = 1, foreign, longest, nameless, broken, twins, cr
 TEST_F(OddPads, AreAllFound) {
     unsigned int reply = 0;
     EXPECT_EQ(GetDeviceCount(&reply), crowded);
-    for (unsigned int device = 1; device <= crowded; ++device)
+    for (unsigned int device = 1; device <= crowded; ++device) {
         EXPECT_EQ(set_feature(device, 0, report(65, 0x80)), 0) << device;
+    }
 }
 
 TEST_F(OddPads, HaveNoFormatsInTheirNames) {
@@ -72,8 +73,9 @@ TEST_F(OddPads, AreNotFoundWithFortyInterfaces) {
     EXPECT_NE(emulator::request("list").find("interfaces=40 serial=FORTY"), std::string::npos);
     unsigned int reply = 0;
     const auto count = static_cast<unsigned int>(GetDeviceCount(&reply));
-    for (unsigned int device = 1; device <= count; ++device)
+    for (unsigned int device = 1; device <= count; ++device) {
         EXPECT_NE(serial_number(device), u"FORTY");
+    }
 }
 
 // Nothing tells two pads of one model apart that have no serial numbers: they count as interfaces of one.
@@ -84,11 +86,13 @@ TEST_F(OddPads, CannotBeToldApart) {
 
 TEST_F(OddPads, HaveMoreInterfacesThanCanBeUsed) {
     EXPECT_EQ(number_of([](auto* reply) { return GetEndPointCount(crowded, reply); }), 9U);
-    for (unsigned int interface = 0; interface < 9; ++interface)
+    for (unsigned int interface = 0; interface < 9; ++interface) {
         EXPECT_EQ(set_feature(crowded, interface, report(65, 0x80)), 0) << interface;
-    for (const unsigned int interface : {9U, 10U, 31U, 32U})
+    }
+    for (const unsigned int interface : {9U, 10U, 31U, 32U}) {
         EXPECT_EQ(failure(set_feature(crowded, interface, report(65, 0x80))),
                   invalid_handle("SetFeature", "Error of write HID feature for device: 7"));
+    }
 }
 
 } // namespace

@@ -37,8 +37,9 @@ TEST_F(OnePadUninitialized, FailsCleanlyBeforeInitialize) {
     unsigned int reply = reply_untouched;
     EXPECT_FALSE(IsInitialized());
     EXPECT_EQ(GetDeviceCount(&reply), 0);
-    for (const auto& [name, call, _] : device_calls())
+    for (const auto& [name, call, _] : device_calls()) {
         EXPECT_EQ(failure(call(1)), invalid_handle(name, "Error of switching to device: 1"));
+    }
     EXPECT_EQ(Deinitialize(), 0);
     EXPECT_EQ(Deinitialize(), 0);
     EXPECT_TRUE(take_log(pad).empty());
@@ -55,8 +56,9 @@ TEST_F(OnePadUninitialized, IsForgottenByDeinitialize) {
     EXPECT_TRUE(IsInitialized());
     Deinitialize();
     EXPECT_FALSE(IsInitialized());
-    for (const auto& [name, call, _] : device_calls())
+    for (const auto& [name, call, _] : device_calls()) {
         EXPECT_EQ(failure(call(1)), invalid_handle(name, "Error of switching to device: 1"));
+    }
     EXPECT_EQ(number_of(EnumerateDevicesNext), 0U);
 }
 
@@ -72,8 +74,9 @@ TEST_F(OnePadUninitialized, IsAskedForItsVersionAndClearedInOrder) {
         expected.insert(expected.end(), more.begin(), more.end());
     };
     const Bytes version_reply{0x11, 0, 0, 0, 7, 0, 0, 0, 8, 0, 0, 0, 9, 0, 0, 0, 0x0a, 0x0b, 0, 0, 'A', 'B', 'C', 'D'};
-    for (const unsigned int interface : {0U, 1U, 2U})
+    for (const unsigned int interface : {0U, 1U, 2U}) {
         append(exchange(interface, {0x11}, version_reply));
+    }
     append(exchange(0, {0x65}, {0x65})); // as the first pad of the search
     append(exchange(0, {0x65}, {0x65})); // at the end of the walk through all pads
 
@@ -90,8 +93,9 @@ TEST_F(OnePadUninitialized, ShowsItsVersionInTheTrace) {
     const auto trace = testing::internal::GetCapturedStdout();
     unsetenv("LIBVXPADCOM_DEBUG");
     for (const auto* line : {"FW info: major->7", "FW info: minor->8", "FW info: patch->9", "FW info: revision->2826",
-                             "FW info: manufacturer->ABCD"})
+                             "FW info: manufacturer->ABCD"}) {
         EXPECT_NE(trace.find(line), std::string::npos) << line;
+    }
 }
 
 TEST_F(OnePad, IsCountedInTheResult) {
@@ -123,8 +127,9 @@ TEST_F(OnePad, TellsItsNumbers) {
     EXPECT_EQ(number_of([](auto* reply) { return GetUsbVersion(1, reply); }), 0U);
     EXPECT_EQ(number_of([](auto* reply) { return GetBytesToSend(1, reply); }), 0U);
     EXPECT_EQ(number_of([](auto* reply) { return GetEndPointCount(1, reply); }), 3U);
-    for (const unsigned int interface : {0U, 1U, 8U, 0xffffffffU})
+    for (const unsigned int interface : {0U, 1U, 8U, 0xffffffffU}) {
         EXPECT_EQ(number_of([&](auto* reply) { return GetFeatureReportSize(1, interface, reply); }), 65U);
+    }
 }
 
 TEST_F(OnePad, KeepsTheProtocolFlagUntilTheNextSearch) {
@@ -203,8 +208,9 @@ TEST_F(OnePad, HasNoInputReportWaiting) {
 }
 
 TEST_F(OnePad, HandsOutInputReportsInOrder) {
-    for (const auto* hex : {"01", "0202", "030303"})
+    for (const auto* hex : {"01", "0202", "030303"}) {
         to_pad("input", pad, std::string("0 ") + hex);
+    }
     for (const std::size_t i : {1U, 2U, 3U}) {
         Bytes sent(i, static_cast<unsigned char>(i));
         sent.resize(64);
@@ -217,8 +223,9 @@ TEST_F(OnePad, HandsOutInputReportsInOrder) {
 }
 
 TEST_F(OnePad, KeepsTheInputReportsOfItsInterfacesApart) {
-    for (const unsigned int interface : {2U, 1U, 0U})
+    for (const unsigned int interface : {2U, 1U, 0U}) {
         to_pad("input", pad, std::to_string(interface) + " 1" + std::to_string(interface));
+    }
     for (const unsigned int interface : {0U, 1U, 2U}) {
         EXPECT_EQ(next_input(1, interface).buffer[1], 0x10 + interface);
         EXPECT_EQ(read(ReadFile, 1, interface).reply, reply_untouched);
@@ -265,10 +272,12 @@ TEST_F(OnePad, StartsAfreshWithEachInitialize) {
 // Wrong arguments
 
 TEST_F(OnePad, KnowsNoOtherNumber) {
-    for (const unsigned int device : {0U, 2U, 15U, 16U, 17U, 0x10001U, 0x7fffffffU, 0xffffffffU})
-        for (const auto& [name, call, _] : device_calls())
+    for (const unsigned int device : {0U, 2U, 15U, 16U, 17U, 0x10001U, 0x7fffffffU, 0xffffffffU}) {
+        for (const auto& [name, call, _] : device_calls()) {
             EXPECT_EQ(failure(call(device)), invalid_handle(name, "Error of switching to device: " +
                                                                       std::to_string(static_cast<int>(device))));
+        }
+    }
     EXPECT_TRUE(take_log(pad).empty());
     EXPECT_EQ(serial_number(1), u"SN00000042");
 }

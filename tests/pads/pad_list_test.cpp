@@ -17,22 +17,26 @@ int count() {
 
 std::vector<std::u16string> enumerate() {
     std::vector<std::u16string> serials;
-    for (unsigned int device = number_of(EnumerateDevicesStart); device != 0; device = number_of(EnumerateDevicesNext))
+    for (unsigned int device = number_of(EnumerateDevicesStart); device != 0;
+         device = number_of(EnumerateDevicesNext)) {
         serials.push_back(serial_number(device));
+    }
     return serials;
 }
 
 TEST_F(PadListUninitialized, FollowsWhatIsPlugged) {
     using Serials = std::vector<std::u16string>;
-    for (const int pad : {1, 2, 3})
+    for (const int pad : {1, 2, 3}) {
         to_pad("unplug", pad);
+    }
     EXPECT_EQ(Initialize(), 0);
     EXPECT_TRUE(IsInitialized());
     EXPECT_EQ(count(), 0);
     EXPECT_EQ(enumerate(), Serials{});
     EXPECT_EQ(failure(GetBytesToSend(1, nullptr)).code, 258U);
-    for (const auto& [name, call, _] : device_calls())
+    for (const auto& [name, call, _] : device_calls()) {
         EXPECT_EQ(failure(call(1)), invalid_handle(name, "Error of switching to device: 1"));
+    }
 
     to_pad("plug", 3);
     EXPECT_EQ(count(), 0) << "a pad shows with the next search";
@@ -78,9 +82,10 @@ TEST_F(PadList, SendsReportsToThePadThatIsNamed) {
         const auto device = static_cast<unsigned int>(pad);
         const auto sent = report(65, static_cast<unsigned char>(0x80 + pad));
         EXPECT_EQ(set_feature(device, 0, sent), 0);
-        for (const int other : {1, 2, 3})
+        for (const int other : {1, 2, 3}) {
             EXPECT_EQ(take_log(other),
                       other == pad ? std::vector{feature_line("out", 0, payload(sent))} : std::vector<std::string>{});
+        }
     }
 }
 
@@ -102,9 +107,10 @@ TEST_F(PadList, ReachesAllNineInterfaces) {
         to_pad("input", 3, std::to_string(interface) + " 5" + std::to_string(interface));
         EXPECT_EQ(next_input(3, interface).buffer[1], 0x50 + interface);
     }
-    for (const unsigned int interface : {9U, 10U, 0xffffffffU})
+    for (const unsigned int interface : {9U, 10U, 0xffffffffU}) {
         EXPECT_EQ(failure(set_feature(3, interface, report(65, 0x80))),
                   invalid_handle("SetFeature", "Error of write HID feature for device: 3"));
+    }
     EXPECT_TRUE(take_log(3).empty());
 }
 

@@ -30,9 +30,10 @@ constexpr bool counts_memory = true;
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> result;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
+    std::istringstream stream{text};
+    for (std::string line; std::getline(stream, line);) {
         result.push_back(line);
+    }
     return result;
 }
 
@@ -72,8 +73,9 @@ void PrintTo(const TextAnswer& answer, std::ostream* stream) {
 }
 
 Failure failure(int result) {
-    if (result == 0)
+    if (result == 0) {
         return {};
+    }
     const auto handle = static_cast<unsigned int>(result);
     const auto text = [&](auto query) {
         return narrow(text_of([&](char16_t* res_text, int res_text_size, unsigned int* reply) {
@@ -176,8 +178,9 @@ const std::vector<DeviceCall>& device_calls() {
 
 Bytes report(std::size_t size, unsigned char first) {
     Bytes bytes(size, 0xaa);
-    for (std::size_t i = 1; i < size; ++i)
+    for (std::size_t i = 1; i < size; ++i) {
         bytes[i] = static_cast<unsigned char>(first + i - 1);
+    }
     return bytes;
 }
 
@@ -227,8 +230,9 @@ std::string to_pad(const std::string& request, int pad, const std::string& rest)
 
 std::string hex(const Bytes& bytes) {
     std::ostringstream text;
-    for (const auto byte : bytes)
-        text << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
+    for (const auto byte : bytes) {
+        text << std::hex << std::setw(2) << std::setfill('0') << static_cast<unsigned int>(byte);
+    }
     return text.str();
 }
 
@@ -243,10 +247,12 @@ std::string feature_line(const char* direction, unsigned int interface, const By
 }
 
 std::string state_of(int pad, const std::string& name) {
-    std::istringstream words(to_pad("state", pad));
-    for (std::string word; words >> word;)
-        if (word.starts_with(name + "="))
+    std::istringstream words{to_pad("state", pad)};
+    for (std::string word; words >> word;) {
+        if (word.starts_with(name + "=")) {
             return word.substr(name.size() + 1);
+        }
+    }
     return {};
 }
 
@@ -259,8 +265,9 @@ void heal() {
     for (const auto& line : lines(emulator::request("list"))) {
         ++pad;
         to_pad("clear-faults", pad);
-        if (line.find(" unplugged ") != std::string::npos)
+        if (line.find(" unplugged ") != std::string::npos) {
             to_pad("plug", pad);
+        }
         to_pad("log", pad);
     }
 }
@@ -270,24 +277,28 @@ void plug_only(const std::vector<int>& pads) {
     for (const auto& line : lines(emulator::request("list"))) {
         ++pad;
         to_pad("clear-faults", pad);
-        if (line.find(" unplugged ") == std::string::npos)
+        if (line.find(" unplugged ") == std::string::npos) {
             to_pad("unplug", pad);
+        }
     }
-    for (const int wanted : pads)
+    for (const int wanted : pads) {
         to_pad("plug", wanted);
+    }
 }
 
 void run_at_once(unsigned int threads, const std::function<void(unsigned int thread)>& action) {
     constexpr auto patience = 60s;
     std::atomic<unsigned int> ready{0};
     std::vector<std::future<void>> running;
-    for (unsigned int thread = 0; thread < threads; ++thread)
+    for (unsigned int thread = 0; thread < threads; ++thread) {
         running.push_back(std::async(std::launch::async, [&, thread] {
             ++ready;
-            while (ready < threads)
+            while (ready < threads) {
                 std::this_thread::yield();
+            }
             action(thread);
         }));
+    }
     for (auto& thread : running) {
         if (thread.wait_for(patience) != std::future_status::ready) {
             std::fprintf(stderr, "a thread hangs\n");

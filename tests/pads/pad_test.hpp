@@ -93,8 +93,9 @@ void plug_only(const std::vector<int>& pads); // as they were at first, without 
 template <typename Condition> bool wait_for(Condition condition, std::chrono::milliseconds patience = 10s) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
+        if (std::chrono::steady_clock::now() > deadline) {
             return false;
+        }
         std::this_thread::sleep_for(1ms);
     }
     return true;
@@ -112,11 +113,13 @@ int pull_out_at_each_transfer(int pad, Prepare prepare, Action action, Check che
         prepare();
         to_pad("fault", pad, "unplug,count=1,after=" + std::to_string(transfers));
         action();
-        if (is_plugged(pad))
+        if (is_plugged(pad)) {
             return transfers;
+        }
         check();
-        if (testing::Test::HasFatalFailure())
+        if (testing::Test::HasFatalFailure()) {
             break;
+        }
     }
     ADD_FAILURE() << "there is no end";
     return 0;

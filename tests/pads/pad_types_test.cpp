@@ -25,10 +25,12 @@ std::map<unsigned int, Pad> pads_by_type() {
     for (unsigned int device = 1; device <= types.size(); ++device) {
         const auto serial = serial_number(device);
         const int number = std::stoi(std::string(serial.begin() + 2, serial.end()));
-        std::istringstream list(emulator::request("list"));
-        for (std::string line; std::getline(list, line);)
-            if (line.starts_with(std::to_string(number) + " "))
+        std::istringstream list{emulator::request("list")};
+        for (std::string line; std::getline(list, line);) {
+            if (line.starts_with(std::to_string(number) + " ")) {
                 result[static_cast<unsigned int>(std::stoul(line.substr(line.find(" type=") + 6)))] = {device, number};
+            }
+        }
     }
     return result;
 }
@@ -68,8 +70,9 @@ TEST_F(PadTypes, AreToldByTheirIds) {
 }
 
 TEST_F(PadTypes, AreAskedForTheirVersionExceptTheFirstType) {
-    for (const auto& [type, pad] : pads_)
+    for (const auto& [type, pad] : pads_) {
         EXPECT_EQ(count_of(take_log(pad.number), "11"), type == 1 ? 0U : 1U) << "type " << type;
+    }
 }
 
 TEST_F(PadTypes, AreClearedWhenTheyBecomeCurrentIfTheyHaveARectangle) {
@@ -84,14 +87,17 @@ TEST_F(PadTypes, AreClearedWhenTheyBecomeCurrentIfTheyHaveARectangle) {
 TEST_F(PadTypes, AreClearedBeforeTheyAreClosedIfTheyHaveARectangle) {
     Bytes command{0xaa, 0x65, 1, 0, 2, 0, 3, 0, 4, 0, 5};
     command.resize(65);
-    for (const auto& [type, pad] : pads_)
+    for (const auto& [type, pad] : pads_) {
         EXPECT_EQ(set_feature(pad.device, 0, command), 0);
-    for (const auto& [type, pad] : pads_)
+    }
+    for (const auto& [type, pad] : pads_) {
         EXPECT_EQ(state_of(pad.number, "rectangle"), "1,2,3,4,5") << "selecting a pad by its number clears nothing";
+    }
     Deinitialize();
-    for (const auto& [type, pad] : pads_)
+    for (const auto& [type, pad] : pads_) {
         EXPECT_EQ(state_of(pad.number, "rectangle"), types_with_rectangle.contains(type) ? "0,0,0,0,0" : "1,2,3,4,5")
             << "type " << type;
+    }
 }
 
 TEST_F(PadTypes, HandOutInputReportsOfTheirSize) {

@@ -17,8 +17,9 @@ thread_local std::int64_t skipped_us = 0;
 
 extern "C" int usleep(useconds_t pause) {
     const useconds_t passing = std::min(pause, pads::longest_pause_us.load());
-    if (passing > 0)
+    if (passing > 0) {
         std::this_thread::sleep_for(std::chrono::microseconds(passing));
+    }
     skipped_us += pause - passing;
     return 0;
 }

@@ -107,8 +107,9 @@ TEST_P(Callbacks, DropWhatWaits) {
     });
     EXPECT_TRUE(wait_for([&] { return flushes >= 20; }, 30s));
     const auto numbers = application.numbers();
-    for (std::size_t i = 1; i < numbers.size(); ++i)
+    for (std::size_t i = 1; i < numbers.size(); ++i) {
         EXPECT_GE(numbers[i], numbers[i - 1] + 5);
+    }
     deinitialize();
 }
 
@@ -116,8 +117,9 @@ TEST_P(Callbacks, StopAndStartReceiving) {
     initialize({pad()});
     std::atomic<int> restarts{0};
     auto& application = start(pad(), 500, [&](Receiver& self, std::uint32_t number) {
-        if (number % 4 == 0)
+        if (number % 4 == 0) {
             self.disable();
+        }
         if (number % 2 == 0) {
             self.enable();
             ++restarts;
@@ -225,8 +227,9 @@ TEST_P(Callbacks, AreReplacedAndRemovedByOthers) {
         EXPECT_TRUE(wait_for([&] { return second.count() > before; }));
         EXPECT_EQ(SetOnDataReceivedHandler(first.device(), 0, nullptr, nullptr), 0);
         first.listen();
-        if (i % 5 == 0)
+        if (i % 5 == 0) {
             first.enable();
+        }
         first.enable();
     }
     const auto before = first.count();

@@ -8,8 +8,9 @@ namespace {
 
 std::uint64_t little_endian(const unsigned char* bytes, std::size_t size) {
     std::uint64_t value = 0;
-    for (std::size_t i = size; i > 0; --i)
+    for (std::size_t i = size; i > 0; --i) {
         value = value << 8 | bytes[i - 1];
+    }
     return value;
 }
 
@@ -40,9 +41,11 @@ unsigned int device_of(int pad) {
     unsigned int reply = 0;
     const auto count = static_cast<unsigned int>(GetDeviceCount(&reply));
     const std::string serial = "PAD" + std::to_string(pad);
-    for (unsigned int device = 1; device <= count; ++device)
-        if (serial_number(device) == std::u16string{serial.begin(), serial.end()})
+    for (unsigned int device = 1; device <= count; ++device) {
+        if (serial_number(device) == std::u16string{serial.begin(), serial.end()}) {
             return device;
+        }
+    }
     ADD_FAILURE() << "the library does not know pad " << pad;
     return 0;
 }
@@ -107,8 +110,9 @@ void Receiver::receive(void* self, unsigned int device, unsigned int interface_n
     }
     ++receiver.count_;
     ++receiver.reacting_;
-    if (receiver.on_packet && receiver.reacts_)
+    if (receiver.on_packet && receiver.reacts_) {
         receiver.on_packet(receiver, packet.number);
+    }
     --receiver.reacting_;
 }
 
@@ -185,11 +189,13 @@ void ReceivingPads::initialize(const std::vector<int>& pads) {
 }
 
 void ReceivingPads::deinitialize() {
-    for (auto& receiver : receivers_)
+    for (auto& receiver : receivers_) {
         receiver.end_reactions();
+    }
     EXPECT_EQ(Deinitialize(), 0);
-    for (auto& receiver : receivers_)
+    for (auto& receiver : receivers_) {
         receiver.close();
+    }
 }
 
 Receiver& ReceivingPads::receiver(int pad) {

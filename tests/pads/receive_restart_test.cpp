@@ -57,10 +57,12 @@ TEST_P(Restarts, OfReceiving) {
             application->enable(); // restarts it
         }
         application->disable();
-        if (cycle % 5 == 0)
+        if (cycle % 5 == 0) {
             application->disable(); // there is nothing more to stop
-        if (cycle == cycles - 1 && pad() == hid_pad)
+        }
+        if (cycle == cycles - 1 && pad() == hid_pad) {
             expect_subsequence(*application, static_cast<std::size_t>(2 * cycles));
+        }
     });
 }
 
@@ -72,12 +74,14 @@ TEST_P(Restarts, OfTheLibrary) {
             EXPECT_EQ(Initialize(), 0); // stops it all the same
             forget_receivers();
         }
-        if (!is_plugged(pad()))
+        if (!is_plugged(pad())) {
             plug_only({pad()});
+        }
         ASSERT_EQ(Initialize(), 0);
         auto& application = receiver(pad());
-        if (cycle % 4 == 0)
+        if (cycle % 4 == 0) {
             application.listen(); // and waits half a second for something to be enabled
+        }
         application.enable();
         application.listen();
         play(pad(), 500);

@@ -11,8 +11,9 @@ TEST_F(SameNames, DoNotDisturbAnyCall) {
     unsigned int reply = 0;
     EXPECT_EQ(GetDeviceCount(&reply), 1);
     EXPECT_EQ(number_of(EnumerateDevicesStart), 1U);
-    for (const auto& [name, call, _] : device_calls())
+    for (const auto& [name, call, _] : device_calls()) {
         EXPECT_EQ(call(1), 0) << name;
+    }
     EXPECT_EQ(read(GetFeature, 1, 1).result, 0);
     to_pad("input", 1, "1 07");
     EXPECT_EQ(next_input(1, 1).buffer[1], 7);
@@ -35,16 +36,18 @@ TEST_F(SameNames, DoNotDisturbFailures) {
 }
 
 TEST_F(SameNames, DoNotDisturbTheTrace) {
-    for (const auto* variable : {"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC", "LIBVXPADCOM_DEBUG_MUTEX"})
+    for (const auto* variable : {"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC", "LIBVXPADCOM_DEBUG_MUTEX"}) {
         setenv(variable, "1", 1);
+    }
     testing::internal::CaptureStdout();
     Initialize();
     EXPECT_EQ(set_feature(1, 1, report(65, 0x80)), 0);
     EXPECT_EQ(read(GetFeature, 1, 1).result, 0);
     Deinitialize();
     EXPECT_NE(testing::internal::GetCapturedStdout().find("FW info"), std::string::npos);
-    for (const auto* variable : {"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC", "LIBVXPADCOM_DEBUG_MUTEX"})
+    for (const auto* variable : {"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC", "LIBVXPADCOM_DEBUG_MUTEX"}) {
         unsetenv(variable);
+    }
 }
 
 } // namespace

@@ -198,8 +198,9 @@ TEST_P(SspFaults, WhatIsNoMessageIsPassedOver) {
         EXPECT_EQ(exchange_messages(components_request), right_answer) << hex(nonsense).substr(0, 20);
     }
     Bytes tokens;
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         tokens = tokens + Bytes{0xaa, 0x55, 0x02};
+    }
     put_into_stream(pad(), tokens);
     EXPECT_EQ(exchange_messages(components_request).failure, Failure{});
     expect_usable_pad();
@@ -292,8 +293,9 @@ class FaultyReply : public SspPad {
     vx_device* record() {
         if (!record_) {
             record_ = std::make_unique<OwnRecord>();
-            for (const auto& request : requests) // each table is filled
+            for (const auto& request : requests) { // each table is filled
                 EXPECT_GE(request.ask(record_->get()), 0) << request.name;
+            }
         }
         return record_->get();
     }
@@ -325,10 +327,12 @@ TEST_P(FaultyReply, IsAFailure) {
             base_message(component, {0}),
             legacy_message({0, 0, id, 1, 1}),
         };
-        if (id != 0x11) // which answers with nothing else
+        if (id != 0x11) { // which answers with nothing else
             replies.push_back(base_message(component, {id, 1}));
-        if (id == 0x13) // the mode, but no button
+        }
+        if (id == 0x13) { // the mode, but no button
             replies.push_back(base_message(component, {id, 1, 1}));
+        }
         for (const auto& reply : replies) {
             EXPECT_EQ(result_of(ask, reply), -1) << hex(reply);
             EXPECT_GE(ask(record()), 0) << "after " << hex(reply);

@@ -37,8 +37,9 @@ Bytes framed(const Bytes& message) {
     Bytes bytes{0xaa, 0x55, 0x02};
     for (std::size_t i = 0; i < message.size(); ++i) {
         bytes.push_back(message[i]);
-        if (i > 0 && message[i - 1] == 0xaa && message[i] == 0x55)
+        if (i > 0 && message[i - 1] == 0xaa && message[i] == 0x55) {
             bytes.push_back(0x00);
+        }
     }
     return bytes;
 }
@@ -82,10 +83,12 @@ void put_into_stream(int pad, const Bytes& bytes) {
 }
 
 std::string ssp_state_of(int pad, const std::string& name) {
-    std::istringstream words(to_pad("ssp", pad));
-    for (std::string word; words >> word;)
-        if (word.starts_with(name + "="))
+    std::istringstream words{to_pad("ssp", pad)};
+    for (std::string word; words >> word;) {
+        if (word.starts_with(name + "=")) {
             return word.substr(name.size() + 1);
+        }
+    }
     return {};
 }
 
@@ -112,16 +115,19 @@ void SspPad::initialize() {
 
 void SspPad::expect_sound_pad() {
     to_pad("clear-faults", pad());
-    if (!is_plugged(pad()))
+    if (!is_plugged(pad())) {
         to_pad("plug", pad());
+    }
     initialize();
     EXPECT_EQ(exchange_messages(components_request), (MessageAnswer{{}, components_reply}));
 }
 
 void drop_late_replies() {
-    for (int i = 0; i < 100; ++i)
-        if (receive_message(30).failure != Failure{})
+    for (int i = 0; i < 100; ++i) {
+        if (receive_message(30).failure != Failure{}) {
             return;
+        }
+    }
     ADD_FAILURE() << "they have no end";
 }
 

@@ -28,9 +28,11 @@ class SspTest : public SspPad {
     // Messages that the pad has got since the last time, in hexadecimal.
     static std::vector<std::string> asked() {
         std::vector<std::string> messages;
-        for (const auto& line : take_log(pad(), "ssp"))
-            if (line.starts_with("out ssp 0 "))
+        for (const auto& line : take_log(pad(), "ssp")) {
+            if (line.starts_with("out ssp 0 ")) {
                 messages.push_back(line.substr(10));
+            }
+        }
         return messages;
     }
 
@@ -213,14 +215,16 @@ TEST_P(SspTest, ButtonsArePressedAndRefreshed) {
     for (const int button : {0, 1, 127, 128, 200, 255}) {
         to_pad("button", pad(), std::to_string(button));
         EXPECT_EQ(ssp_common_get_user_input(record()), button);
-        for (const int mode : {0, 5, 6})
+        for (const int mode : {0, 5, 6}) {
             EXPECT_EQ(ssp_common_get_button_event(record(), mode), button);
+        }
     }
     EXPECT_EQ(ssp_common_signature_buttons_refresh(record()), 0);
     EXPECT_EQ(ssp_common_doc_view_buttons_refresh(record()), 0);
     EXPECT_EQ(ssp_common_doc_sign_buttons_refresh(record()), 0);
-    for (const auto* line : {"refreshed 0 1", "refreshed 5 1", "refreshed 6 1"})
+    for (const auto* line : {"refreshed 0 1", "refreshed 5 1", "refreshed 6 1"}) {
         EXPECT_TRUE(has_ssp_line(pad(), line)) << line;
+    }
 
     asked();
     EXPECT_EQ(ssp_common_get_button_event(record(), 13), -1);
@@ -269,8 +273,9 @@ TEST_P(SspTest, ABusyHandlerIsWaitedFor) {
     EXPECT_EQ(ssp_common_get_conf_state(record()), 0);
     asked();
     int polls = 0;
-    for (const auto number : Bytes{1, 2, 2, 1, 77}) // 77 is no state: asked again at once
+    for (const auto number : Bytes{1, 2, 2, 1, 77}) { // 77 is no state: asked again at once
         reply_instead(state(number), polls++);
+    }
     reply_instead(state(3), polls++);
     EXPECT_EQ(ssp_common_check_configuration_state(record()), 3);
     EXPECT_EQ(asked().size(), 6U);

@@ -41,8 +41,9 @@ std::vector<Bytes> receive_all(vx_device* device, std::size_t count, int selecto
     while (messages.size() < count) {
         Bytes data(4096);
         auto length = static_cast<unsigned int>(data.size());
-        if (__receive_ssp_message(device, data.data(), &length, time_out, 0, selector) != 0)
+        if (__receive_ssp_message(device, data.data(), &length, time_out, 0, selector) != 0) {
             break;
+        }
         data.resize(length);
         messages.push_back(data);
     }
@@ -83,8 +84,9 @@ TEST_P(SspStream, ComesOutBehindNoiseOfEveryLength) {
         SCOPED_TRACE("noise " + std::to_string(noise));
         put_into_stream(pad(), Bytes(noise, 0x11) + stream_.bytes);
         expect_the_stream(record.get());
-        if (HasFailure())
+        if (HasFailure()) {
             break;
+        }
     }
 }
 
@@ -100,8 +102,9 @@ TEST_P(CutStream, ComesOutOfTwoPieces) {
         put_into_stream(pad(), part(0, cut));
         put_into_stream(pad(), part(cut, stream_.bytes.size()));
         expect_the_stream(record.get());
-        if (HasFailure())
+        if (HasFailure()) {
             break;
+        }
     }
 }
 
@@ -109,11 +112,13 @@ TEST_P(CutStream, ComesOutOfSmallPieces) {
     const OwnRecord record;
     for (std::size_t size = 1; size < 20; ++size) {
         SCOPED_TRACE("pieces of " + std::to_string(size));
-        for (std::size_t start = 0; start < stream_.bytes.size(); start += size)
+        for (std::size_t start = 0; start < stream_.bytes.size(); start += size) {
             put_into_stream(pad(), part(start, start + size));
+        }
         expect_the_stream(record.get());
-        if (HasFailure())
+        if (HasFailure()) {
             break;
+        }
     }
 }
 
@@ -129,8 +134,9 @@ TEST_P(CutStream, ComesOutWhenItsEndIsLate) {
         });
         expect_the_stream(record.get());
         late.join();
-        if (HasFailure())
+        if (HasFailure()) {
             break;
+        }
     }
 }
 

@@ -58,8 +58,9 @@ TEST_P(SspThreads, SeeNoTimeOutOfAnother) {
     std::atomic<bool> at_work{true};
     run_at_once(5, [&](unsigned int thread) {
         if (thread == 0) {
-            for (int i = 0; i < 100; ++i)
+            for (int i = 0; i < 100; ++i) {
                 EXPECT_EQ(receive_message(1).failure, receive_failure); // and the pad is closed and opened again
+            }
             at_work = false;
             return;
         }

@@ -127,8 +127,9 @@ class SspUnplugCall : public testing::TestWithParam<Call> {
     static void prepare() {
         plug_only({pad()});
         ASSERT_EQ(Initialize(), 0);
-        if (!GetParam().waiting.empty())
+        if (!GetParam().waiting.empty()) {
             put_into_stream(pad(), GetParam().waiting);
+        }
     }
 };
 

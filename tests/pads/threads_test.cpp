@@ -47,8 +47,9 @@ TEST_F(Threads, EachOnAnInterfaceOfItsOwn) {
             EXPECT_EQ(set_feature(1, interface, sent), 0);
             EXPECT_EQ(read(GetFeature, 1, interface).buffer, sent);
             EXPECT_EQ(read(ReadFile, 1, interface).reply, reply_untouched);
-            if (i % 10 == 0)
+            if (i % 10 == 0) {
                 expect_facts();
+            }
         }
     });
 }
@@ -63,8 +64,9 @@ TEST_F(Threads, AllOnOneInterface) {
                 EXPECT_EQ(answer.result, 0);
                 EXPECT_EQ(answer.buffer, uniform(answer.buffer[1]));
                 EXPECT_LT(answer.buffer[1] - 0x80U, thread_count);
-                if (i % 10 == 0)
+                if (i % 10 == 0) {
                     expect_facts();
+                }
             }
         });
     }
@@ -109,8 +111,9 @@ TEST_F(Threads, FileRecordsOfTheirOwn) {
         const auto expected = writes ? invalid_handle("SetFeature", "Error of write HID feature for device: 1")
                                      : invalid_handle("GetFeature", "Error of read HID feature for device: 1");
         for (unsigned int i = 0; i < 20 * records_in_round; ++i) {
-            if (i % records_in_round == 0)
+            if (i % records_in_round == 0) {
                 round.arrive_and_wait();
+            }
             const unsigned int interface = 10 + thread; // there is none
             EXPECT_EQ(failure(writes ? set_feature(1, interface, uniform(1)) : read(GetFeature, 1, interface).result),
                       expected);
@@ -160,9 +163,11 @@ TEST_P(UnplugUnderThreads, EndsThemAll) {
                          : thread == 1 ? read(GetFeature, 1, interface).result
                          : thread == 2 ? set_feature(1, interface, uniform(0x80))
                                        : write_file(1, interface, uniform(0x81));
-                for (const auto& [name, call, message] : device_calls())
-                    if (thread == 3 && message != nullptr && !std::string(name).ends_with("e"))
+                for (const auto& [name, call, message] : device_calls()) {
+                    if (thread == 3 && message != nullptr && !std::string(name).ends_with("e")) {
                         call(1);
+                    }
+                }
                 return result != 0;
             }));
             EXPECT_EQ(failure(result).code, static_cast<unsigned int>(VXPCEC_INVALID_HANDLE));
@@ -175,8 +180,9 @@ TEST_P(UnplugUnderThreads, EndsThemAll) {
         SetOnDeviceRemovedHandler(nullptr, nullptr);
         to_pad("plug", pad);
         EXPECT_EQ(Initialize(), 0);
-        for (unsigned int interface = 0; interface < 5; ++interface)
+        for (unsigned int interface = 0; interface < 5; ++interface) {
             EXPECT_EQ(set_feature(1, interface, uniform(0x80)), 0);
+        }
     }
 }
 

@@ -52,8 +52,9 @@ TEST_F(TimeOuts, EndTheReadOfAPadThatHasGone) {
 
 TEST_F(TimeOuts, DoNotDelayWhatSucceeds) {
     const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(set_feature(1, 0, report(65, 0x80)), 0);
+    }
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
 }
 

@@ -194,8 +194,9 @@ TEST_P(UnplugTransfer, DuringTheCall) {
         [&] {
             EXPECT_EQ(Initialize(), 0);
             SetOnDeviceRemovedHandler(nullptr, nullptr);
-            if (reads_input)
+            if (reads_input) {
                 to_pad("input", pad, std::to_string(GetParam().interface) + " 01");
+            }
         },
         [&] {
             Removals during;

@@ -18,8 +18,9 @@ std::uint32_t crc32(const unsigned char* bytes, std::size_t size) {
     std::uint32_t crc = 0xffffffff;
     for (std::size_t i = 0; i < size; ++i) {
         crc ^= bytes[i];
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             crc = crc >> 1 ^ ((crc & 1) != 0 ? 0xedb88320 : 0);
+        }
     }
     return ~crc;
 }
@@ -29,18 +30,21 @@ Bytes upload_data(std::size_t pieces) {
     Bytes data;
     for (std::size_t piece = 0; piece < pieces; ++piece) {
         data.insert(data.end(), {0xdd, 'u', 'p', 'l', 'd'});
-        for (unsigned int shift = 0; shift < 32; shift += 8)
+        for (unsigned int shift = 0; shift < 32; shift += 8) {
             data.push_back(static_cast<unsigned char>(piece >> shift));
-        while (data.size() % piece_size != 0)
+        }
+        while (data.size() % piece_size != 0) {
             data.push_back(static_cast<unsigned char>(7 * piece + data.size()));
+        }
     }
     return data;
 }
 
 std::uint32_t checksum(const Bytes& data, std::size_t first_piece = 0) {
     std::uint32_t sum = 0;
-    for (std::size_t at = first_piece * piece_size; at + piece_size <= data.size(); at += piece_size)
+    for (std::size_t at = first_piece * piece_size; at + piece_size <= data.size(); at += piece_size) {
         sum += crc32(&data[at + 1], payload_size);
+    }
     return sum;
 }
 
@@ -56,7 +60,7 @@ struct Tally {
 
 Tally tally_of(int pad) {
     Tally tally;
-    std::istringstream words(to_pad("uploads", pad));
+    std::istringstream words{to_pad("uploads", pad)};
     bool total = true;
     for (std::string word; words >> word;) {
         const auto equals = std::min(word.find('='), word.size() - 1);
@@ -101,8 +105,9 @@ class Upload : public ReceivingPads {
   protected:
     static void begin_anew(unsigned int device) {
         rewind_upload(device);
-        for (int pad = hid_pad; pad <= vcom_pad; ++pad)
+        for (int pad = hid_pad; pad <= vcom_pad; ++pad) {
             to_pad("reset-uploads", pad);
+        }
     }
     void TearDown() override {
         longest_pause_us = 0;
@@ -137,8 +142,9 @@ TEST_P(UploadOverInterfaces, IsComplete) {
     expect_uploaded(hid_pad, data);
     const auto of_interfaces = tally_of(hid_pad).of_interfaces;
     EXPECT_EQ(of_interfaces.size(), GetParam().count);
-    for (const auto received : of_interfaces)
+    for (const auto received : of_interfaces) {
         EXPECT_GT(received, 0U) << "an interface took no part";
+    }
 }
 
 TEST_F(Upload, ToAVcomPad) {

@@ -40,8 +40,9 @@ std::vector<std::u16string> serials_found(const std::vector<int>& pads) {
     plug_only(pads);
     EXPECT_EQ(Initialize(), 0);
     std::vector<std::u16string> serials;
-    for (int device = 1; device <= count(); ++device)
+    for (int device = 1; device <= count(); ++device) {
         serials.push_back(serial_number(static_cast<unsigned int>(device)));
+    }
     std::ranges::sort(serials); // in which order libusb lists them is its own business
     return serials;
 }
@@ -50,7 +51,7 @@ using Serials = std::vector<std::u16string>;
 
 TEST_F(VcomPads, AreFoundBesideHidPads) {
     EXPECT_EQ(serials_found({hid_pad, pad, other_pad}), (Serials{u"H17", u"TOLD16", u"V15"}));
-    for (int round = 0; round < 3; ++round)
+    for (int round = 0; round < 3; ++round) {
         for (unsigned int device = 1; device <= 3; ++device) {
             EXPECT_EQ(send_message(components_request, device), Failure{});
             EXPECT_EQ(receive_message(1000, 4096, device), right_answer) << "selected one after the other";
@@ -60,6 +61,7 @@ TEST_F(VcomPads, AreFoundBesideHidPads) {
                 EXPECT_EQ(read(GetFeature, device, 0).buffer, received(payload(sent)));
             }
         }
+    }
     EXPECT_EQ(number_of(EnumerateDevicesStart), 1U);
     EXPECT_EQ(number_of(EnumerateDevicesNext), 2U);
     EXPECT_EQ(number_of(EnumerateDevicesNext), 3U);
