@@ -394,6 +394,7 @@ typedef struct vx_device {
     /* The library's own: */
     uni_queue* ssp_unfinished; /* a message that a call had no time to complete: goes in front of the next read */
     int32_t keepers;           /* calls and receive threads that want the interface to stay open */
+    uint8_t count_of_modes;    /* entries of modes_id_table that the pad listed; 0 until it was asked */
 } vx_device;
 
 enum { VX_MAX_DEVICES = 16, VX_MAX_FURTHER_INTERFACES = 8 };

@@ -85,10 +85,17 @@ template <typename Entry, std::size_t size> bool is_empty(const Entry (&table)[s
     return std::all_of(std::begin(table), std::end(table), [](Entry entry) { return entry == 0; });
 }
 
-template <typename Entry, std::size_t size> int index_in(const Entry (&table)[size], int value) {
+template <typename Entry> int index_in(std::span<const Entry> table, int value) {
     const auto found =
-        std::find_if(std::begin(table), std::end(table), [=](Entry entry) { return std::int64_t{entry} == value; });
-    return found == std::end(table) ? no_such : static_cast<int>(found - std::begin(table));
+        std::find_if(table.begin(), table.end(), [=](Entry entry) { return std::int64_t{entry} == value; });
+    return found == table.end() ? no_such : static_cast<int>(found - table.begin());
+}
+
+// What the pad listed. A table that was filled by somebody else has no count and is looked at as a whole.
+std::span<const std::uint32_t> listed_modes(const vx_device& device) {
+    const std::span<const std::uint32_t> table{device.modes_id_table};
+    const std::size_t count = device.count_of_modes;
+    return count == 0 || count > table.size() ? table : table.first(count);
 }
 
 // A sub-command to a signpad mode: the button that it answers, or a negative result.
@@ -269,7 +276,7 @@ int ssp_common_component_id_get_id(vx_device* device, int component_type) {
                  result);
         return scope.exit(result);
     }
-    return scope.exit(index_in(device->components_id_table, component_type));
+    return scope.exit(index_in(std::span<const std::uint8_t>{device->components_id_table}, component_type));
 }
 
 int ssp_common_ct_signpad_initialize_modes_id_table(vx_device* device) {
@@ -296,6 +303,7 @@ int ssp_common_ct_signpad_initialize_modes_id_table(vx_device* device) {
     for (std::size_t i = 0; i < count; ++i) {
         device->modes_id_table[i] = little_endian::get_u32(entries.data() + i * sizeof(std::uint32_t));
     }
+    device->count_of_modes = static_cast<std::uint8_t>(count);
     return scope.exit(0);
 }
 
@@ -313,7 +321,7 @@ int ssp_common_ct_signpad_get_mode_id(vx_device* device, int mode_type) {
                  result);
         return scope.exit(result);
     }
-    return scope.exit(index_in(device->modes_id_table, mode_type));
+    return scope.exit(index_in(listed_modes(*device), mode_type));
 }
 
 int ct_signpad_mode_send_reply_check(const unsigned char* payload, int ct_cmd, int cts_mode_id) {

@@ -235,6 +235,30 @@ TEST_F(SspComponentsTest, TableKeepsTheFirst32Modes) {
     EXPECT_EQ(mode_of(6), -2);
 }
 
+// Behind the list zeros follow, and 0 is a mode type.
+TEST_F(SspComponentsTest, ModeThatIsNotListedIsNotFoundBehindTheList) {
+    model.modes = {13, 5};
+    EXPECT_EQ(mode_of(0), -2);
+    EXPECT_EQ(mode_of(5), 1);
+    EXPECT_EQ(device()->count_of_modes, 2);
+    EXPECT_EQ(ssp_common_get_button_event(device(), 0), -2);
+    EXPECT_EQ(ssp_common_signature_buttons_refresh(device()), -2);
+}
+
+TEST_F(SspComponentsTest, ModeOfTypeZeroMayStandAlone) {
+    model.modes = {0};
+    EXPECT_EQ(mode_of(0), 0);
+    EXPECT_EQ(mode_of(5), -2);
+}
+
+TEST_F(SspComponentsTest, TableThatSomebodyElseFilledIsLookedAtAsAWhole) {
+    device()->modes_id_table[0] = 5;
+    device()->modes_id_table[3] = 6;
+    EXPECT_EQ(mode_of(6), 3);
+    EXPECT_EQ(mode_of(0), 1);
+    EXPECT_THAT(model.asked, IsEmpty());
+}
+
 TEST_F(SspComponentsTest, ModeCountIsNotBelievedBeyondTheBytesThatCame) {
     // Two whole entries and a half.
     reply_to(mode_query, {base(1, list(0x12, 255, {5, 0, 0, 0, 13, 0, 0, 0, 6, 0}))});
