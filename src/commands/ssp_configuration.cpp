@@ -95,7 +95,7 @@ int change(trace::Location where, vx_device* device, MessageId message_id, const
         return -1;
     }
     const int state = ssp_common_check_configuration_state(device);
-    if (state == failed || state == component_request::device_lost) {
+    if (state == failed || state < 0) {
         trace::error(where, "Error, ssp_common_get_configuration_state() return %d", state);
         return -1;
     }
@@ -188,21 +188,29 @@ int ssp_common_check_configuration_state(vx_device* device) {
     if (!component_request::has_signpad_modes(*device)) {
         return scope.exit(0);
     }
-    int state = 0;
+    int state = -1; // the last that a query told
     useconds_t pause = first_pause_us;
     Stopwatch stopwatch;
     for (int elapsed_time = 0; elapsed_time < wait_limit_ms; elapsed_time = stopwatch.elapsed_ms()) {
-        state = ssp_common_get_conf_state(device);
-        if (state < 0 && registry::was_removed(*device)) {
-            state = component_request::device_lost; // no query can end otherwise, nor does it take time
+        int answer = ssp_common_get_conf_state(device);
+        if (answer < 0 && registry::was_removed(*device)) {
+            answer = component_request::device_lost; // no query can end otherwise, nor does it take time
+        }
+        if (answer >= 0 || answer == component_request::device_lost) {
+            state = answer;
         }
         if (state == component_request::device_lost || state == idle || state == done || state == failed) {
             break;
         }
-        if (state == CHS_WAITING || state == CHS_RUNNING) {
+        const bool busy = answer == CHS_WAITING || answer == CHS_RUNNING;
+        if (busy || answer < 0) {
             // The cap is looked at before the pause is tripled, so one pause goes beyond it.
             pause = pause < pause_cap_us ? pause * 3 : pause_cap_us;
-            VX_INFO("state == CHS_WAITING || state == CHS_RUNNING, going to try again after usleep(%u)", pause);
+            if (busy) {
+                VX_INFO("state == CHS_WAITING || state == CHS_RUNNING, going to try again after usleep(%u)", pause);
+            } else {
+                VX_INFO("query of the state failed with %d, going to try again after usleep(%u)", answer, pause);
+            }
             usleep(pause);
         }
     }

@@ -86,6 +86,67 @@ TEST_F(SspConfigurationTest, WaitRepeatsOnUnknownStatesAndFailures) {
     EXPECT_EQ(queries, 2);
 }
 
+// As for a busy handler: a pad that refuses the query would be asked thousands of times a second.
+TEST_F(SspConfigurationTest, WaitPausesBetweenQueriesThatFail) {
+    know_tables();
+    bus().cost_us["libusb_bulk_transfer"] = 100;
+    reply_to(state_query, {base(2, {0x10, 0, 0})});
+    const auto started = bus().now_us();
+    EXPECT_LT(wait(), 0);
+    const Pauses pauses = bus().pauses();
+    const Pauses beginning{600, 1800, 5400, 16'200, 48'600, 145'800, 437'400, 1'312'200};
+    EXPECT_EQ(pauses.size(), 8U + 17U);
+    EXPECT_EQ(Pauses(pauses.begin(), pauses.begin() + 8), beginning);
+    EXPECT_THAT(model.asked, SizeIs(pauses.size()));
+    EXPECT_GE(bus().now_us() - started, 10'000'000);
+    EXPECT_THAT(said(), Says("query of the state failed with -1, going to try again after usleep(600)"));
+}
+
+TEST_F(SspConfigurationTest, WaitPausesWhereThePadHasNoHandler) {
+    model.components = {5, 11};
+    know_tables();
+    EXPECT_LT(wait(), 0);
+    EXPECT_THAT(bus().pauses(), SizeIs(8U + 17U));
+    EXPECT_LE(times_said("Error of getting Component ID"), 30);
+}
+
+// What is told is the last state that the handler had.
+TEST_F(SspConfigurationTest, WaitWhoseQueriesFailBehindABusyHandlerTellsThatItWasBusy) {
+    know_tables();
+    int queries = 0;
+    model.replace = [&](const Bytes&) {
+        return std::optional(
+            std::vector<Bytes>{base(2, {0x10, static_cast<unsigned char>(++queries == 1 ? 1 : 0), 2})});
+    };
+    EXPECT_EQ(wait(), 2);
+    EXPECT_GT(queries, 10);
+}
+
+TEST_F(SspConfigurationTest, ChangeWhoseWaitGotNoAnswerIsAFailure) {
+    know_tables();
+    int queries = 0;
+    model.replace = [&](const Bytes& message) -> std::optional<std::vector<Bytes>> {
+        if (message != state_query || ++queries == 1) {
+            return std::nullopt;
+        }
+        return std::vector<Bytes>{base(2, {0x10, 0, 0})};
+    };
+    EXPECT_EQ(set("k", "v"), -1);
+    EXPECT_THAT(said(), Says("Error, ssp_common_get_configuration_state() return -1"));
+    queries = 0;
+    EXPECT_EQ(ssp_common_persist_configuration_variable(device(), "k"), -1);
+    // The wait before it is not the change's own.
+    queries = 0;
+    model.replace = [&](const Bytes& message) -> std::optional<std::vector<Bytes>> {
+        if (message != state_query || model.asked.size() > 30) {
+            return std::nullopt;
+        }
+        return ++queries > 25 ? std::nullopt : std::optional(std::vector<Bytes>{base(2, {0x10, 0, 0})});
+    };
+    model.asked.clear();
+    EXPECT_EQ(set("k", "v"), 0);
+}
+
 TEST_F(SspConfigurationTest, WaitEndsWithALostPadAtOnce) {
     know_tables();
     bus().unplug(pad);
