@@ -80,7 +80,7 @@ class Writer {
 };
 
 // Queues the bytes between two start-of-frame tokens, unescaped.
-void queue_frame(uni_queue* queue, Bytes escaped, std::size_t escaped_markers) {
+void queue_frame(trace::Location where, uni_queue* queue, Bytes escaped, std::size_t escaped_markers) {
     if (escaped.empty()) {
         return;
     }
@@ -101,7 +101,7 @@ void queue_frame(uni_queue* queue, Bytes escaped, std::size_t escaped_markers) {
     if (add_uni_frame(queue, frame.get(), static_cast<unsigned int>(size)) == 1) {
         static_cast<void>(frame.release());
     }
-    VX_NOTE("now SSP queue has: %d", get_uni_queue_size(queue));
+    VX_INFO_STYLED_AT(where, trace::Style::kind_after, "now SSP queue has: %d", get_uni_queue_size(queue));
 }
 
 } // namespace
@@ -188,7 +188,7 @@ int ssp_transport_token_to_base_message_data(void* tt_data, size_t tt_data_size,
     while (token < bytes.size()) {
         VX_NOTE("Found SSP_TRANSPORT_TOKEN_HEADER with SSP_TRANSPORT_TOKEN_TYPE_SOF on position: %zu", token - shifted);
         if (token != shifted) {
-            queue_frame(queue, frame, escaped_markers);
+            queue_frame(VX_HERE, queue, frame, escaped_markers);
             VX_NOTE("Going to reset all data before new TOKEN SOF on position: %zu", token - shifted);
             VX_NOTE("Data was reset to new position, now need processing of: %zu bytes",
                     bytes.size() - token - token_size);
@@ -200,7 +200,7 @@ int ssp_transport_token_to_base_message_data(void* tt_data, size_t tt_data_size,
         frame = bytes.subspan(start, token - start);
         escaped_markers = stretch.escaped_markers;
     }
-    queue_frame(queue, frame, escaped_markers);
+    queue_frame(VX_HERE, queue, frame, escaped_markers);
     // Callers find the last frame at the start of their buffer and zeros behind it.
     if (shifted > 0) {
         std::memmove(received, received + shifted, tt_data_size - shifted);

@@ -81,7 +81,7 @@ TEST_F(SspTransportTokenTest, ParsesAFrameAndGivesTheQueuesSize) {
     stream = framed(Bytes{7});
     EXPECT_EQ(parse(stream), 2);
     EXPECT_THAT(take_frames(), ElementsAre(Bytes{0, 0, 0, 0x10}, Bytes{7}));
-    EXPECT_THAT(said(), Says("now SSP queue has: 2"));
+    EXPECT_THAT(said(), Says("ssp_transport_token_to_base_message_data(): now SSP queue has: 2"));
 }
 
 TEST_F(SspTransportTokenTest, NoiseIsDroppedAndTheDataShifted) {
