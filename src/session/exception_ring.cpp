@@ -13,7 +13,7 @@ namespace {
 struct Ring {
     Record records[slots];
     int index;
-    bool initialized;
+    bool initialized; // by the first record
 };
 
 Ring ring; // guarded by exception_list_lock
@@ -22,10 +22,16 @@ void copy(char (&target)[text_size], const char* text) {
     std::snprintf(target, text_size, "%s", text);
 }
 
+// The ring needs no set-up. What stays of one are its lock events, which the log shows before each use of the ring.
+void init_exceptions(trace::Location where) {
+    const trace::Lock lock{&exception_list_lock, "&exception_list_lock", where};
+}
+
 } // namespace
 
 int file(int code, const char* function, const char* message) {
     trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "exception")};
+    init_exceptions(scope.where());
     trace::Lock lock{&exception_list_lock, "&exception_list_lock", scope.where()};
     if (!ring.initialized) {
         ring.records[0].in_use = 1; // stays empty for ever
@@ -43,6 +49,7 @@ int file(int code, const char* function, const char* message) {
 }
 
 std::optional<Record> find(trace::Location where, unsigned int handle) {
+    init_exceptions(where);
     trace::Lock lock{&exception_list_lock, "&exception_list_lock", where};
     if (handle >= slots || ring.records[handle].in_use == 0) {
         return std::nullopt;

@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <ctime>
 #include <ostream>
@@ -187,6 +188,30 @@ TEST_F(Trace, FilingAnExceptionTracesItsLock) {
         testing::IsSupersetOf({"exception(): >>>>>>>>     going to pthread_mutex_lock() -> &exception_list_lock",
                                "exception(): ########   was called pthread_mutex_lock() -> &exception_list_lock",
                                "exception(): <<<<<<<< was called pthread_mutex_unlock() -> &exception_list_lock"}));
+}
+
+// Both for a record that is filed and for one that is read.
+TEST_F(Trace, EachUseOfTheExceptionRecordsTakesTheirLockTwice) {
+    const EnvironmentGuard mutexes(lines::mutex_switch, "1");
+    const auto lock_lines = [](const std::string& function) {
+        const std::string lock = "&exception_list_lock";
+        return std::vector<std::string>{function + "(): >>>>>>>>     going to pthread_mutex_lock() -> " + lock,
+                                        function + "(): ########   was called pthread_mutex_lock() -> " + lock,
+                                        function + "(): <<<<<<<< was called pthread_mutex_unlock() -> " + lock};
+    };
+    const auto twice = [](const std::vector<std::string>& once) {
+        std::vector<std::string> all = once;
+        all.insert(all.end(), once.begin(), once.end());
+        return all;
+    };
+    std::vector<Line> printed;
+    errors_of([&] { printed = output_of(fail_to_translate); });
+    EXPECT_EQ(lines::texts(printed), twice(lock_lines("exception")));
+    unsigned int code = 0;
+    EXPECT_EQ(lines::texts(output_of([&] { GetExceptionCode(1, &code); })), twice(lock_lines("GetExceptionCode")));
+    std::array<char16_t, 256> text{};
+    EXPECT_EQ(lines::texts(output_of([&] { GetExceptionName(1, text.data(), 256, &code); })),
+              twice(lock_lines("GetExceptionName")));
 }
 
 TEST_F(Trace, OutputLinesCarryThreadTimeFileAndLineInColumns) {
