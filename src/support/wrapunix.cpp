@@ -36,6 +36,17 @@ std::size_t at_least_one(std::size_t size) {
     return size == 0 ? 1 : size;
 }
 
+// A failure is reported between the call and the caller, who wants to know the call's errno.
+class KeptErrno {
+  public:
+    KeptErrno() = default;
+    ~KeptErrno() { errno = number; }
+    KeptErrno(const KeptErrno&) = delete;
+    KeptErrno& operator=(const KeptErrno&) = delete;
+
+    const int number = errno;
+};
+
 } // namespace
 
 void* Malloc(size_t size) {
@@ -53,7 +64,8 @@ void* Realloc(void* block, size_t size) {
 int Open(const char* path, int flags, mode_t mode) {
     const int fd = open(path, flags, mode);
     if (fd == -1) {
-        trace::system_error(VX_HERE, errno, "open() for %s", path);
+        const KeptErrno kept;
+        trace::system_error(VX_HERE, kept.number, "open() for %s", path);
     }
     return fd;
 }
@@ -61,7 +73,8 @@ int Open(const char* path, int flags, mode_t mode) {
 ssize_t Read(int fd, void* buffer, size_t count) {
     const ssize_t result = read(fd, buffer, count);
     if (result == -1) {
-        trace::system_error(VX_HERE, errno, "read()");
+        const KeptErrno kept;
+        trace::system_error(VX_HERE, kept.number, "read()");
     }
     return result;
 }
@@ -69,7 +82,8 @@ ssize_t Read(int fd, void* buffer, size_t count) {
 ssize_t Write(int fd, const void* buffer, size_t count) {
     const ssize_t result = write(fd, buffer, count);
     if (result < 0 || static_cast<std::size_t>(result) != count) {
-        trace::system_error(VX_HERE, errno, "write()");
+        const KeptErrno kept;
+        trace::system_error(VX_HERE, kept.number, "write()");
     }
     return result;
 }
@@ -77,11 +91,10 @@ ssize_t Write(int fd, const void* buffer, size_t count) {
 int Close(int fd) {
     const int result = close(fd);
     if (result == -1 && trace::switched_on("LIBVXPADCOM_DEBUG")) {
-        const int error_number = errno;
+        const KeptErrno kept;
         char reason[256];
         trace::print_line("\033[32m", VX_HERE, "error: %s(): close(): %s", __func__,
-                          strerror_r(error_number, reason, sizeof reason));
-        errno = error_number;
+                          strerror_r(kept.number, reason, sizeof reason));
     }
     return result;
 }

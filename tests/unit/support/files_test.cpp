@@ -318,4 +318,20 @@ TEST_F(Files, SaveRefusesNullArguments) {
     EXPECT_THAT(errors, MatchesRegex("(.|\n)*const char \\*name is 0x[0-9a-f]+, char \\*buffer is \\(nil\\)(.|\n)*"));
 }
 
+// The report of a failure, down to an application's logging callback, leaves errno as the call left it.
+TEST_F(Files, FailuresKeepErrnoForTheirCaller) {
+    RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(+[](void*, const char16_t*) { errno = EDOM; }), nullptr);
+    const std::string missing = path("missing/file");
+    char text[4];
+    errors_of([&] {
+        EXPECT_EQ(Open(missing.c_str(), O_RDONLY, 0), -1);
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_EQ(Read(-1, text, sizeof text), -1);
+        EXPECT_EQ(errno, EBADF);
+        EXPECT_EQ(Write(-1, text, sizeof text), -1);
+        EXPECT_EQ(errno, EBADF);
+    });
+    RegisterLoggingCallBackProcedure(nullptr, nullptr);
+}
+
 } // namespace
