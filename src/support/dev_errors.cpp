@@ -54,7 +54,10 @@ constexpr std::array status_texts{
 } // namespace
 
 const char* vx_dev_strerror(unsigned char status) {
-    return status < status_texts.size() ? status_texts[status] : "device: unknown error";
+    // Callers may leave rubbish above the low byte, and a compiler may trust them not to: reading it back drops that.
+    const volatile unsigned char stored = status;
+    const unsigned char code = stored;
+    return code < status_texts.size() ? status_texts[code] : "device: unknown error";
 }
 
 const char* hidapi_str_error(hid_device* hid) {

@@ -8,7 +8,7 @@ int wstr_to_astr(char* dst, const wchar_t* src, int n);
 
 namespace wchar_tools {
 
-// Narrow text of at most 253 characters, in the environment's locale.
+// Narrow text of at most 254 characters, in the environment's locale.
 struct Text {
     char text[VXPAD_MAX_STRING_LENGTH];
 };

@@ -191,6 +191,17 @@ TEST(StatusText, DependsOnTheLowEightBitsOnly) {
     EXPECT_STREQ(vx_dev_strerror(static_cast<unsigned char>(status)), "device: wrong admin key");
 }
 
+// What a caller may leave in the rest of a register is none of the function's business.
+#if !VXPAD_SANITIZED
+TEST(StatusText, DoesNotDependOnWhatStandsAboveTheByte) {
+    using OfWholeRegister = const char*(unsigned long);
+    const auto text_of = reinterpret_cast<OfWholeRegister*>(reinterpret_cast<void*>(&vx_dev_strerror));
+    EXPECT_STREQ(text_of(0x111), "device: wrong admin key");
+    EXPECT_STREQ(text_of(0xFFFFFFFFFFFFFF11), "device: wrong admin key");
+    EXPECT_STREQ(text_of(0x7FFF00FF), "device: unknown error");
+}
+#endif
+
 class HidapiText : public testing::Test {
   protected:
     void SetUp() override {
