@@ -5,14 +5,14 @@
 #include "support/wchar_tools.hpp"
 #include "transport/registry.hpp"
 
+#include <atomic>
 #include <hidapi/hidapi.h>
 
 namespace {
 
-struct HandleCloser {
-    void operator()(hid_device* hid) const { hid_close_dev(hid); }
-};
-std::unique_ptr<hid_device, HandleCloser> left_open;
+// No owner that closes it as the process ends: the application's callback may be gone by then, and in a forked child
+// nobody would answer.
+std::atomic<hid_device*> left_open{nullptr};
 
 struct EnumerationDeleter {
     void operator()(hid_device_info* list) const { hid_free_enumeration(list); }
@@ -51,7 +51,7 @@ class Search {
         }
         describe(device, id, interface);
         if (!read_version(device)) {
-            left_open.reset(device.hid);
+            left_open.store(device.hid);
             return false;
         }
         text::print(device.device_uid, "%x%x%s", device.vendor_id, device.product_id, device.serial_number);
@@ -112,7 +112,9 @@ class Search {
 } // namespace
 
 void hid_search::close_left_open() {
-    left_open.reset();
+    if (hid_device* hid = left_open.exchange(nullptr)) {
+        hid_close_dev(hid);
+    }
 }
 
 int search_hid_devices(vx_registry* pads) {

@@ -429,6 +429,12 @@ TEST_F(RegistrationTest, MissingInterfaceRecordIsReportedAndSkipped) {
 
 // What ends a search early.
 
+Bytes refused_version() {
+    Bytes reply(64);
+    reply[0] = 0x12;
+    return reply;
+}
+
 TEST_F(HidSearchTest, InterfaceThatCannotBeOpenedEndsTheWholeSearch) {
     bus().plug(pad_of_type(9, "first"));
     bus().plug(pad_of_type(10, "bad%s"));
@@ -454,15 +460,44 @@ TEST_F(HidSearchTest, UnreadableVersionEndsTheSearchWithTheHandleOpen) {
     bus().plug(pad_of_type(9, "first"));
     HidInterface& bad = bus().plug(pad_of_type(10, "bad"));
     bus().plug(pad_of_type(11, "never"));
-    Bytes wrong_reply(64);
-    wrong_reply[0] = 0x12;
-    bad.feature_replies.assign(3, wrong_reply);
+    bad.feature_replies.assign(3, refused_version());
     EXPECT_EQ(search_hid_devices(registry.get()), 1);
     EXPECT_THAT(bus().log("hid_open_path"), ElementsAre(opened("first"), opened("bad")));
     EXPECT_THAT(bus().log("hid_close"), ElementsAre(closed("first")));
     EXPECT_EQ(bus().pauses(), (Pauses{50, 1000, 3000, 7000}));
     EXPECT_THAT(last(1, bus().log()), ElementsAre("hid_free_enumeration()"));
     EXPECT_THAT(said(), Says("Function core_read_version() fail with code: -1"));
+}
+
+// What the application registered may be gone by then, and in a forked child nobody would answer libusb.
+TEST_F(HidSearchTest, HandleThatASearchLeftOpenIsNotTouchedAsTheProcessEnds) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static bool exiting = false;
+            bus().plug(pad_of_type(plain_type)).feature_replies.assign(3, refused_version());
+            search_hid_devices(registry.get());
+            RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(+[](void*, const char16_t*) {
+                                                 if (exiting) {
+                                                     std::fputs("called too late\n", stderr);
+                                                 }
+                                             }),
+                                             nullptr);
+            std::atexit([] { exiting = true; });
+            std::fprintf(stderr, "open: %d\n", bus().open_handles());
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), AllOf(HasSubstr("open: 1\n"), Not(HasSubstr("too late"))));
+}
+
+TEST_F(HidSearchTest, HandleThatASearchLeftOpenIsClosedByTheNextSearch) {
+    bus().plug(pad_of_type(plain_type)).feature_replies.assign(3, refused_version());
+    EXPECT_EQ(search_hid_devices(registry.get()), -1);
+    EXPECT_EQ(bus().open_handles(), 1);
+    forget();
+    EXPECT_EQ(search_hid_devices(registry.get()), 1);
+    EXPECT_EQ(first(2, bus().log()), (Lines{paused(50), closed()}));
+    EXPECT_EQ(bus().open_handles(), 0);
 }
 
 TEST_F(HidSearchTest, HandleThatWasReopenedDuringTheVersionIsTheOneClosed) {
