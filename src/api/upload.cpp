@@ -8,11 +8,11 @@
 #include "support/print_helpers.hpp"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <limits>
 #include <unistd.h>
-#include <vector>
 
 pthread_mutex_t interface_routine_count_lock = PTHREAD_MUTEX_INITIALIZER;
 int interface_routine_count = 0;
@@ -132,7 +132,9 @@ void tell_throughput(trace::Location where, unsigned int sum, std::int64_t elaps
 unsigned int upload(trace::Location where, const UploadInfo& whole, unsigned int mask, unsigned int count_of_threads) {
     VX_INFO_AT(where, "before FOR: count_of_threads: %d, data_size: %d ", count_of_threads, whole.data_size);
     VX_INFO_AT(where, "end_point_id_mask: %s", print_helpers::bits_text(static_cast<int>(mask)).data());
-    std::vector<UploadInfo> infos(std::min(count_of_threads, mask_bits), whole);
+    std::array<UploadInfo, mask_bits> room;
+    room.fill(whole);
+    const std::span infos{room.data(), std::min(count_of_threads, mask_bits)};
     Stopwatch stopwatch;
     for (unsigned int i = 0; i < infos.size(); ++i) {
         if ((mask >> i & 1) != 0) {

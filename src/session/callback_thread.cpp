@@ -2,6 +2,7 @@
 
 #include "session/receive_thread.hpp"
 #include "support/detached_thread.hpp"
+#include "support/memory.hpp"
 #include "support/one_shot.hpp"
 #include "support/owners.hpp"
 
@@ -119,7 +120,7 @@ void run(CallbackThread* argument) {
 } // namespace
 
 int start(unsigned int device, unsigned int interface_number) {
-    const auto thread = std::make_shared<CallbackThread>();
+    const auto thread = checked::make_shared<CallbackThread>();
     thread->device = device;
     thread->interface_number = interface_number;
     thread->self = thread;

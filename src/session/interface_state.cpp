@@ -1,12 +1,15 @@
 #include "session/interface_state.hpp"
 
+#include <cstddef>
+#include <new>
 #include <utility>
 
 namespace interface_state {
 namespace {
 
 // Never destroyed: a process may end while threads are still receiving.
-Interface (*const states)[interfaces] = new Interface[device_list::slots][interfaces];
+alignas(Interface) std::byte room[sizeof(Interface[device_list::slots][interfaces])];
+Interface (*const states)[interfaces] = new (room) Interface[device_list::slots][interfaces];
 
 bool opened = false; // guarded by dev_list_short_lock
 

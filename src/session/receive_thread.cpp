@@ -3,13 +3,14 @@
 #include "pads/current_pad.hpp"
 #include "session/call.hpp"
 #include "support/detached_thread.hpp"
+#include "support/memory.hpp"
 #include "support/one_shot.hpp"
 #include "support/owners.hpp"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <unistd.h>
-#include <vector>
 
 using interface_state::Interface;
 
@@ -170,6 +171,9 @@ Started start(trace::Location where, unsigned int device, unsigned int interface
     }
     if (interface->uqueue == nullptr) {
         interface->uqueue = init_uni_queue();
+        if (interface->uqueue == nullptr) {
+            return Started::no; // the reports would go nowhere
+        }
     }
     {
         trace::Lock lock{&interface->info_lock, interface_state::info_lock_name, where};
@@ -177,7 +181,7 @@ Started start(trace::Location where, unsigned int device, unsigned int interface
             return Started::meanwhile_by_another;
         }
         interface->leaving.reset();
-        thread = std::make_shared<ReceiveThread>(*pad, interface->uqueue, device, interface_number);
+        thread = checked::make_shared<ReceiveThread>(*pad, interface->uqueue, device, interface_number);
         interface->info = thread;
         ++interface->starts;
     }
@@ -303,15 +307,17 @@ void stop_all(trace::Location where) {
         unsigned int device;
         unsigned int interface_number;
     };
-    std::vector<Number> used;
+    std::array<Number, std::size_t{device_list::slots} * interface_state::interfaces> numbers;
+    std::size_t count = 0;
     {
         trace::Lock list_lock{&dev_list_short_lock, "&dev_list_short_lock", where};
         interface_state::for_each([&](unsigned int device, unsigned int interface_number, const Interface& interface) {
             if (interface.uqueue != nullptr) {
-                used.push_back({device, interface_number});
+                numbers[count++] = {device, interface_number};
             }
         });
     }
+    const std::span used{numbers.data(), count};
     for (const auto [device, interface_number] : used) {
         ask_to_stop(device, interface_number); // so that their pauses pass together
     }

@@ -2,14 +2,14 @@
 
 #include "support/trace.hpp"
 
-#include <atomic>
-
 namespace detached_thread {
 namespace {
 
 constexpr std::size_t stack_size = 1024 * 1024;
 
-std::atomic<int> inside{0};
+pthread_mutex_t inside_lock = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t all_left = PTHREAD_COND_INITIALIZER;
+int inside = 0; // guarded by inside_lock
 
 // Pthread_create() keeps the result to itself.
 int create_thread(const pthread_attr_t* attributes, void* (*routine)(void*), void* argument) {
@@ -45,19 +45,25 @@ int create(void* (*routine)(void*), void* argument) {
 }
 
 void entered() {
+    Pthread_mutex_lock(&inside_lock);
     ++inside;
+    Pthread_mutex_unlock(&inside_lock);
 }
 
 void left() {
+    Pthread_mutex_lock(&inside_lock);
     if (--inside == 0) {
-        inside.notify_all();
+        Pthread_cond_broadcast(&all_left);
     }
+    Pthread_mutex_unlock(&inside_lock);
 }
 
 void wait_for_all() {
-    for (int count = inside.load(); count != 0; count = inside.load()) {
-        inside.wait(count);
+    Pthread_mutex_lock(&inside_lock);
+    while (inside != 0) {
+        Pthread_cond_wait(&all_left, &inside_lock);
     }
+    Pthread_mutex_unlock(&inside_lock);
 }
 
 } // namespace detached_thread

@@ -1,30 +1,44 @@
 // A one-shot signal between threads.
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
+#include "vxpadcom/vxpadcom.h"
 
 // A flag with a condition variable: given once for all. Giving it again is harmless, and who comes late does not wait.
+// The standard library's own throw where a lock or a wait fails.
 class OneShot {
   public:
+    OneShot() = default;
+    ~OneShot() {
+        pthread_cond_destroy(&condition_);
+        pthread_mutex_destroy(&mutex_);
+    }
+    OneShot(const OneShot&) = delete;
+    OneShot& operator=(const OneShot&) = delete;
+
     void give() {
-        const std::lock_guard lock{mutex_};
+        Pthread_mutex_lock(&mutex_);
         given_ = true;
-        condition_.notify_all();
+        Pthread_cond_broadcast(&condition_);
+        Pthread_mutex_unlock(&mutex_);
     }
 
     void wait() {
-        std::unique_lock lock{mutex_};
-        condition_.wait(lock, [this] { return given_; });
+        Pthread_mutex_lock(&mutex_);
+        while (!given_) {
+            Pthread_cond_wait(&condition_, &mutex_);
+        }
+        Pthread_mutex_unlock(&mutex_);
     }
 
     bool is_given() {
-        const std::lock_guard lock{mutex_};
-        return given_;
+        Pthread_mutex_lock(&mutex_);
+        const bool given = given_;
+        Pthread_mutex_unlock(&mutex_);
+        return given;
     }
 
   private:
-    std::mutex mutex_;
-    std::condition_variable condition_;
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t condition_ = PTHREAD_COND_INITIALIZER;
     bool given_ = false;
 };

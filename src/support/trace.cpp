@@ -1,5 +1,6 @@
 #include "support/trace.hpp"
 
+#include "support/memory.hpp"
 #include "support/wchar_tools.hpp"
 
 #include <array>
@@ -14,7 +15,6 @@
 #include <sys/time.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace trace {
 namespace {
@@ -37,7 +37,7 @@ using Message = std::array<char, VXPAD_MAX_STRING_LENGTH>;
 struct Outbox {
     int locks_held = 0;
     bool delivering = false;
-    std::vector<Message> waiting;
+    checked::Fifo<Message> waiting;
 };
 thread_local Outbox outbox;
 
@@ -54,8 +54,9 @@ void hand_over(const Message& message) {
 }
 
 void hand_over_waiting() {
-    for (const Message& message : std::exchange(outbox.waiting, {})) {
-        hand_over(message);
+    auto waiting = std::exchange(outbox.waiting, {});
+    while (const auto message = waiting.take_first()) {
+        hand_over(*message);
     }
 }
 

@@ -177,7 +177,8 @@ bool derive_pad_type(trace::Location where, vx_device& device) {
 }
 
 void create_lock(vx_device& device) {
-    device.device_lock = static_cast<pthread_mutex_t*>(Malloc(sizeof(pthread_mutex_t)));
+    // Zeroed, which is a lock as well: a failed initialisation is reported and the library goes on with it.
+    device.device_lock = static_cast<pthread_mutex_t*>(Calloc(1, sizeof(pthread_mutex_t)));
     Pthread_mutex_init(device.device_lock, nullptr);
 }
 

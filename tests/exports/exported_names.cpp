@@ -9,6 +9,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -163,6 +164,38 @@ TEST(ExportedNames, OfFunctionsAreNotLookedUpByTheLibraryItself) {
     }
     EXPECT_THAT(looked_up, IsEmpty());
 }
+
+// Sanitizers register and allocate for themselves.
+#if !VXPAD_SANITIZED
+std::vector<std::string> imports_like(const std::string& beginning) {
+    std::vector<std::string> found;
+    for (const std::string& line : lines_of(output_of(std::string(NM) + " -D --undefined-only " + LIBRARY_FILE))) {
+        std::istringstream fields(line);
+        std::string kind;
+        std::string name;
+        fields >> kind >> name;
+        if (std::regex_search(name, std::regex("^(" + beginning + ")"))) {
+            found.push_back(name);
+        }
+    }
+    return found;
+}
+
+// An object with a destructor would register it, be it a thread's own or static. The application may be gone by then,
+// and so may everything that answers a forked child.
+TEST(Library, DoesNothingAtProcessExit) {
+    ASSERT_THAT(imports_like("hid_open_path"), testing::SizeIs(1));
+    EXPECT_THAT(imports_like("__cxa_atexit|__cxa_thread_atexit|__cxa_at_quick_exit|atexit|on_exit"), IsEmpty());
+    const std::string sections = output_of(std::string(READELF) + " --wide --sections " + LIBRARY_FILE);
+    EXPECT_THAT(sections, testing::ContainsRegex("\\.fini_array +FINI_ARRAY +[0-9a-f]+ [0-9a-f]+ 000008 "))
+        << "more than the compiler's own";
+}
+
+// Nothing that throws: an exception would leave the library's locks held, or end the process.
+TEST(Library, AsksTheStandardLibraryForNothingThatThrows) {
+    EXPECT_THAT(imports_like("_Zn[wa]|_ZSt[0-9]+__throw|__cxa_(allocate_exception|throw|rethrow|bad_)"), IsEmpty());
+}
+#endif
 
 TEST(Library, NeedsHidapiAndLibusbAndHasAVersionedName) {
     const std::string dynamic = output_of(std::string(READELF) + " --wide --dynamic " + LIBRARY_FILE);

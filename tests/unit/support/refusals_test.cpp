@@ -1,0 +1,330 @@
+// Memory and locks that the system refuses to the library, once each, in the middle of its work. This program replaces
+// malloc, calloc, realloc, operator new and pthread_mutex_init for the whole process; only what the library itself asks
+// for is refused.
+#include "captures.hpp"
+#include "standins.hpp"
+#include "vxpadcom/vxpadcom.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <link.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <new>
+#include <string>
+#include <string_view>
+#include <thread>
+
+extern "C" {
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+}
+
+namespace {
+
+// Where the library's code lies.
+struct Range {
+    std::uintptr_t begin = std::numeric_limits<std::uintptr_t>::max();
+    std::uintptr_t end = 0;
+    bool contains(const void* address) const {
+        const auto at = reinterpret_cast<std::uintptr_t>(address);
+        return at >= begin && at < end;
+    }
+};
+Range library;
+
+void find_library() {
+    dl_iterate_phdr(
+        [](dl_phdr_info* object, size_t, void*) {
+            if (std::string_view(object->dlpi_name).find("libvxpadcom.so") == std::string_view::npos) {
+                return 0;
+            }
+            for (int i = 0; i < object->dlpi_phnum; ++i) {
+                const auto& part = object->dlpi_phdr[i];
+                if (part.p_type == PT_LOAD) {
+                    library.begin = std::min(library.begin, object->dlpi_addr + part.p_vaddr);
+                    library.end = std::max(library.end, object->dlpi_addr + part.p_vaddr + part.p_memsz);
+                }
+            }
+            return 1;
+        },
+        nullptr);
+}
+
+constexpr int never = std::numeric_limits<int>::max();
+
+// Requests of the library that are still granted; then one is refused, or all where it is for good.
+struct Refusal {
+    std::atomic<int> granted = never;
+    std::atomic<bool> for_good = false;
+
+    bool due(const void* caller) {
+        if (granted == never || !library.contains(caller)) {
+            return false;
+        }
+        const int before = granted.fetch_sub(1);
+        return before == 0 || (before < 0 && for_good);
+    }
+    // What was not granted any more: whether there was a refusal.
+    bool came() const { return granted < 0; }
+};
+Refusal memory;
+Refusal locks;
+
+constexpr int rubbish = 0xA5;
+
+} // namespace
+
+extern "C" {
+
+void* malloc(size_t size) noexcept {
+    const void* caller = __builtin_return_address(0);
+    if (memory.due(caller)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* block = __libc_malloc(size);
+    if (block != nullptr && library.contains(caller)) {
+        std::memset(block, rubbish, size);
+    }
+    return block;
+}
+
+void* calloc(size_t count, size_t size) noexcept {
+    if (memory.due(__builtin_return_address(0))) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_calloc(count, size);
+}
+
+void* realloc(void* block, size_t size) noexcept {
+    if (memory.due(__builtin_return_address(0))) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_realloc(block, size);
+}
+
+int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) noexcept {
+    if (locks.due(__builtin_return_address(0))) {
+        return EAGAIN;
+    }
+    static const auto real = reinterpret_cast<decltype(&pthread_mutex_init)>(dlsym(RTLD_NEXT, "pthread_mutex_init"));
+    return real(mutex, attributes);
+}
+}
+
+void* operator new(size_t size) {
+    void* block = memory.due(__builtin_return_address(0)) ? nullptr : __libc_malloc(size);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, size_t) noexcept {
+    std::free(block);
+}
+
+namespace {
+
+using standins::bus;
+using standins::Bytes;
+using testing::HasSubstr;
+using testing::Not;
+
+// What applications are told to have done.
+struct Outcome {
+    int initialized = -1;
+    unsigned int pads = 0;
+    int feature = -1;
+    int wide_feature = -1;
+    int handler = -1;
+    int receiving = -1;
+    bool received = false;
+    int uploaded = -1;
+    int stopped = -1;
+    int ended = -1;
+
+    bool operator==(const Outcome&) const = default;
+};
+
+class Refusals : public testing::Test {
+  protected:
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        find_library();
+    }
+    void TearDown() override { grant_everything(); }
+
+    static void grant_everything() {
+        memory.granted = never;
+        memory.for_good = false;
+        locks.granted = never;
+    }
+
+    static void plug_pads() {
+        bus().reset();
+        bus().plug(standins::pad_of_type(9)).input_reports.assign(3, Bytes(64, 7));
+        bus().plug(standins::vcom_pad());
+        bus().hooks.usleep = [](unsigned) { std::this_thread::sleep_for(std::chrono::microseconds(50)); };
+    }
+
+    // A day at the counter, short.
+    static Outcome work() {
+        plug_pads();
+        Outcome outcome;
+        outcome.initialized = Initialize();
+        {
+            const standins::LogCapture log; // so that there is something to deliver behind each lock
+            EnumerateDevicesStart(&outcome.pads);
+            unsigned char report[65] = {0, 9};
+            unsigned int reply = 0;
+            outcome.feature = SetFeature(1, 0, report, sizeof report, &reply);
+            unsigned char wide[200] = {};
+            outcome.wide_feature = GetFeature(1, 0, wide, sizeof wide, &reply);
+            std::atomic<int> count = 0;
+            outcome.handler = SetOnDataReceivedHandler(
+                1, 0,
+                [](void* counted, unsigned int, unsigned int, const void*, unsigned int) {
+                    ++*static_cast<std::atomic<int>*>(counted);
+                },
+                &count);
+            outcome.receiving = SetDataReceivingEnabled(1, 0, 1);
+            const auto end =
+                std::chrono::steady_clock::now() + std::chrono::milliseconds(outcome.receiving == 0 ? 5000 : 0);
+            while (count < 3 && std::chrono::steady_clock::now() < end) {
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
+            outcome.received = count == 3;
+            outcome.uploaded = WriteFileBuffer(1, 1, report, sizeof report, &reply);
+            outcome.stopped = SetDataReceivingEnabled(1, 0, 0);
+            SetOnDataReceivedHandler(1, 0, nullptr, nullptr);
+            outcome.ended = Deinitialize();
+        }
+        return outcome;
+    }
+
+    // Without a death, and what was said on standard error.
+    static Outcome work_quietly(std::string& errors) {
+        standins::OutputCapture capture(STDERR_FILENO);
+        const Outcome outcome = work();
+        errors = capture.text();
+        return outcome;
+    }
+};
+
+// Whatever is refused once is asked for again, and nobody outside notices.
+TEST_F(Refusals, OfOneBlockOfMemoryChangeNothing) {
+    std::string errors;
+    const Outcome usual = work_quietly(errors);
+    EXPECT_EQ(usual.pads, 1U);
+    EXPECT_TRUE(usual.received);
+    EXPECT_EQ(usual.receiving, 0);
+    EXPECT_EQ(usual.ended, 0);
+    int refused = 0;
+    for (int granted = 0; granted < 3000; ++granted) {
+        memory.granted = granted;
+        const Outcome outcome = work_quietly(errors);
+        const bool came = memory.came();
+        grant_everything();
+        if (!came) {
+            break;
+        }
+        ++refused;
+        ASSERT_TRUE(outcome == usual) << granted << ": " << errors;
+        ASSERT_THAT(errors, HasSubstr("-> FAILURE, going to try again after usleep(100)")) << granted;
+    }
+    EXPECT_GT(refused, 20);
+}
+
+// A record whose lock could not be initialised, a queue that could not be made.
+TEST_F(Refusals, OfOneLockEndNoProcess) {
+    std::string errors;
+    const Outcome usual = work_quietly(errors);
+    int refused = 0;
+    for (int granted = 0; granted < 1000; ++granted) {
+        locks.granted = granted;
+        const Outcome outcome = work_quietly(errors);
+        const bool came = locks.came();
+        grant_everything();
+        if (!came) {
+            break;
+        }
+        ++refused;
+        ASSERT_THAT(errors, HasSubstr("pthread_mutex_init()")) << granted;
+        ASSERT_THAT(errors, Not(HasSubstr("pthread_mutex_lock()"))) << granted;
+        EXPECT_EQ(outcome.initialized, 0);
+        EXPECT_EQ(outcome.feature, usual.feature) << "a zeroed lock is a lock";
+        EXPECT_EQ(outcome.received, outcome.receiving == 0) << granted << ": reports must not go nowhere";
+        EXPECT_EQ(outcome.ended, 0);
+        ASSERT_TRUE(work_quietly(errors) == usual) << granted << ": afterwards all is well again";
+    }
+    EXPECT_GT(refused, 1);
+}
+
+void initialize_and_refuse() {
+    bus().reset();
+    bus().plug(standins::pad_of_type(9));
+    Initialize();
+    memory.for_good = true;
+    memory.granted = 0;
+}
+
+void ignore_message(void*, const char16_t*) {}
+
+TEST_F(Refusals, ForGoodEndTheProcessWithTheLineWhereACallLogs) {
+    EXPECT_EXIT(
+        {
+            bus().reset();
+            bus().plug(standins::pad_of_type(9));
+            Initialize();
+            RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(&ignore_message), nullptr);
+            memory.for_good = true;
+            memory.granted = 0;
+            IsInitialized(); // it says so while it holds the list's lock
+        },
+        testing::ExitedWithCode(1), HasSubstr("error: malloc()"));
+}
+
+TEST_F(Refusals, ForGoodEndTheProcessWithTheLineWhereReceivingStarts) {
+    EXPECT_EXIT(
+        {
+            initialize_and_refuse();
+            SetDataReceivingEnabled(1, 0, 1);
+        },
+        testing::ExitedWithCode(1), HasSubstr("error: calloc()"));
+    EXPECT_EXIT(
+        {
+            initialize_and_refuse();
+            SetOnDataReceivedHandler(1, 0, nullptr, nullptr);
+        },
+        testing::ExitedWithCode(1), HasSubstr("error: calloc()"));
+}
+
+TEST_F(Refusals, DoNotStopTheTearDown) {
+    std::string errors;
+    plug_pads();
+    {
+        standins::OutputCapture capture(STDERR_FILENO);
+        Initialize();
+        EXPECT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
+        memory.granted = 0;
+        EXPECT_EQ(Deinitialize(), 0);
+        grant_everything();
+    }
+}
+
+} // namespace
