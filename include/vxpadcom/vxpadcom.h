@@ -156,7 +156,10 @@ VXPADCOM_API int GetBytesToSend(unsigned int device, unsigned int* reply);
 /* Number of the pad's interfaces, at least 1. */
 VXPADCOM_API int GetEndPointCount(unsigned int device, unsigned int* reply);
 
-/* Size in bytes of the buffer that a full report needs: payload plus the report-id byte. */
+/*
+ * Size in bytes of the buffer that a full report needs: payload plus the report-id byte. Waits where another thread's
+ * failed exchange is just reopening the pad.
+ */
 VXPADCOM_API int GetFeatureReportSize(unsigned int device, unsigned int interface_number, unsigned int* reply);
 
 /* ------------------------------------------------------------------------------------------------------------------
@@ -228,7 +231,8 @@ VXPADCOM_API int ReadFileBuffer(unsigned int device, unsigned int end_point_id_m
 
 /*
  * Called with the registered pointer, the pad, the interface and one input report: always 64 bytes, zero behind the
- * report, valid during the call. One thread for each interface.
+ * report, valid during the call. One thread for each interface. Over VCOM a pen record must have exactly the size of
+ * the IN endpoint's packet to be received.
  */
 typedef void (*vxpad_data_callback)(void* user_specific, unsigned int device, unsigned int interface_number,
                                     const void* data, unsigned int length);
@@ -254,7 +258,10 @@ VXPADCOM_API int SetDataReceivingEnabled(unsigned int device, unsigned int inter
 /* Stores the number of queued reports in *result; before receiving was first enabled *result stays as it is. */
 VXPADCOM_API int GetDataPacketsAvailable(unsigned int device, unsigned int interface_number, unsigned int* result);
 
-/* Drops the queued reports. Failures as those of SetOnDataReceivedHandler(). */
+/*
+ * Drops the queued reports; waits for an exchange that is under way on that pad. Failures as those of
+ * SetOnDataReceivedHandler().
+ */
 VXPADCOM_API int FlushDataPackets(unsigned int device, unsigned int interface_number);
 
 /* ------------------------------------------------------------------------------------------------------------------
@@ -268,7 +275,8 @@ VXPADCOM_API int SendSspMessage(unsigned int device, unsigned int interface, con
 
 /*
  * Waits up to time_out milliseconds for one message that is no pen data. dst_length is at least 2; a longer message is
- * cut. *reply receives the bytes stored. A time-out is a failure like any other.
+ * cut. *reply receives the bytes stored. A time-out is a failure like any other. A message that arrives together with
+ * the loss of the pad is lost.
  */
 VXPADCOM_API int ReceiveSspMessage(unsigned int device, unsigned int interface, void* dst, unsigned int dst_length,
                                    unsigned int time_out, unsigned int* reply);
