@@ -120,8 +120,9 @@ bool find_endpoints(trace::Location where, vx_device& record, libusb_device* dev
 bool is_made_by_pad_maker(trace::Location where, const vx_device& record, std::uint32_t vendor_id) {
     VX_INFO_AT(where, "Check manufacturer string for vendor ID: 0x%x", vendor_id);
     const bool accepted =
-        std::any_of(usb_ids::vcom_named_makers.begin(), usb_ids::vcom_named_makers.end(),
-                    [&](std::string_view maker) { return std::string_view{record.manufacturer}.starts_with(maker); });
+        std::any_of(usb_ids::vcom_named_makers.begin(), usb_ids::vcom_named_makers.end(), [&](std::string_view maker) {
+            return std::strncmp(record.manufacturer, maker.data(), maker.size()) == 0;
+        });
     if (!accepted) {
         VX_INFO_AT(where, "It looks like not Quillon's device because manufacturer: %s", record.manufacturer);
     }
