@@ -1,5 +1,5 @@
 // vxpad-emulator-control: sends a request to the vxpad-emulator under which it runs and prints the answer.
-#include "../emulator/control_client.hpp"
+#include "../emulator/control/control_client.hpp"
 
 #include <exception>
 #include <iostream>

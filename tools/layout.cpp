@@ -1,6 +1,6 @@
 #include "layout.hpp"
 
-#include "../emulator/text_file.hpp"
+#include "../emulator/base/text_file.hpp"
 
 #include <algorithm>
 #include <array>

@@ -12,7 +12,7 @@
 #include "terminal_view.hpp"
 #include "text.hpp"
 
-#include "../emulator/control_client.hpp"
+#include "../emulator/control/control_client.hpp"
 
 #include <algorithm>
 #include <chrono>

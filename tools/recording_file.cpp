@@ -2,7 +2,7 @@
 
 #include "text.hpp"
 
-#include "../emulator/text.hpp"
+#include "../emulator/base/text.hpp"
 
 #include <cstddef>
 #include <ctime>

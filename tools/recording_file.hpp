@@ -5,7 +5,7 @@
 #include "printing.hpp"
 #include "reception.hpp"
 
-#include "../emulator/recording.hpp"
+#include "../emulator/pad/recording.hpp"
 
 #include <chrono>
 #include <cstddef>

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "base/event_loop.hpp"
+
+#include <string>
+
+namespace emulator {
+
+// A listening Unix socket, not blocking.
+Fd listen_at(const std::string& path);
+
+} // namespace emulator

@@ -1,0 +1,43 @@
+// The program that runs with the pads: started with the preload libraries, watched, and ended with the emulator.
+#pragma once
+
+#include "base/event_loop.hpp"
+
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace emulator {
+
+struct Surroundings {
+    std::string preload_libraries; // for LD_PRELOAD, separated by colons
+    std::vector<std::pair<std::string, std::string>> variables;
+};
+
+class Command {
+  public:
+    // Takes over SIGCHLD and the signals that end a program. The loop stops when the command has ended.
+    explicit Command(EventLoop& loop);
+    ~Command();
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+
+    void start(const std::vector<std::string>& arguments, const Surroundings& surroundings);
+
+    // The exit status, or 128 + the signal that killed it.
+    int result() const { return result_; }
+
+  private:
+    void on_signal();
+    void end(int signal);
+    void collect();
+
+    EventLoop& loop_;
+    Fd signals_;
+    pid_t pid_ = -1;
+    bool ended_by_us_ = false;
+    int result_ = 0;
+};
+
+} // namespace emulator
