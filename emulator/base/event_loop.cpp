@@ -9,24 +9,27 @@
 namespace emulator {
 
 void Fd::reset() {
-    if (fd_ >= 0)
+    if (fd_ >= 0) {
         ::close(fd_);
+    }
     fd_ = -1;
 }
 
 int check(int result, const char* what) {
-    if (result < 0)
+    if (result < 0) {
         throw std::system_error(errno, std::generic_category(), what);
+    }
     return result;
 }
 
 EventLoop::EventLoop()
-    : epoll_(check(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
-      timer_(check(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")) {
+    : epoll_{check(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")},
+      timer_{check(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")} {
     watch(timer_.get(), EPOLLIN, [this](std::uint32_t) {
         std::uint64_t expirations;
-        if (::read(timer_.get(), &expirations, sizeof(expirations)) < 0)
+        if (::read(timer_.get(), &expirations, sizeof expirations) < 0) {
             return; // re-armed meanwhile
+        }
         armed_for_ = Clock::time_point::max();
         run_due_timers();
     });
@@ -48,8 +51,9 @@ void EventLoop::change(int fd, std::uint32_t events) {
 }
 
 void EventLoop::forget(int fd) {
-    if (handlers_.erase(fd) > 0)
+    if (handlers_.erase(fd) > 0) {
         epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+    }
 }
 
 EventLoop::Timer EventLoop::call_at(Clock::time_point when, Task task) {
@@ -66,8 +70,9 @@ void EventLoop::cancel(const Timer& timer) {
 void EventLoop::run_posted() {
     while (!posted_.empty()) {
         auto tasks = std::exchange(posted_, {});
-        for (auto& task : tasks)
+        for (auto& task : tasks) {
             task();
+        }
     }
 }
 
@@ -81,8 +86,9 @@ void EventLoop::run_due_timers() {
 }
 
 void EventLoop::arm() {
-    if (timers_.empty() || timers_.begin()->first.first >= armed_for_)
+    if (timers_.empty() || timers_.begin()->first.first >= armed_for_) {
         return;
+    }
     armed_for_ = timers_.begin()->first.first;
     const auto since_epoch = armed_for_.time_since_epoch();
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since_epoch);
@@ -99,10 +105,12 @@ void EventLoop::run() {
         // One event at a time: a handler may close a descriptor and open another with the same number.
         epoll_event event{};
         const int count = epoll_wait(epoll_.get(), &event, 1, -1);
-        if (count < 0 && errno != EINTR)
+        if (count < 0 && errno != EINTR) {
             check(count, "epoll_wait");
-        if (count < 1)
+        }
+        if (count < 1) {
             continue;
+        }
         if (const auto found = handlers_.find(event.data.fd); found != handlers_.end()) {
             const auto handler = found->second; // it may forget itself
             (*handler)(event.events);

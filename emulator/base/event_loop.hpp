@@ -16,8 +16,8 @@ namespace emulator {
 class Fd {
   public:
     Fd() = default;
-    explicit Fd(int fd) : fd_(fd) {}
-    Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    explicit Fd(int fd) : fd_{fd} {}
+    Fd(Fd&& other) noexcept : fd_{std::exchange(other.fd_, -1)} {}
     Fd& operator=(Fd&& other) noexcept {
         std::swap(fd_, other.fd_);
         return *this;

@@ -27,18 +27,19 @@ constexpr std::time_t youngest_left_over = 60;
 
 fs::path parent() {
     const char* wanted = std::getenv("TMPDIR");
-    return wanted != nullptr && *wanted == '/' && std::string_view(wanted).size() <= longest_parent ? wanted : "/tmp";
+    return wanted != nullptr && *wanted == '/' && std::string_view{wanted}.size() <= longest_parent ? wanted : "/tmp";
 }
 
 Fd lock(const fs::path& directory, int how) {
-    Fd fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    Fd fd{::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
     return fd && ::flock(fd.get(), LOCK_EX | how) == 0 ? std::move(fd) : Fd();
 }
 
 bool is_left_over(const fs::path& path) {
     const auto name = path.filename().string();
-    if (!name.starts_with(prefix) || name.size() != prefix.size() + pattern.size())
+    if (!name.starts_with(prefix) || name.size() != prefix.size() + pattern.size()) {
         return false;
+    }
     const auto held = lock(path, LOCK_NB);
     struct stat status {};
     std::error_code ignored;
@@ -51,12 +52,15 @@ bool is_left_over(const fs::path& path) {
 TemporaryDirectory::TemporaryDirectory() {
     const auto place = parent();
     std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(place, ignored)) // of emulators that were killed
-        if (is_left_over(entry.path()))
+    for (const auto& entry : fs::directory_iterator(place, ignored)) { // of emulators that were killed
+        if (is_left_over(entry.path())) {
             fs::remove_all(entry.path(), ignored);
+        }
+    }
     auto name = (place / prefix).string().append(pattern);
-    if (::mkdtemp(name.data()) == nullptr)
+    if (::mkdtemp(name.data()) == nullptr) {
         check(-1, name.c_str());
+    }
     path_ = fs::canonical(name);
     lock_ = lock(path_, 0); // at most another one's short look is in the way
 }

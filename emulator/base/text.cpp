@@ -13,13 +13,15 @@ constexpr std::string_view hex_digits = "0123456789abcdef";
 char32_t take_code_point(std::string_view& text) {
     const auto lead = static_cast<unsigned char>(text.front());
     const std::size_t length = lead < 0x80 ? 1 : lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc2 ? 2 : 0;
-    if (length == 0 || lead > 0xf4 || text.size() < length)
+    if (length == 0 || lead > 0xf4 || text.size() < length) {
         throw std::invalid_argument("text is not UTF-8");
+    }
     char32_t code_point = length == 1 ? lead : lead & (0x7fU >> length);
     for (std::size_t i = 1; i < length; ++i) {
         const auto next = static_cast<unsigned char>(text[i]);
-        if ((next & 0xc0) != 0x80)
+        if ((next & 0xc0) != 0x80) {
             throw std::invalid_argument("text is not UTF-8");
+        }
         code_point = code_point << 6 | (next & 0x3fU);
     }
     text.remove_prefix(length);
@@ -42,18 +44,25 @@ unsigned long parse_number(std::string_view digits, int base, unsigned long lowe
     unsigned long number = 0;
     const auto* end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, number, base);
-    if (digits.empty() || error != std::errc{} || stop != end || number < lowest || number > highest)
-        throw std::invalid_argument("'" + std::string(digits) + "' is not a " + (base == 16 ? "hexadecimal " : "") +
+    if (digits.empty() || error != std::errc{} || stop != end || number < lowest || number > highest) {
+        throw std::invalid_argument("'" + std::string{digits} + "' is not a " + (base == 16 ? "hexadecimal " : "") +
                                     "number" + " from " + std::to_string(lowest) + " to " + std::to_string(highest));
+    }
     return number;
 }
 
+unsigned int parse_count(std::string_view digits, unsigned int lowest, unsigned int highest) {
+    return static_cast<unsigned int>(parse_number(digits, 10, lowest, highest));
+}
+
 std::vector<std::uint8_t> parse_hex(std::string_view digits) {
-    if (digits.size() % 2 != 0)
-        throw std::invalid_argument("'" + std::string(digits) + "' has an odd number of hexadecimal digits");
+    if (digits.size() % 2 != 0) {
+        throw std::invalid_argument("'" + std::string{digits} + "' has an odd number of hexadecimal digits");
+    }
     std::vector<std::uint8_t> bytes;
-    for (; !digits.empty(); digits.remove_prefix(2))
+    for (; !digits.empty(); digits.remove_prefix(2)) {
         bytes.push_back(static_cast<std::uint8_t>(parse_number(digits.substr(0, 2), 16, 0, 255)));
+    }
     return bytes;
 }
 
@@ -61,8 +70,9 @@ std::vector<std::pair<std::string, std::string>> parse_list(std::string_view tex
     std::vector<std::pair<std::string, std::string>> list;
     while (!text.empty()) {
         std::size_t end = 0;
-        while (end < text.size() && text[end] != ',')
+        while (end < text.size() && text[end] != ',') {
             end += text[end] == '\\' ? 2 : 1;
+        }
         end = std::min(end, text.size());
         const auto item = text.substr(0, end);
         text.remove_prefix(std::min(end + 1, text.size()));
@@ -80,8 +90,9 @@ std::u16string parse_string(std::string_view text) {
             text.remove_prefix(6);
             continue;
         }
-        if (text.front() == '\\' && text.size() > 1)
+        if (text.front() == '\\' && text.size() > 1) {
             text.remove_prefix(1);
+        }
         const auto code_point = take_code_point(text);
         if (code_point < 0x10000) {
             result += static_cast<char16_t>(code_point);
@@ -95,11 +106,12 @@ std::u16string parse_string(std::string_view text) {
 
 std::string utf8(std::u16string_view text) {
     std::string result;
-    const auto put = [&](unsigned bits) { result += static_cast<char>(bits); };
+    const auto put = [&](unsigned int bits) { result += static_cast<char>(bits); };
     for (std::size_t i = 0; i < text.size(); ++i) {
-        unsigned code_point = text[i];
-        if (code_point >= 0xd800 && code_point < 0xdc00 && i + 1 < text.size() && (text[i + 1] & 0xfc00) == 0xdc00)
+        unsigned int code_point = text[i];
+        if (code_point >= 0xd800 && code_point < 0xdc00 && i + 1 < text.size() && (text[i + 1] & 0xfc00) == 0xdc00) {
             code_point = 0x10000 + ((code_point & 0x3ff) << 10) + (text[++i] & 0x3ffU);
+        }
         if (code_point < 0x80) {
             put(code_point);
         } else if (code_point < 0x800) {

@@ -14,6 +14,7 @@ std::string hex(std::span<const std::uint8_t> bytes);
 std::vector<std::uint8_t> parse_hex(std::string_view digits);
 
 unsigned long parse_number(std::string_view digits, int base, unsigned long lowest, unsigned long highest);
+unsigned int parse_count(std::string_view digits, unsigned int lowest, unsigned int highest); // decimal
 
 // "a=1,b=two\, three" -> {a, 1}, {b, two\, three}; a backslash keeps the character after it from being special.
 std::vector<std::pair<std::string, std::string>> parse_list(std::string_view text);

@@ -25,29 +25,34 @@ std::invalid_argument trouble_with(const std::filesystem::path& file) {
 }
 
 std::string contents(const std::filesystem::path& file) {
-    const Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const Fd fd{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
     struct stat status {};
-    if (!fd || ::fstat(fd.get(), &status) < 0)
+    if (!fd || ::fstat(fd.get(), &status) < 0) {
         throw trouble_with(file);
-    if (!S_ISREG(status.st_mode))
+    }
+    if (!S_ISREG(status.st_mode)) {
         throw std::invalid_argument(file.string() + ": not a regular file");
+    }
     std::string text;
     std::array<char, 65536> buffer;
     ssize_t size = 0;
     while ((size = ::read(fd.get(), buffer.data(), buffer.size())) > 0) {
         text.append(buffer.data(), static_cast<std::size_t>(size));
-        if (text.size() > longest_file)
+        if (text.size() > longest_file) {
             throw std::invalid_argument(file.string() + ": longer than " + std::to_string(longest_file >> 20) + " MiB");
+        }
     }
-    if (size < 0)
+    if (size < 0) {
         throw trouble_with(file);
+    }
     return text;
 }
 
 Words words_of(std::string_view line) {
     constexpr std::string_view blanks = " \t\r";
-    if (line.size() > longest_line)
+    if (line.size() > longest_line) {
         throw std::invalid_argument("longer than " + std::to_string(longest_line) + " characters");
+    }
     Words words;
     for (auto start = line.find_first_not_of(blanks); start != std::string_view::npos;
          start = line.find_first_not_of(blanks)) {

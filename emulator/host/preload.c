@@ -45,14 +45,15 @@ static _Atomic(struct open_file*) files[file_limit]; /* by the application's des
 /* ---- system calls ---- */
 
 static void close_descriptor(int fd) {
-    if (fd >= 0)
+    if (fd >= 0) {
         syscall(SYS_close, fd);
+    }
 }
 
 static void make_path(struct sockaddr_un* address, const char* path) {
-    memset(address, 0, sizeof(*address));
+    memset(address, 0, sizeof *address);
     address->sun_family = AF_UNIX;
-    strncpy(address->sun_path, path, sizeof(address->sun_path) - 1);
+    strncpy(address->sun_path, path, sizeof address->sun_path - 1);
 }
 
 static bool send_all(int fd, const void* head, size_t head_size, const void* data, size_t data_size, const int* fds,
@@ -64,7 +65,7 @@ static bool send_all(int fd, const void* head, size_t head_size, const void* dat
         char bytes[CMSG_SPACE(2 * sizeof(int))];
     } control;
     if (fd_count > 0) {
-        memset(&control, 0, sizeof(control));
+        memset(&control, 0, sizeof control);
         message.msg_control = control.bytes;
         message.msg_controllen = CMSG_SPACE(fd_count * sizeof(int));
         struct cmsghdr* header = CMSG_FIRSTHDR(&message);
@@ -75,10 +76,12 @@ static bool send_all(int fd, const void* head, size_t head_size, const void* dat
     }
     while (parts[0].iov_len + parts[1].iov_len > 0) {
         const long sent = syscall(SYS_sendmsg, fd, &message, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR)
+        if (sent < 0 && errno == EINTR) {
             continue;
-        if (sent < 0)
+        }
+        if (sent < 0) {
             return false;
+        }
         message.msg_control = NULL;
         message.msg_controllen = 0;
         size_t left = (size_t)sent;
@@ -94,17 +97,18 @@ static bool send_all(int fd, const void* head, size_t head_size, const void* dat
 
 static long receive(int fd, void* data, size_t size, int flags) {
     long received;
-    do
+    do {
         received = syscall(SYS_recvfrom, fd, data, size, flags, NULL, NULL);
-    while (received < 0 && errno == EINTR);
+    } while (received < 0 && errno == EINTR);
     return received;
 }
 
 static bool receive_all(int fd, void* data, size_t size) {
     while (size > 0) {
         const long received = receive(fd, data, size, 0);
-        if (received <= 0)
+        if (received <= 0) {
             return false;
+        }
         data = (char*)data + received;
         size -= (size_t)received;
     }
@@ -121,8 +125,9 @@ static int wait_readable(int fd, int milliseconds) {
 /* ---- talking to the emulator ---- */
 
 static int result_of(int error, int result) {
-    if (error == 0)
+    if (error == 0) {
         return result;
+    }
     errno = error;
     return -1;
 }
@@ -132,12 +137,14 @@ static int call(struct open_file* file, const struct usbfs_request* request, con
                 size_t fd_count, uint32_t* value) {
     struct usbfs_reply reply = {ENODEV, 0};
     pthread_mutex_lock(&file->request_lock);
-    if (!send_all(file->requests, request, sizeof(*request), payload, request->payload, fds, fd_count) ||
-        !receive_all(file->requests, &reply, sizeof(reply)))
+    if (!send_all(file->requests, request, sizeof *request, payload, request->payload, fds, fd_count) ||
+        !receive_all(file->requests, &reply, sizeof reply)) {
         reply.error = ENODEV;
+    }
     pthread_mutex_unlock(&file->request_lock);
-    if (value != NULL)
+    if (value != NULL) {
         *value = reply.value;
+    }
     return result_of(reply.error, 0);
 }
 
@@ -148,14 +155,15 @@ static int simple_call(struct open_file* file, uint32_t operation, uint32_t inte
 
 /* A pipe of one page, which counts as full with one byte in it. */
 static bool make_pipe(int ends[2], int flags) {
-    if (syscall(SYS_pipe2, ends, O_NONBLOCK | (flags & O_CLOEXEC)) < 0)
+    if (syscall(SYS_pipe2, ends, O_NONBLOCK | (flags & O_CLOEXEC)) < 0) {
         return false;
+    }
     return syscall(SYS_fcntl, ends[1], F_SETPIPE_SZ, usbfs_pipe_size) >= 0 && syscall(SYS_write, ends[1], "", 1) == 1;
 }
 
 static struct open_file* connect_file(void) {
     const char* path = getenv(VXPAD_ENV_USBFS);
-    struct open_file* file = calloc(1, sizeof(*file));
+    struct open_file* file = calloc(1, sizeof *file);
     if (path == NULL || file == NULL) {
         free(file);
         errno = ENOENT;
@@ -168,8 +176,9 @@ static struct open_file* connect_file(void) {
     file->requests = (int)syscall(SYS_socket, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     struct sockaddr_un address;
     make_path(&address, path);
-    if (file->requests >= 0 && syscall(SYS_connect, file->requests, &address, sizeof(address)) == 0)
+    if (file->requests >= 0 && syscall(SYS_connect, file->requests, &address, sizeof address) == 0) {
         return file;
+    }
     close_descriptor(file->requests);
     free(file);
     errno = ENOENT;
@@ -184,10 +193,11 @@ static void discard_file(struct open_file* file) {
     free(file);
 }
 
-static int open_device(unsigned bus, unsigned address, int flags) {
+static int open_device(unsigned int bus, unsigned int address, int flags) {
     struct open_file* file = connect_file();
-    if (file == NULL)
+    if (file == NULL) {
         return -1;
+    }
     int ends[2] = {-1, -1};
     int sockets[2] = {-1, -1};
     const struct usbfs_request request = {.operation = usbfs_open, .interface = bus, .argument = address};
@@ -215,10 +225,12 @@ static int open_device(unsigned bus, unsigned address, int flags) {
 
 static int close_device(int fd) {
     struct open_file* file = atomic_exchange(&files[fd], NULL);
-    if (file != NULL && file->owner == getpid())
+    if (file != NULL && file->owner == getpid()) {
         simple_call(file, usbfs_close, 0, 0);
-    if (file != NULL)
+    }
+    if (file != NULL) {
         discard_file(file);
+    }
     return (int)syscall(SYS_close, fd);
 }
 
@@ -231,13 +243,13 @@ static int submit(struct open_file* file, struct usbdevfs_urb* urb) {
     int length = urb->buffer_length;
     bool in = (urb->endpoint & 0x80) != 0;
     if (urb->type == USBDEVFS_URB_TYPE_CONTROL) {
-        if (length < (int)sizeof(request.setup)) {
+        if (length < (int)sizeof request.setup) {
             errno = EINVAL;
             return -1;
         }
-        memcpy(request.setup, data, sizeof(request.setup));
-        data += sizeof(request.setup);
-        length -= (int)sizeof(request.setup);
+        memcpy(request.setup, data, sizeof request.setup);
+        data += sizeof request.setup;
+        length -= (int)sizeof request.setup;
         in = (request.setup[0] & 0x80) != 0;
     }
     if (length < 0) {
@@ -254,20 +266,23 @@ static int submit(struct open_file* file, struct usbdevfs_urb* urb) {
 /* Takes one completion that has arrived: 0, or EAGAIN or ENODEV. */
 static int take_completion(struct open_file* file, void** reaped) {
     struct usbfs_completion completion;
-    const long received = receive(file->completions, &completion, sizeof(completion), MSG_DONTWAIT);
-    if (received < 0 && errno == EAGAIN)
+    const long received = receive(file->completions, &completion, sizeof completion, MSG_DONTWAIT);
+    if (received < 0 && errno == EAGAIN) {
         return EAGAIN;
+    }
     if (received <= 0 ||
-        !receive_all(file->completions, (char*)&completion + received, sizeof(completion) - (size_t)received)) {
+        !receive_all(file->completions, (char*)&completion + received, sizeof completion - (size_t)received)) {
         atomic_store(&file->gone, true);
         return ENODEV;
     }
     struct usbdevfs_urb* urb = (struct usbdevfs_urb*)(uintptr_t)completion.urb;
     char* data = urb->buffer;
-    if (urb->type == USBDEVFS_URB_TYPE_CONTROL)
+    if (urb->type == USBDEVFS_URB_TYPE_CONTROL) {
         data += sizeof(((struct usbfs_request*)NULL)->setup);
-    if (!receive_all(file->completions, data, completion.payload))
+    }
+    if (!receive_all(file->completions, data, completion.payload)) {
         completion.status = -ENODEV;
+    }
     urb->status = completion.status;
     urb->actual_length = (int)completion.length;
     *reaped = urb;
@@ -282,8 +297,9 @@ static void fill_pipe(int fd) {
     pthread_sigmask(SIG_BLOCK, &broken_pipe, &before);
     sigpending(&pending);
     const bool of_the_program = sigismember(&pending, SIGPIPE) == 1;
-    if (syscall(SYS_write, fd, "", 1) < 0 && errno == EPIPE && !of_the_program)
+    if (syscall(SYS_write, fd, "", 1) < 0 && errno == EPIPE && !of_the_program) {
         sigtimedwait(&broken_pipe, NULL, &(const struct timespec){0, 0});
+    }
     pthread_sigmask(SIG_SETMASK, &before, NULL);
 }
 
@@ -297,8 +313,9 @@ static int reap_now(int fd, struct open_file* file, void** reaped) {
         fill_pipe(fd);
         error = take_completion(file, reaped);
         /* libusb does not always go on until nothing is left; what came behind this one must wake it again. */
-        if (error == 0 && wait_readable(file->completions, 0) == 1)
+        if (error == 0 && wait_readable(file->completions, 0) == 1) {
             simple_call(file, usbfs_wake, 0, 0);
+        }
     }
     pthread_mutex_unlock(&file->reap_lock);
     return result_of(error, 0);
@@ -306,23 +323,26 @@ static int reap_now(int fd, struct open_file* file, void** reaped) {
 
 static int reap(int fd, struct open_file* file, void** reaped) {
     while (reap_now(fd, file, reaped) < 0) {
-        if (errno != EAGAIN || wait_readable(file->completions, -1) < 0)
+        if (errno != EAGAIN || wait_readable(file->completions, -1) < 0) {
             return -1;
+        }
     }
     return 0;
 }
 
 /* A transfer that the caller waits for: its completion arrives on a socket of its own. */
-static int transfer(struct open_file* file, struct usbfs_request* request, void* data, bool in, unsigned timeout) {
+static int transfer(struct open_file* file, struct usbfs_request* request, void* data, bool in, unsigned int timeout) {
     int sockets[2];
-    if (syscall(SYS_socketpair, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) < 0)
+    if (syscall(SYS_socketpair, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) < 0) {
         return -1;
+    }
     request->operation = usbfs_transfer;
     request->urb = (uintptr_t)request; /* unlike any other that is under way */
     request->payload = in ? 0 : request->length;
     int error = 0;
-    if (call(file, request, data, &sockets[1], 1, NULL) < 0)
+    if (call(file, request, data, &sockets[1], 1, NULL) < 0) {
         error = errno;
+    }
     close_descriptor(sockets[1]);
     struct usbfs_completion completion = {0};
     if (error == 0) {
@@ -332,11 +352,12 @@ static int transfer(struct open_file* file, struct usbfs_request* request, void*
             call(file, &discard, NULL, NULL, 0, NULL);
             timed_out = true;
         }
-        if (!receive_all(sockets[0], &completion, sizeof(completion)) ||
-            !receive_all(sockets[0], data, completion.payload))
+        if (!receive_all(sockets[0], &completion, sizeof completion) ||
+            !receive_all(sockets[0], data, completion.payload)) {
             error = ENODEV;
-        else if (completion.status < 0)
+        } else if (completion.status < 0) {
             error = completion.status == -ENOENT && timed_out ? ETIMEDOUT : -completion.status;
+        }
     }
     close_descriptor(sockets[0]);
     return result_of(error, (int)completion.length);
@@ -345,7 +366,7 @@ static int transfer(struct open_file* file, struct usbfs_request* request, void*
 static int control_transfer(struct open_file* file, const struct usbdevfs_ctrltransfer* control) {
     struct usbfs_request request = {
         .type = USBDEVFS_URB_TYPE_CONTROL, .endpoint = control->bRequestType & 0x80, .length = control->wLength};
-    memcpy(request.setup, control, sizeof(request.setup)); /* the first fields are the packet, in the bus's order */
+    memcpy(request.setup, control, sizeof request.setup); /* the first fields are the packet, in the bus's order */
     return transfer(file, &request, control->data, (control->bRequestType & 0x80) != 0, control->timeout);
 }
 
@@ -361,8 +382,9 @@ static const char* const driver_names[] = {"", "usbfs", "usbhid"};
 static int get_driver(struct open_file* file, struct usbdevfs_getdriver* driver) {
     const struct usbfs_request request = {.operation = usbfs_get_driver, .interface = driver->interface};
     uint32_t value = usbfs_driver_none;
-    if (call(file, &request, NULL, NULL, 0, &value) < 0)
+    if (call(file, &request, NULL, NULL, 0, &value) < 0) {
         return -1;
+    }
     if (value == usbfs_driver_none || value >= usbfs_driver_other) {
         errno = ENODATA;
         return -1;
@@ -373,9 +395,11 @@ static int get_driver(struct open_file* file, struct usbdevfs_getdriver* driver)
 
 static int disconnect_claim(struct open_file* file, const struct usbdevfs_disconnect_claim* claim) {
     uint32_t driver = usbfs_driver_other;
-    for (uint32_t i = usbfs_driver_usbfs; i < usbfs_driver_other; ++i)
-        if (strncmp(claim->driver, driver_names[i], sizeof(claim->driver)) == 0)
+    for (uint32_t i = usbfs_driver_usbfs; i < usbfs_driver_other; ++i) {
+        if (strncmp(claim->driver, driver_names[i], sizeof claim->driver) == 0) {
             driver = i;
+        }
+    }
     const struct usbfs_request request = {
         .operation = usbfs_disconnect_claim, .interface = claim->interface, .argument = driver, .length = claim->flags};
     return call(file, &request, NULL, NULL, 0, NULL);
@@ -383,10 +407,12 @@ static int disconnect_claim(struct open_file* file, const struct usbdevfs_discon
 
 static int interface_call(struct open_file* file, const struct usbdevfs_ioctl* command) {
     const uint32_t interface = (uint32_t)command->ifno;
-    if ((unsigned)command->ioctl_code == USBDEVFS_DISCONNECT)
+    if ((unsigned int)command->ioctl_code == USBDEVFS_DISCONNECT) {
         return simple_call(file, usbfs_disconnect, interface, 0);
-    if ((unsigned)command->ioctl_code == USBDEVFS_CONNECT)
+    }
+    if ((unsigned int)command->ioctl_code == USBDEVFS_CONNECT) {
         return simple_call(file, usbfs_connect, interface, 0) < 0 ? -1 : 1; /* so many drivers were found */
+    }
     errno = ENOTTY;
     return -1;
 }
@@ -426,16 +452,16 @@ static int device_ioctl(int fd, struct open_file* file, unsigned long request, v
     case USBDEVFS_DISCONNECT_CLAIM:
         return disconnect_claim(file, argument);
     case USBDEVFS_CLAIMINTERFACE:
-        return simple_call(file, usbfs_claim, *(unsigned*)argument, 0);
+        return simple_call(file, usbfs_claim, *(unsigned int*)argument, 0);
     case USBDEVFS_RELEASEINTERFACE:
-        return simple_call(file, usbfs_release, *(unsigned*)argument, 0);
+        return simple_call(file, usbfs_release, *(unsigned int*)argument, 0);
     case USBDEVFS_SETINTERFACE: {
         const struct usbdevfs_setinterface* setting = argument;
         return simple_call(file, usbfs_set_interface, setting->interface, setting->altsetting);
     }
     case USBDEVFS_CLEAR_HALT:
     case USBDEVFS_RESETEP:
-        return simple_call(file, usbfs_clear_halt, 0, *(unsigned*)argument);
+        return simple_call(file, usbfs_clear_halt, 0, *(unsigned int*)argument);
     case USBDEVFS_RESET:
         return simple_call(file, usbfs_reset, 0, 0);
     default:
@@ -457,16 +483,18 @@ static int device_ioctl(int fd, struct open_file* file, unsigned long request, v
  * them that fails. True when the path was one of these; the result is in *fd. */
 static bool open_under_dev(const char* path, int flags, mode_t mode, int* fd) {
     static const char dev[] = "/dev/";
-    if (path == NULL || strncmp(path, dev, sizeof(dev) - 1) != 0)
+    if (path == NULL || strncmp(path, dev, sizeof dev - 1) != 0) {
         return false;
-    unsigned bus;
-    unsigned address;
+    }
+    unsigned int bus;
+    unsigned int address;
     int end = 0;
     if (getenv(VXPAD_ENV_USBFS) != NULL && sscanf(path, "/dev/bus/usb/%3u/%3u%n", &bus, &address, &end) == 2 &&
-        path[end] == '\0')
+        path[end] == '\0') {
         *fd = open_device(bus, address, flags);
-    else
+    } else {
         *fd = (int)syscall(SYS_openat, AT_FDCWD, path, flags, mode);
+    }
     return true;
 }
 
@@ -513,8 +541,9 @@ static struct open_file* file_of(int fd) {
 }
 
 EXPORT int close(int fd) {
-    if (file_of(fd) != NULL)
+    if (file_of(fd) != NULL) {
         return close_device(fd);
+    }
     NEXT(close_function, "close");
     return function(fd);
 }
@@ -525,8 +554,9 @@ EXPORT int ioctl(int fd, unsigned long request, ...) {
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
     struct open_file* file = file_of(fd);
-    if (file != NULL)
+    if (file != NULL) {
         return device_ioctl(fd, file, request, argument);
+    }
     NEXT(ioctl_function, "ioctl");
     return function(fd, request, argument);
 }
@@ -537,15 +567,15 @@ EXPORT int bind_socket(int fd, const struct sockaddr* address, socklen_t length)
 int bind_socket(int fd, const struct sockaddr* address, socklen_t length) {
     const char* root = getenv(VXPAD_ENV_TESTBED);
     int domain = 0;
-    socklen_t size = sizeof(domain);
+    socklen_t size = sizeof domain;
     if (root != NULL && address != NULL && address->sa_family == AF_NETLINK &&
         syscall(SYS_getsockopt, fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX) {
         struct sockaddr_un path;
-        memset(&path, 0, sizeof(path));
+        memset(&path, 0, sizeof path);
         path.sun_family = AF_UNIX;
-        snprintf(path.sun_path, sizeof(path.sun_path), "%s/monitor%d.%d", root, (int)getpid(), fd);
+        snprintf(path.sun_path, sizeof path.sun_path, "%s/monitor%d.%d", root, (int)getpid(), fd);
         syscall(SYS_unlink, path.sun_path);
-        return (int)syscall(SYS_bind, fd, &path, sizeof(path));
+        return (int)syscall(SYS_bind, fd, &path, sizeof path);
     }
     NEXT(bind_function, "bind");
     return function(fd, address, length);

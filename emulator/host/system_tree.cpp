@@ -20,13 +20,14 @@ constexpr std::string_view monitor_prefix = "monitor";
 constexpr std::size_t most_waiting_events = 1000;
 
 void write_file(const std::filesystem::path& path, std::string_view content) {
-    std::ofstream file(path, std::ios::binary);
+    std::ofstream file{path, std::ios::binary};
     file << content;
-    if (!file.flush())
+    if (!file.flush()) {
         throw std::filesystem::filesystem_error("cannot write", path, std::make_error_code(std::errc::io_error));
+    }
 }
 
-std::string three_digits(unsigned number) {
+std::string three_digits(unsigned int number) {
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), "%03u", number);
     return text.data();
@@ -48,16 +49,18 @@ std::vector<std::string> properties(const Port& port) {
 
 } // namespace
 
-SystemTree::SystemTree(EventLoop& loop, Bus& bus, std::filesystem::path root) : loop_(loop), root_(std::move(root)) {
-    for (const auto* directory : {"sys/devices", "sys/class", "sys/bus/usb/devices"})
+SystemTree::SystemTree(EventLoop& loop, Bus& bus, std::filesystem::path root) : loop_{loop}, root_{std::move(root)} {
+    for (const auto* directory : {"sys/devices", "sys/class", "sys/bus/usb/devices"}) {
         std::filesystem::create_directories(root_ / directory);
+    }
     std::filesystem::create_directories(root_ / "dev/bus/usb" / three_digits(Bus::number));
     bus.observe([this](Port& port) { plugged(port); }, [this](Port& port) { unplugging(port); });
 }
 
 SystemTree::~SystemTree() {
-    for (const auto& [name, monitor] : monitors_)
+    for (const auto& [name, monitor] : monitors_) {
         loop_.forget(monitor.socket.get());
+    }
 }
 
 void SystemTree::plugged(const Port& port) {
@@ -65,8 +68,9 @@ void SystemTree::plugged(const Port& port) {
     const auto building = root_ / ("new-" + port.name());
     std::filesystem::create_directory(building);
     std::string uevent;
-    for (const auto& property : properties(port))
+    for (const auto& property : properties(port)) {
         uevent += property + "\n";
+    }
     const auto bytes = port.device->descriptors();
     const std::array<std::pair<const char*, std::string>, 6> attributes{{
         {"uevent", uevent},
@@ -76,8 +80,9 @@ void SystemTree::plugged(const Port& port) {
         {"bConfigurationValue", "1\n"},
         {"descriptors", {bytes.begin(), bytes.end()}},
     }};
-    for (const auto& [name, content] : attributes)
+    for (const auto& [name, content] : attributes) {
         write_file(building / name, content);
+    }
     std::filesystem::create_symlink("../../bus/usb", building / "subsystem");
     write_file(root_ / "dev" / device_name(port), "");
     std::filesystem::rename(building, root_ / "sys" / device_path(port));
@@ -94,66 +99,74 @@ void SystemTree::unplugging(const Port& port) {
 
 // In the kernel's format, which udev's library takes as well as the one of its daemon.
 void SystemTree::send_event(const Port& port, const char* action) {
-    std::string event = action + std::string("@/") + device_path(port) + '\0';
-    event += std::string("ACTION=") + action + '\0';
+    std::string event = action + std::string{"@/"} + device_path(port) + '\0';
+    event += std::string{"ACTION="} + action + '\0';
     event += "DEVPATH=/" + device_path(port) + '\0';
-    event += std::string("SUBSYSTEM=usb") + '\0';
-    for (const auto& property : properties(port))
+    event += std::string{"SUBSYSTEM=usb"} + '\0';
+    for (const auto& property : properties(port)) {
         event += property + '\0';
+    }
     event += "SEQNUM=" + std::to_string(++events_) + '\0';
 
     find_monitors();
     std::vector<std::string> names;
     for (auto& [name, monitor] : monitors_) {
-        if (monitor.waiting.size() < most_waiting_events)
+        if (monitor.waiting.size() < most_waiting_events) {
             monitor.waiting.push_back(event);
+        }
         names.push_back(name);
     }
-    for (const auto& name : names)
+    for (const auto& name : names) {
         flush(name);
+    }
 }
 
 void SystemTree::find_monitors() {
     for (const auto& entry : std::filesystem::directory_iterator(root_)) {
         const auto name = entry.path().filename().string();
-        if (!name.starts_with(monitor_prefix))
+        if (!name.starts_with(monitor_prefix)) {
             continue;
+        }
         // Always connected anew: a descriptor number may have come back with another socket.
-        Monitor monitor{Fd(check(::socket(AF_UNIX, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "socket")), {}};
+        Monitor monitor{Fd{check(::socket(AF_UNIX, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "socket")}, {}};
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        entry.path().string().copy(address.sun_path, sizeof(address.sun_path) - 1);
-        if (::connect(monitor.socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
+        entry.path().string().copy(address.sun_path, sizeof address.sun_path - 1);
+        if (::connect(monitor.socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0) {
             drop(name);
             std::filesystem::remove(entry.path()); // its process has closed it
             continue;
         }
         if (const auto known = monitors_.find(name); known != monitors_.end()) {
-            if (!known->second.waiting.empty())
+            if (!known->second.waiting.empty()) {
                 continue;
+            }
             drop(name);
         }
         const auto fd = monitor.socket.get();
         monitors_.emplace(name, std::move(monitor));
         loop_.watch(fd, 0, [this, name](std::uint32_t events) {
-            if ((events & (EPOLLERR | EPOLLHUP)) != 0)
+            if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
                 drop(name);
-            else
+            } else {
                 flush(name);
+            }
         });
     }
 }
 
 void SystemTree::flush(const std::string& name) {
     const auto found = monitors_.find(name);
-    if (found == monitors_.end())
+    if (found == monitors_.end()) {
         return;
+    }
     auto& [socket, waiting] = found->second;
     while (!waiting.empty()) {
         const auto& event = waiting.front();
         if (::send(socket.get(), event.data(), event.size(), MSG_NOSIGNAL) < 0) {
-            if (errno != EAGAIN)
+            if (errno != EAGAIN) {
                 return drop(name);
+            }
             break;
         }
         waiting.pop_front();
@@ -163,8 +176,9 @@ void SystemTree::flush(const std::string& name) {
 
 void SystemTree::drop(const std::string& name) {
     const auto found = monitors_.find(name);
-    if (found == monitors_.end())
+    if (found == monitors_.end()) {
         return;
+    }
     loop_.forget(found->second.socket.get());
     monitors_.erase(found);
 }

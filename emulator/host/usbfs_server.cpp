@@ -49,7 +49,7 @@ SetupPacket setup_packet(const std::uint8_t (&bytes)[8]) {
 // Sends what the socket takes now and keeps the rest, in order, until it can be written again.
 class Outbox {
   public:
-    Outbox(EventLoop& loop, Fd socket) : loop_(loop), socket_(std::move(socket)) {
+    Outbox(EventLoop& loop, Fd socket) : loop_{loop}, socket_{std::move(socket)} {
         loop_.watch(socket_.get(), 0, [this](std::uint32_t events) { on_event(events); });
     }
     ~Outbox() { close(); }
@@ -57,52 +57,62 @@ class Outbox {
     Outbox& operator=(const Outbox&) = delete;
 
     void send(const usbfs_completion& head, std::span<const std::uint8_t> data) {
-        if (!socket_)
+        if (!socket_) {
             return;
-        std::array<iovec, 2> parts{{{const_cast<usbfs_completion*>(&head), sizeof(head)},
+        }
+        std::array<iovec, 2> parts{{{const_cast<usbfs_completion*>(&head), sizeof head},
                                     {const_cast<std::uint8_t*>(data.data()), data.size()}}};
         msghdr message{};
         message.msg_iov = parts.data();
         message.msg_iovlen = parts.size();
         ssize_t sent = 0;
-        if (rest_.empty())
+        if (rest_.empty()) {
             sent = ::sendmsg(socket_.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent < 0 && errno != EAGAIN)
+        }
+        if (sent < 0 && errno != EAGAIN) {
             return close();
+        }
         for (auto left = static_cast<std::size_t>(std::max<ssize_t>(sent, 0)); const auto& part : parts) {
             const auto skip = std::min(left, part.iov_len);
             left -= skip;
             const auto* bytes = static_cast<const char*>(part.iov_base);
             rest_.append(bytes + skip, part.iov_len - skip);
         }
-        if (!rest_.empty())
+        if (!rest_.empty()) {
             loop_.change(socket_.get(), EPOLLOUT);
+        }
     }
 
     // The reader finds the end after everything that was sent.
     void finish() {
         finished_ = true;
-        if (rest_.empty() && socket_)
+        if (rest_.empty() && socket_) {
             ::shutdown(socket_.get(), SHUT_WR);
+        }
     }
 
   private:
     void on_event(std::uint32_t events) {
-        if ((events & (EPOLLERR | EPOLLHUP)) != 0)
+        if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
             return close();
+        }
         const auto sent = ::send(socket_.get(), rest_.data(), rest_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent > 0)
+        if (sent > 0) {
             rest_.erase(0, static_cast<std::size_t>(sent));
-        if (!rest_.empty())
+        }
+        if (!rest_.empty()) {
             return;
+        }
         loop_.change(socket_.get(), 0);
-        if (finished_)
+        if (finished_) {
             finish();
+        }
     }
 
     void close() {
-        if (socket_)
+        if (socket_) {
             loop_.forget(socket_.get());
+        }
         socket_.reset();
         rest_.clear();
     }
@@ -118,7 +128,7 @@ class Outbox {
 // One open() of a pad by one process.
 class UsbfsServer::OpenFile {
   public:
-    OpenFile(UsbfsServer& server, Fd socket) : server_(server), socket_(std::move(socket)) {
+    OpenFile(UsbfsServer& server, Fd socket) : server_{server}, socket_{std::move(socket)} {
         server_.loop_.watch(socket_.get(), EPOLLIN, [this](std::uint32_t) { receive(); });
     }
 
@@ -130,14 +140,15 @@ class UsbfsServer::OpenFile {
     OpenFile& operator=(const OpenFile&) = delete;
 
     const Port* port() const { return port_; }
-    bool has_claimed(unsigned interface) const { return claimed_.contains(interface); }
+    bool has_claimed(unsigned int interface) const { return claimed_.contains(interface); }
 
     // The pad's URBs have been completed already.
     void unplugged() {
         port_ = nullptr;
         claimed_.clear();
-        if (completions_)
+        if (completions_) {
             completions_->finish();
+        }
         pipe_.reset();
     }
 
@@ -172,11 +183,11 @@ class UsbfsServer::OpenFile {
 
     int start(const usbfs_request& request, std::function<void(const usbfs_completion&, Transfer&)> answer);
     void close();
-    int claim_interface(unsigned interface);
-    int check_claim(unsigned interface);
+    int claim_interface(unsigned int interface);
+    int check_claim(unsigned int interface);
     int check_control(const SetupPacket& setup);
-    std::optional<unsigned> interface_of(std::uint8_t endpoint) const;
-    bool exists(unsigned interface) const { return interface < port_->device->interfaces(); }
+    std::optional<unsigned int> interface_of(std::uint8_t endpoint) const;
+    bool exists(unsigned int interface) const { return interface < port_->device->interfaces(); }
     std::vector<bool>& kernel_driver() const { return server_.kernel_driver_[port_->number - 1]; }
 
     UsbfsServer& server_;
@@ -188,7 +199,7 @@ class UsbfsServer::OpenFile {
     Port* port_ = nullptr;
     std::unique_ptr<Outbox> completions_;
     Fd pipe_;
-    std::set<unsigned> claimed_;
+    std::set<unsigned int> claimed_;
     std::unordered_map<std::uint64_t, std::shared_ptr<Transfer>> urbs_;
 };
 
@@ -204,15 +215,16 @@ bool UsbfsServer::OpenFile::receive_part() {
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     message.msg_control = control.bytes;
-    message.msg_controllen = sizeof(control);
+    message.msg_controllen = sizeof control;
     const auto size = ::recvmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    if (size <= 0)
+    if (size <= 0) {
         return size < 0 && (errno == EAGAIN || errno == EINTR);
+    }
     if (const auto* header = CMSG_FIRSTHDR(&message);
         header != nullptr && header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS) {
         for (std::size_t offset = 0; CMSG_LEN(offset + sizeof(int)) <= header->cmsg_len; offset += sizeof(int)) {
             int fd;
-            std::memcpy(&fd, CMSG_DATA(header) + offset, sizeof(fd));
+            std::memcpy(&fd, CMSG_DATA(header) + offset, sizeof fd);
             passed_.emplace_back(fd);
         }
     }
@@ -221,16 +233,20 @@ bool UsbfsServer::OpenFile::receive_part() {
 }
 
 void UsbfsServer::OpenFile::receive() {
-    if (!receive_part())
+    if (!receive_part()) {
         return server_.drop(*this);
+    }
     usbfs_request request;
-    if (received_.size() < sizeof(request))
+    if (received_.size() < sizeof request) {
         return;
-    std::memcpy(&request, received_.data(), sizeof(request));
-    if (request.payload > longest_payload)
+    }
+    std::memcpy(&request, received_.data(), sizeof request);
+    if (request.payload > longest_payload) {
         return server_.drop(*this);
-    if (received_.size() < sizeof(request) + request.payload)
+    }
+    if (received_.size() < sizeof request + request.payload) {
         return;
+    }
     handle(request);
     received_.clear();
     passed_.clear();
@@ -261,18 +277,21 @@ void UsbfsServer::OpenFile::handle(const usbfs_request& request) {
     } else if (request.operation != usbfs_open && port_ == nullptr) {
         error = ENODEV;
     } else {
-        for (const auto& [operation, function] : operations)
-            if (operation == request.operation)
+        for (const auto& [operation, function] : operations) {
+            if (operation == request.operation) {
                 error = (this->*function)(request);
+            }
+        }
     }
     const usbfs_reply reply{error, value_};
-    [[maybe_unused]] const auto sent = ::send(socket_.get(), &reply, sizeof(reply), MSG_NOSIGNAL | MSG_DONTWAIT);
+    [[maybe_unused]] const auto sent = ::send(socket_.get(), &reply, sizeof reply, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 int UsbfsServer::OpenFile::open(const usbfs_request& request) {
     auto* port = request.interface == Bus::number ? server_.bus_.find_address(request.argument) : nullptr;
-    if (port == nullptr || passed_.size() != 2 || port_ != nullptr)
+    if (port == nullptr || passed_.size() != 2 || port_ != nullptr) {
         return ENOENT;
+    }
     port_ = port;
     completions_ = std::make_unique<Outbox>(server_.loop_, std::move(passed_[0]));
     pipe_ = std::move(passed_[1]);
@@ -282,84 +301,102 @@ int UsbfsServer::OpenFile::open(const usbfs_request& request) {
 void UsbfsServer::OpenFile::close() {
     if (port_ != nullptr) {
         const auto urbs = std::exchange(urbs_, {});
-        for (const auto& [id, transfer] : urbs)
+        for (const auto& [id, transfer] : urbs) {
             port_->device->cancel(transfer);
+        }
     }
     unplugged();
     completions_.reset();
 }
 
 int UsbfsServer::OpenFile::get_driver(const usbfs_request& request) {
-    if (!exists(request.interface))
+    if (!exists(request.interface)) {
         return EINVAL;
-    if (server_.owner_of(*port_, request.interface) != nullptr)
+    }
+    if (server_.owner_of(*port_, request.interface) != nullptr) {
         value_ = usbfs_driver_usbfs;
-    else
+    } else {
         value_ = kernel_driver()[request.interface] ? usbfs_driver_usbhid : usbfs_driver_none;
+    }
     return 0;
 }
 
 int UsbfsServer::OpenFile::disconnect(const usbfs_request& request) {
-    if (!exists(request.interface))
+    if (!exists(request.interface)) {
         return EINVAL;
-    if (auto* owner = server_.owner_of(*port_, request.interface); owner != nullptr)
+    }
+    if (auto* owner = server_.owner_of(*port_, request.interface); owner != nullptr) {
         owner->claimed_.erase(request.interface);
-    else if (!kernel_driver()[request.interface])
+    } else if (!kernel_driver()[request.interface]) {
         return ENODATA;
+    }
     kernel_driver()[request.interface] = false;
     return 0;
 }
 
 int UsbfsServer::OpenFile::connect(const usbfs_request& request) {
-    if (!exists(request.interface))
+    if (!exists(request.interface)) {
         return EINVAL;
-    if (server_.owner_of(*port_, request.interface) != nullptr)
+    }
+    if (server_.owner_of(*port_, request.interface) != nullptr) {
         return EBUSY;
+    }
     kernel_driver()[request.interface] = true;
     return 0;
 }
 
 int UsbfsServer::OpenFile::disconnect_claim(const usbfs_request& request) {
-    if (!exists(request.interface))
+    if (!exists(request.interface)) {
         return EINVAL;
+    }
     get_driver(request);
     const auto bound = std::exchange(value_, 0);
     if (bound != usbfs_driver_none) {
-        if ((request.length & USBDEVFS_DISCONNECT_CLAIM_IF_DRIVER) != 0 && bound != request.argument)
+        if ((request.length & USBDEVFS_DISCONNECT_CLAIM_IF_DRIVER) != 0 && bound != request.argument) {
             return EBUSY;
-        if ((request.length & USBDEVFS_DISCONNECT_CLAIM_EXCEPT_DRIVER) != 0 && bound == request.argument)
+        }
+        if ((request.length & USBDEVFS_DISCONNECT_CLAIM_EXCEPT_DRIVER) != 0 && bound == request.argument) {
             return EBUSY;
+        }
         disconnect(request);
     }
     return claim_interface(request.interface);
 }
 
-int UsbfsServer::OpenFile::claim_interface(unsigned interface) {
-    if (!exists(interface))
+int UsbfsServer::OpenFile::claim_interface(unsigned int interface) {
+    if (!exists(interface)) {
         return ENOENT;
-    if (claimed_.contains(interface))
+    }
+    if (claimed_.contains(interface)) {
         return 0;
-    if (server_.owner_of(*port_, interface) != nullptr || kernel_driver()[interface])
+    }
+    if (server_.owner_of(*port_, interface) != nullptr || kernel_driver()[interface]) {
         return EBUSY;
+    }
     claimed_.insert(interface);
     return 0;
 }
 
 int UsbfsServer::OpenFile::release(const usbfs_request& request) {
-    if (claimed_.erase(request.interface) == 0)
+    if (claimed_.erase(request.interface) == 0) {
         return EINVAL;
+    }
     std::vector<std::shared_ptr<Transfer>> open;
-    for (const auto& [id, transfer] : urbs_)
-        if (transfer->endpoint != 0 && transfer->interface == request.interface)
+    for (const auto& [id, transfer] : urbs_) {
+        if (transfer->endpoint != 0 && transfer->interface == request.interface) {
             open.push_back(transfer);
-    for (const auto& transfer : open)
+        }
+    }
+    for (const auto& transfer : open) {
         port_->device->cancel(transfer);
+    }
     return 0;
 }
 
 int UsbfsServer::OpenFile::set_interface(const usbfs_request& request) {
-    if (const int error = check_claim(request.interface); error != 0)
+    if (const int error = check_claim(request.interface); error != 0) {
         return error;
+    }
     return request.argument == 0 ? 0 : EINVAL;
 }
 
@@ -369,20 +406,22 @@ int UsbfsServer::OpenFile::clear_halt(const usbfs_request& request) {
 }
 
 // As the kernel does, an interface that nobody has is claimed by using it.
-int UsbfsServer::OpenFile::check_claim(unsigned interface) {
+int UsbfsServer::OpenFile::check_claim(unsigned int interface) {
     return claimed_.contains(interface) ? 0 : claim_interface(interface);
 }
 
 int UsbfsServer::OpenFile::check_control(const SetupPacket& setup) {
-    constexpr unsigned vendor_request = 0x40;
-    if ((setup.request_type & 0x60) == vendor_request)
+    constexpr unsigned int vendor_request = 0x40;
+    if ((setup.request_type & 0x60) == vendor_request) {
         return 0;
+    }
     switch (setup.request_type & 0x1f) {
     case 1: // to an interface
         return check_claim(setup.index & 0xff);
     case 2: { // to an endpoint
-        if ((setup.index & 0x7f) == 0)
+        if ((setup.index & 0x7f) == 0) {
             return 0;
+        }
         const auto interface = interface_of(static_cast<std::uint8_t>(setup.index));
         return interface ? check_claim(*interface) : ENOENT;
     }
@@ -392,32 +431,38 @@ int UsbfsServer::OpenFile::check_control(const SetupPacket& setup) {
 }
 
 // Of the interfaces that share an endpoint address, rather one that this file has claimed.
-std::optional<unsigned> UsbfsServer::OpenFile::interface_of(std::uint8_t endpoint) const {
-    for (const auto interface : claimed_)
-        if (has_endpoint(port_->settings, interface, endpoint))
+std::optional<unsigned int> UsbfsServer::OpenFile::interface_of(std::uint8_t endpoint) const {
+    for (const auto interface : claimed_) {
+        if (has_endpoint(port_->settings, interface, endpoint)) {
             return interface;
-    for (unsigned interface = 0; exists(interface); ++interface)
-        if (has_endpoint(port_->settings, interface, endpoint))
+        }
+    }
+    for (unsigned int interface = 0; exists(interface); ++interface) {
+        if (has_endpoint(port_->settings, interface, endpoint)) {
             return interface;
+        }
+    }
     return std::nullopt;
 }
 
 int UsbfsServer::OpenFile::submit(const usbfs_request& request) {
     return start(request, [this](const usbfs_completion& completion, Transfer& transfer) {
-        completions_->send(completion, std::span(transfer.data).first(completion.payload));
+        completions_->send(completion, std::span{transfer.data}.first(completion.payload));
         // Empty, for the reader may have filled it more than once: the descriptor becomes writable.
         empty_pipe();
     });
 }
 
 int UsbfsServer::OpenFile::transfer(const usbfs_request& request) {
-    if (passed_.size() != 1)
+    if (passed_.size() != 1) {
         return EINVAL;
-    if (request.length > longest_waited_for)
+    }
+    if (request.length > longest_waited_for) {
         return ENOMEM;
+    }
     const auto outbox = std::make_shared<Outbox>(server_.loop_, std::move(passed_[0]));
     return start(request, [outbox](const usbfs_completion& completion, Transfer& transfer) {
-        outbox->send(completion, std::span(transfer.data).first(completion.payload));
+        outbox->send(completion, std::span{transfer.data}.first(completion.payload));
     });
 }
 
@@ -425,34 +470,42 @@ int UsbfsServer::OpenFile::start(const usbfs_request& request,
                                  std::function<void(const usbfs_completion&, Transfer&)> answer) {
     auto transfer = std::make_shared<Transfer>();
     transfer->room = request.length;
-    if (request.length > longest_payload)
+    if (request.length > longest_payload) {
         return ENOMEM;
+    }
     if (request.type == USBDEVFS_URB_TYPE_CONTROL) {
         transfer->setup = setup_packet(request.setup);
-        if (transfer->setup.length > request.length)
+        if (transfer->setup.length > request.length) {
             return EINVAL;
-        if (const int error = check_control(transfer->setup); error != 0)
+        }
+        if (const int error = check_control(transfer->setup); error != 0) {
             return error;
+        }
     } else if (request.type == USBDEVFS_URB_TYPE_INTERRUPT || request.type == USBDEVFS_URB_TYPE_BULK) {
         const auto interface = interface_of(request.endpoint);
-        if (!interface)
+        if (!interface) {
             return ENOENT;
-        if (request.type == USBDEVFS_URB_TYPE_INTERRUPT && port_->settings.kind == PadKind::vcom)
+        }
+        if (request.type == USBDEVFS_URB_TYPE_INTERRUPT && port_->settings.kind == PadKind::vcom) {
             return EINVAL; // the other way round the kernel allows it
-        if (const int error = check_claim(*interface); error != 0)
+        }
+        if (const int error = check_claim(*interface); error != 0) {
             return error;
+        }
         transfer->endpoint = request.endpoint;
         transfer->interface = *interface;
     } else {
         return EINVAL;
     }
-    transfer->data.assign(received_.begin() + sizeof(request), received_.begin() + sizeof(request) + request.payload);
-    if (!urbs_.try_emplace(request.urb, transfer).second)
+    transfer->data.assign(received_.begin() + sizeof request, received_.begin() + sizeof request + request.payload);
+    if (!urbs_.try_emplace(request.urb, transfer).second) {
         return EINVAL;
+    }
     const auto id = request.urb;
     transfer->completed = [this, id, answer = std::move(answer)](Transfer& completed, TransferStatus status) {
-        if (urbs_.erase(id) == 0)
+        if (urbs_.erase(id) == 0) {
             return; // the file is being closed
+        }
         const auto length = static_cast<std::uint32_t>(completed.data.size());
         const bool in = completed.is_in();
         const bool nothing = !in && status != TransferStatus::done;
@@ -464,24 +517,27 @@ int UsbfsServer::OpenFile::start(const usbfs_request& request,
 
 int UsbfsServer::OpenFile::discard(const usbfs_request& request) {
     const auto found = urbs_.find(request.urb);
-    if (found == urbs_.end())
+    if (found == urbs_.end()) {
         return EINVAL;
+    }
     const auto transfer = found->second;
     port_->device->cancel(transfer);
     return 0;
 }
 
 UsbfsServer::UsbfsServer(EventLoop& loop, Bus& bus, const std::string& socket_path)
-    : loop_(loop), bus_(bus), listener_(listen_at(socket_path)) {
+    : loop_{loop}, bus_{bus}, listener_{listen_at(socket_path)} {
     loop_.watch(listener_.get(), EPOLLIN, [this](std::uint32_t) { accept_file(); });
     const auto plugged = [this](Port& port) {
         kernel_driver_.resize(std::max<std::size_t>(kernel_driver_.size(), port.number));
         kernel_driver_[port.number - 1].assign(port.settings.interfaces, port.settings.kind == PadKind::hid);
     };
     const auto unplugging = [this](Port& port) {
-        for (const auto& file : files_)
-            if (file->port() == &port)
+        for (const auto& file : files_) {
+            if (file->port() == &port) {
                 file->unplugged();
+            }
+        }
     };
     bus_.observe(plugged, unplugging);
 }
@@ -491,16 +547,17 @@ UsbfsServer::~UsbfsServer() {
 }
 
 void UsbfsServer::accept_file() {
-    Fd socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (socket)
+    Fd socket{::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)};
+    if (socket) {
         files_.push_back(std::make_unique<OpenFile>(*this, std::move(socket)));
+    }
 }
 
 void UsbfsServer::drop(OpenFile& file) {
     std::erase_if(files_, [&](const auto& each) { return each.get() == &file; });
 }
 
-UsbfsServer::OpenFile* UsbfsServer::owner_of(const Port& port, unsigned interface) const {
+UsbfsServer::OpenFile* UsbfsServer::owner_of(const Port& port, unsigned int interface) const {
     const auto found = std::ranges::find_if(
         files_, [&](const auto& file) { return file->port() == &port && file->has_claimed(interface); });
     return found == files_.end() ? nullptr : found->get();

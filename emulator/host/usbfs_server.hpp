@@ -23,7 +23,7 @@ class UsbfsServer {
 
     void accept_file();
     void drop(OpenFile& file);
-    OpenFile* owner_of(const Port& port, unsigned interface) const;
+    OpenFile* owner_of(const Port& port, unsigned int interface) const;
 
     EventLoop& loop_;
     Bus& bus_;

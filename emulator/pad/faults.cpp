@@ -68,12 +68,14 @@ constexpr std::array<TransferName, 11> transfer_names{{
 // Finds a table's entry by its name.
 template <typename Table> const auto& entry(const Table& table, std::string_view name, std::string_view what) {
     const auto found = std::ranges::find_if(table, [&](const auto& e) { return e.name == name; });
-    if (found != table.end())
+    if (found != table.end()) {
         return *found;
+    }
     std::string names;
-    for (const auto& e : table)
-        names += (names.empty() ? "" : ", ") + std::string(e.name);
-    throw std::invalid_argument("unknown " + std::string(what) + " '" + std::string(name) + "'; there are " + names);
+    for (const auto& e : table) {
+        names += (names.empty() ? "" : ", ") + std::string{e.name};
+    }
+    throw std::invalid_argument("unknown " + std::string{what} + " '" + std::string{name} + "'; there are " + names);
 }
 
 constexpr unsigned long most = 1000000000;
@@ -82,8 +84,9 @@ constexpr unsigned long most = 1000000000;
 
 Fault parse_fault(std::string_view text) {
     const auto list = parse_list(text);
-    if (list.empty())
+    if (list.empty()) {
         throw std::invalid_argument("a fault begins with its kind: stall, silence, ...");
+    }
     const auto& kind = entry(kind_names, list.front().first, "fault");
     Fault fault;
     fault.kind = kind.kind;
@@ -91,42 +94,46 @@ Fault parse_fault(std::string_view text) {
     const bool has_seed =
         fault.kind == FaultKind::garbage || fault.kind == FaultKind::noise || fault.kind == FaultKind::junk;
     unsigned long seed = 0;
-    if (kind.parameter == Parameter::number)
+    if (kind.parameter == Parameter::number) {
         fault.parameter = parse_number(list.front().second, 10, kind.lowest, kind.highest);
-    else if (kind.parameter == Parameter::bytes)
+    } else if (kind.parameter == Parameter::bytes) {
         fault.bytes = parse_hex(list.front().second);
-    else if (!list.front().second.empty())
-        throw std::invalid_argument(std::string(kind.name) + " takes no value");
+    } else if (!list.front().second.empty()) {
+        throw std::invalid_argument(std::string{kind.name} + " takes no value");
+    }
     for (std::size_t i = 1; i < list.size(); ++i) {
         const auto& [key, value] = list[i];
-        if (key == "on")
+        if (key == "on") {
             fault.on = entry(transfer_names, value, "transfer").kinds;
-        else if (key == "count")
+        } else if (key == "count") {
             fault.left = parse_number(value, 10, 1, most);
-        else if (key == "after")
+        } else if (key == "after") {
             fault.after = parse_number(value, 10, 0, most);
-        else if (key == "seed" && has_seed)
+        } else if (key == "seed" && has_seed) {
             seed = parse_number(value, 10, 0, most);
-        else
+        } else {
             throw std::invalid_argument("unknown key '" + key +
                                         "'; there are on, count, after, and seed of random bytes");
+        }
     }
-    if ((fault.on & kind.strikes) != fault.on)
-        throw std::invalid_argument(std::string(kind.name) + " cannot strike there");
+    if ((fault.on & kind.strikes) != fault.on) {
+        throw std::invalid_argument(std::string{kind.name} + " cannot strike there");
+    }
     fault.random.seed(static_cast<std::minstd_rand::result_type>(seed + 1));
     return fault;
 }
 
 void Verdict::alter(std::vector<std::uint8_t>& data) const {
     for (auto* fault : alterations) {
-        if (fault->kind == FaultKind::short_reply)
+        if (fault->kind == FaultKind::short_reply) {
             data.resize(std::min<std::size_t>(data.size(), fault->parameter));
-        else if (fault->kind == FaultKind::garbage)
+        } else if (fault->kind == FaultKind::garbage) {
             std::ranges::generate(data, [&] { return static_cast<std::uint8_t>(fault->random() >> 8); });
-        else if (fault->kind == FaultKind::wrong_command && !data.empty())
+        } else if (fault->kind == FaultKind::wrong_command && !data.empty()) {
             ++data[0];
-        else if (fault->kind == FaultKind::status && data.size() > 1)
+        } else if (fault->kind == FaultKind::status && data.size() > 1) {
             data[1] = static_cast<std::uint8_t>(fault->parameter);
+        }
     }
 }
 
@@ -134,14 +141,16 @@ Verdict FaultList::judge(TransferKind transfer) {
     std::erase_if(faults_, [](const Fault& fault) { return fault.left == 0UL; });
     Verdict verdict;
     for (auto& fault : faults_) {
-        if ((fault.on & set_of(transfer)) == 0)
+        if ((fault.on & set_of(transfer)) == 0) {
             continue;
+        }
         if (fault.after > 0) {
             --fault.after;
             continue;
         }
-        if (fault.left)
+        if (fault.left) {
             --*fault.left;
+        }
         switch (fault.kind) {
         case FaultKind::unplug:
             verdict.unplug = true;

@@ -14,9 +14,9 @@ namespace emulator {
 // What faults may strike: transfers, and the messages that the pad puts into its stream.
 enum class TransferKind { get_feature, set_feature, input, bulk_in, bulk_out, string, descriptor, other, reply, pen };
 
-using TransferSet = unsigned;
+using TransferSet = unsigned int;
 constexpr TransferSet set_of(TransferKind kind) {
-    return 1U << static_cast<unsigned>(kind);
+    return 1U << static_cast<unsigned int>(kind);
 }
 
 enum class FaultKind {

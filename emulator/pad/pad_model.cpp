@@ -26,7 +26,7 @@ constexpr std::size_t most_waiting_inputs = 65536;
 constexpr std::size_t most_waiting_pen_reports = 4096;
 
 // The oldest model takes a set-mode request of its own length that ends in a mark, and answers nothing.
-constexpr unsigned oldest_type = 1;
+constexpr unsigned int oldest_type = 1;
 constexpr std::size_t oldest_set_mode_size = 40;
 constexpr std::array<std::uint8_t, 2> oldest_set_mode_mark{0xf0, 0xa5};
 
@@ -39,8 +39,9 @@ std::uint32_t get32(std::span<const std::uint8_t> bytes, std::size_t offset) {
 }
 
 void put32(FeatureReport& bytes, std::size_t offset, std::uint32_t value) {
-    for (std::size_t i = 0; i < 4; ++i)
+    for (std::size_t i = 0; i < 4; ++i) {
         bytes[offset + i] = static_cast<std::uint8_t>(value >> 8 * i);
+    }
 }
 
 } // namespace
@@ -53,9 +54,9 @@ struct PadModel::Command {
 };
 
 PadModel::PadModel(const PadSettings& settings)
-    : settings_(settings), interfaces_(settings.interfaces), uploads_(settings.interfaces) {}
+    : settings_{settings}, interfaces_(settings.interfaces), uploads_{settings.interfaces} {}
 
-void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> report) {
+void PadModel::write_feature(unsigned int interface, std::span<const std::uint8_t> report) {
     static constexpr std::array<Command, 4> commands{{
         {command_set_mode, 3, true, &PadModel::set_mode},
         {command_read_version, 1, false, &PadModel::read_version},
@@ -77,8 +78,9 @@ void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> r
                                                  [](auto b) { return b == 0; });
     };
     state.reads_stream = is_command(command_read_stream, 1) && settings_.kind == PadKind::hid;
-    if (report.empty())
+    if (report.empty()) {
         return;
+    }
     if (state.reads_stream) {
         ++commands_;
         return;
@@ -90,17 +92,20 @@ void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> r
         FeatureReport unsent{};
         const bool valid = report.size() == oldest_set_mode_size &&
                            std::ranges::equal(report.last(oldest_set_mode_mark.size()), oldest_set_mode_mark);
-        if (valid)
+        if (valid) {
             set_mode(request, unsent);
-        else
+        } else {
             uploads_.count(interface, report);
+        }
         ++(valid ? commands_ : refused_);
         return;
     }
-    if (command == commands.end())
+    if (command == commands.end()) {
         uploads_.count(interface, report);
-    if (command == commands.end() && settings_.loop_back)
+    }
+    if (command == commands.end() && settings_.loop_back) {
         return;
+    }
     auto& reply = state.reply.emplace();
     reply[0] = request[0];
     if (command != commands.end()) {
@@ -113,37 +118,41 @@ void PadModel::write_feature(unsigned interface, std::span<const std::uint8_t> r
     }
 }
 
-FeatureReport PadModel::read_feature(unsigned interface) {
+FeatureReport PadModel::read_feature(unsigned int interface) {
     auto& state = interfaces_.at(interface);
-    if (state.reads_stream)
+    if (state.reads_stream) {
         return stream_report();
+    }
     const auto report = state.reply.value_or(state.last_written);
     state.reply.reset();
     return report;
 }
 
-void PadModel::write_output(unsigned /*interface*/, std::span<const std::uint8_t> /*report*/) {
+void PadModel::write_output(unsigned int /*interface*/, std::span<const std::uint8_t> /*report*/) {
     ++outputs_; // no command uses output reports
 }
 
-bool PadModel::queue_input(unsigned interface, std::span<const std::uint8_t> report) {
+bool PadModel::queue_input(unsigned int interface, std::span<const std::uint8_t> report) {
     auto& inputs = interfaces_.at(interface).inputs;
-    if (report.size() > settings_.input_report_size() || inputs.size() >= most_waiting_inputs)
+    if (report.size() > settings_.input_report_size() || inputs.size() >= most_waiting_inputs) {
         return false;
+    }
     auto& input = inputs.emplace_back(report.begin(), report.end());
     input.resize(settings_.input_report_size());
-    if (input_callback_)
+    if (input_callback_) {
         input_callback_(interface);
+    }
     return true;
 }
 
 void PadModel::send_pen_report(std::span<const std::uint8_t> report) {
     const auto interface = settings_.pen.interface;
-    if (interfaces_.at(interface).inputs.size() >= most_waiting_pen_reports || !queue_input(interface, report))
+    if (interfaces_.at(interface).inputs.size() >= most_waiting_pen_reports || !queue_input(interface, report)) {
         ++inputs_lost_;
+    }
 }
 
-std::vector<std::uint8_t> PadModel::take_input(unsigned interface) {
+std::vector<std::uint8_t> PadModel::take_input(unsigned int interface) {
     auto& inputs = interfaces_.at(interface).inputs;
     auto report = std::move(inputs.front());
     inputs.pop_front();
@@ -151,16 +160,18 @@ std::vector<std::uint8_t> PadModel::take_input(unsigned interface) {
 }
 
 std::string PadModel::state() const {
-    const auto counter = [](const char* name, unsigned value) {
-        return std::string(" ") + name + std::to_string(value);
+    const auto counter = [](const char* name, unsigned int value) {
+        return std::string{" "} + name + std::to_string(value);
     };
     std::string text = "mode=" + std::to_string(mode_) + counter("mode-option=", mode_option_) + " rectangle=";
-    for (const auto value : rectangle_.values)
+    for (const auto value : rectangle_.values) {
         text += std::to_string(value) + ",";
+    }
     text += std::to_string(rectangle_.flag);
     text += counter("commands=", commands_) + counter("refused=", refused_) + counter("outputs=", outputs_);
-    for (std::size_t i = 0; i < interfaces_.size(); ++i)
+    for (std::size_t i = 0; i < interfaces_.size(); ++i) {
         text += " inputs-waiting-" + std::to_string(i) + "=" + std::to_string(interfaces_[i].inputs.size());
+    }
     return text + counter("inputs-lost=", inputs_lost_);
 }
 
@@ -172,23 +183,26 @@ void PadModel::set_mode(std::span<const std::uint8_t> request, FeatureReport&) {
 }
 
 void PadModel::read_version(std::span<const std::uint8_t>, FeatureReport& reply) {
-    for (std::size_t i = 0; i < settings_.version.numbers.size(); ++i)
+    for (std::size_t i = 0; i < settings_.version.numbers.size(); ++i) {
         put32(reply, 4 + 4 * i, settings_.version.numbers[i]);
+    }
     std::ranges::copy(settings_.version.manufacturer, reply.begin() + 20);
 }
 
 // Bytes 6 to 19 are the pad's flags, of which the sixth is the mode.
 void PadModel::get_status(std::span<const std::uint8_t>, FeatureReport& reply) {
-    if (polls_until_shown_ > 0)
+    if (polls_until_shown_ > 0) {
         --polls_until_shown_;
-    else
+    } else {
         shown_mode_ = mode_;
+    }
     reply[11] = shown_mode_;
 }
 
 void PadModel::create_rectangle(std::span<const std::uint8_t> request, FeatureReport&) {
-    for (std::size_t i = 0; i < rectangle_.values.size(); ++i)
+    for (std::size_t i = 0; i < rectangle_.values.size(); ++i) {
         rectangle_.values[i] = get16(request, 1 + 2 * i);
+    }
     rectangle_.flag = get32(request, 9);
 }
 
@@ -196,8 +210,9 @@ void PadModel::create_rectangle(std::span<const std::uint8_t> request, FeatureRe
 FeatureReport PadModel::stream_report() {
     constexpr std::size_t head = 2;
     FeatureReport report{command_read_stream, status_ok};
-    if (read_stream_)
+    if (read_stream_) {
         std::ranges::copy(read_stream_(report.size() - head), report.begin() + head);
+    }
     return report;
 }
 

@@ -31,20 +31,20 @@ class PadModel {
     const PadSettings& settings() const { return settings_; }
 
     // A written feature report is a request; the next read hands out the reply.
-    void write_feature(unsigned interface, std::span<const std::uint8_t> report);
-    FeatureReport read_feature(unsigned interface);
+    void write_feature(unsigned int interface, std::span<const std::uint8_t> report);
+    FeatureReport read_feature(unsigned int interface);
 
-    void write_output(unsigned interface, std::span<const std::uint8_t> report);
+    void write_output(unsigned int interface, std::span<const std::uint8_t> report);
 
     // Input reports wait here until the host fetches them. A short one is filled up with zeros; false when it is too
     // long or too many are waiting.
-    bool queue_input(unsigned interface, std::span<const std::uint8_t> report);
+    bool queue_input(unsigned int interface, std::span<const std::uint8_t> report);
     void send_pen_report(std::span<const std::uint8_t> report); // an input report too, lost when too many are waiting
-    bool has_input(unsigned interface) const { return !interfaces_.at(interface).inputs.empty(); }
-    std::vector<std::uint8_t> take_input(unsigned interface);
+    bool has_input(unsigned int interface) const { return !interfaces_.at(interface).inputs.empty(); }
+    std::vector<std::uint8_t> take_input(unsigned int interface);
 
     // Called when an input report has been queued.
-    void on_input(std::function<void(unsigned interface)> callback) { input_callback_ = std::move(callback); }
+    void on_input(std::function<void(unsigned int interface)> callback) { input_callback_ = std::move(callback); }
 
     // Feature reports also carry the pieces of a message stream, of a pad that has one.
     void connect_stream(std::function<void(std::span<const std::uint8_t>)> write,
@@ -74,18 +74,18 @@ class PadModel {
 
     PadSettings settings_;
     std::vector<Interface> interfaces_;
-    std::function<void(unsigned)> input_callback_;
+    std::function<void(unsigned int)> input_callback_;
     std::function<void(std::span<const std::uint8_t>)> write_stream_;
     std::function<std::vector<std::uint8_t>(std::size_t)> read_stream_;
     std::uint8_t mode_ = 0;
     std::uint8_t shown_mode_ = 0; // what the status tells while a mode change is under way
-    unsigned polls_until_shown_ = 0;
+    unsigned int polls_until_shown_ = 0;
     std::uint8_t mode_option_ = 0;
     SignatureRectangle rectangle_;
-    unsigned commands_ = 0;
-    unsigned refused_ = 0;
-    unsigned outputs_ = 0;
-    unsigned inputs_lost_ = 0;
+    unsigned int commands_ = 0;
+    unsigned int refused_ = 0;
+    unsigned int outputs_ = 0;
+    unsigned int inputs_lost_ = 0;
     UploadTally uploads_;
 };
 

@@ -27,7 +27,7 @@ struct SspSettings {
     std::uint32_t vendor_id = 0;                       // ids and serial number that the pad tells of itself
     std::uint32_t product_id = 0;
     std::string serial;
-    unsigned conf_busy = 0; // state queries that still find a changed configuration being applied
+    unsigned int conf_busy = 0; // state queries that still find a changed configuration being applied
     bool conf_fails = false;
     std::uint8_t connection = 0;
 };
@@ -37,25 +37,25 @@ enum class PenMode { follow, loop, off }; // follow: while the program has bioda
 
 struct PenSettings {
     PenMode mode = PenMode::follow;
-    unsigned rate = 100;                        // packets per second
-    unsigned size = 64;                         // of a record in the stream
-    unsigned interface = 0;                     // where input reports come
+    unsigned int rate = 100;                    // packets per second
+    unsigned int size = 64;                     // of a record in the stream
+    unsigned int interface = 0;                 // where input reports come
     std::shared_ptr<const Signature> signature; // nothing: the one that comes with the emulator
 };
 
 struct PadSettings {
     PadKind kind = PadKind::hid;
-    unsigned type = 16;
+    unsigned int type = 16;
     std::uint16_t vendor_id = 0;
     std::uint16_t product_id = 0;
-    unsigned interfaces = 2;
+    unsigned int interfaces = 2;
     std::optional<std::u16string> maker; // a string that is missing has no descriptor
     std::optional<std::u16string> product;
     std::optional<std::u16string> serial;
     FirmwareVersion version;
-    unsigned mode_delay = 0; // status replies that still show the old mode after a mode was set
-    bool loop_back = false;  // unknown commands are no requests: reading gives back what was written
-    bool named = false;      // a VCOM pad with a chip vendor's ids
+    unsigned int mode_delay = 0; // status replies that still show the old mode after a mode was set
+    bool loop_back = false;      // unknown commands are no requests: reading gives back what was written
+    bool named = false;          // a VCOM pad with a chip vendor's ids
     bool has_ssp = true;
     SspSettings ssp;
     PenSettings pen;
@@ -63,12 +63,12 @@ struct PadSettings {
     std::size_t input_report_size() const { return type == 1 ? 20 : 64; }
 };
 
-inline constexpr unsigned fastest_pen = 100000; // packets per second
+inline constexpr unsigned int fastest_pen = 100000; // packets per second
 
 // Most UTF-16 units that a string descriptor can hold: its length is one byte and counts two bytes of header.
 inline constexpr std::size_t longest_string = 126;
 
 // "type=16,interfaces=2,serial=SN0001,..." of the pad with this number; throws std::invalid_argument.
-PadSettings parse_pad_settings(std::string_view text, unsigned number, PadKind kind = PadKind::hid);
+PadSettings parse_pad_settings(std::string_view text, unsigned int number, PadKind kind = PadKind::hid);
 
 } // namespace emulator

@@ -24,13 +24,13 @@ class PenPlayer {
     using Send = std::function<void(std::span<const std::uint8_t> packet)>;
 
     PenPlayer(EventLoop& loop, const PadSettings& pad, PenPacket kind, Send send)
-        : loop_(loop), pad_(pad), kind_(kind), send_(std::move(send)) {}
+        : loop_{loop}, pad_{pad}, kind_{kind}, send_{std::move(send)} {}
     ~PenPlayer() { stop(); }
     PenPlayer(const PenPlayer&) = delete;
     PenPlayer& operator=(const PenPlayer&) = delete;
 
     // What is playing ends. The signature comes again and again until there were `count` packets, or for ever.
-    void play(std::optional<std::uint64_t> count, unsigned rate);
+    void play(std::optional<std::uint64_t> count, unsigned int rate);
     void replay(Recording recording);
     void stop();
 

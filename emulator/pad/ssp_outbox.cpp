@@ -25,25 +25,30 @@ bool is_base(const Bytes& message) {
 }
 
 void alter_message(Bytes& message, const Fault& fault) {
-    if (fault.kind == FaultKind::replace)
+    if (fault.kind == FaultKind::replace) {
         message = fault.bytes;
-    if (message.empty())
+    }
+    if (message.empty()) {
         return;
+    }
     const std::size_t result = is_base(message) ? base_header_size + 1 : 2;
-    if (fault.kind == FaultKind::wrong_component)
+    if (fault.kind == FaultKind::wrong_component) {
         message[0] = static_cast<std::uint8_t>((is_base(message) ? message[0] + 1 : message[0]) & 0x7f);
-    else if (fault.kind == FaultKind::wrong_result && message.size() > result)
+    } else if (fault.kind == FaultKind::wrong_result && message.size() > result) {
         ++message[result];
+    }
 }
 
 } // namespace
 
 void SspOutbox::send(Bytes message, TransferKind kind) {
-    if (junk_)
+    if (junk_) {
         return;
+    }
     const auto verdict = faults_.empty() ? Verdict{} : faults_.judge(kind);
-    for (const auto* fault : verdict.alterations)
+    for (const auto* fault : verdict.alterations) {
         alter_message(message, *fault);
+    }
     auto stream = framed(message);
     std::size_t piece_size = whole;
     std::chrono::milliseconds delay{0};
@@ -70,24 +75,29 @@ void SspOutbox::send(Bytes message, TransferKind kind) {
             junk_ = fault->random;
         }
     }
-    if (kind == TransferKind::reply)
+    if (kind == TransferKind::reply) {
         log_.report(true, "ssp", 0, message, note);
+    }
     if (junk_) {
-        if (callback_)
+        if (callback_) {
             callback_();
+        }
         return;
     }
-    if (stream.empty())
+    if (stream.empty()) {
         return;
+    }
     if (wait) {
         held_.insert(held_.end(), stream.begin(), stream.end());
         return;
     }
-    if (delay.count() == 0)
+    if (delay.count() == 0) {
         return queue(std::move(stream), piece_size);
+    }
     loop_.call_after(delay, [self = std::weak_ptr(self_), stream = std::move(stream), piece_size] {
-        if (const auto outbox = self.lock())
+        if (const auto outbox = self.lock()) {
             (*outbox)->queue(stream, piece_size);
+        }
     });
 }
 
@@ -103,12 +113,13 @@ void SspOutbox::queue(Bytes stream, std::size_t piece_size) {
         return;
     }
     for (std::size_t start = 0; start < stream.size(); start += std::min(piece_size, stream.size() - start)) {
-        const auto rest = std::span(stream).subspan(start);
+        const auto rest = std::span{stream}.subspan(start);
         const auto piece = rest.first(std::min(piece_size, rest.size()));
         pieces_.push_back({{piece.begin(), piece.end()}});
     }
-    if (!empty() && callback_)
+    if (!empty() && callback_) {
         callback_();
+    }
 }
 
 // Never the beginning of a token, so that nothing in it can be taken for a message.
@@ -122,24 +133,28 @@ Bytes SspOutbox::junk(std::size_t size) {
 }
 
 Bytes SspOutbox::take_packet(std::size_t packet_size) {
-    if (junk_)
+    if (junk_) {
         return junk(packet_size);
+    }
     auto& piece = pieces_.front();
-    const auto rest = std::span(piece.bytes).subspan(piece.taken);
+    const auto rest = std::span{piece.bytes}.subspan(piece.taken);
     const auto taken = rest.first(std::min(packet_size, rest.size()));
     Bytes packet(taken.begin(), taken.end());
     piece.taken += packet.size();
-    if (packet.size() < packet_size)
+    if (packet.size() < packet_size) {
         pieces_.pop_front();
+    }
     return packet;
 }
 
 Bytes SspOutbox::take_bytes(std::size_t most) {
-    if (empty())
+    if (empty()) {
         return {};
+    }
     auto bytes = take_packet(most);
-    if (!junk_ && !pieces_.empty() && pieces_.front().taken == pieces_.front().bytes.size())
+    if (!junk_ && !pieces_.empty() && pieces_.front().taken == pieces_.front().bytes.size()) {
         pieces_.pop_front();
+    }
     return bytes;
 }
 

@@ -21,7 +21,7 @@ class SspOutbox {
   public:
     using Bytes = std::vector<std::uint8_t>;
 
-    SspOutbox(EventLoop& loop, FaultList& faults, TransferLog& log) : loop_(loop), faults_(faults), log_(log) {}
+    SspOutbox(EventLoop& loop, FaultList& faults, TransferLog& log) : loop_{loop}, faults_{faults}, log_{log} {}
 
     void send(Bytes message, TransferKind kind);
     void send_raw(Bytes stream); // as it is, met by no fault

@@ -28,8 +28,9 @@ constexpr std::size_t value_size = 20;
 constexpr std::array<std::uint8_t, 2> report_request{0xc0, 0};
 
 void put32(Bytes& bytes, std::uint32_t value) {
-    for (unsigned shift = 0; shift < 32; shift += 8)
+    for (unsigned int shift = 0; shift < 32; shift += 8) {
         bytes.push_back(static_cast<std::uint8_t>(value >> shift));
+    }
 }
 
 // A text field ends at its first zero, if it has one.
@@ -54,13 +55,14 @@ struct SspPad::Request {
 };
 
 SspPad::SspPad(EventLoop& loop, PadModel& model, FaultList& faults, TransferLog& log)
-    : model_(model), log_(log), outbox_(loop, faults, log),
-      pen_(loop, model.settings(), PenPacket::ssp_record,
-           [this](std::span<const std::uint8_t> record) { send_pen_data(record); }),
-      connection_(model.settings().ssp.connection) {
-    if (model.settings().kind == PadKind::hid)
+    : model_{model}, log_{log}, outbox_{loop, faults, log}, //
+      pen_{loop, model.settings(), PenPacket::ssp_record,
+           [this](std::span<const std::uint8_t> record) { send_pen_data(record); }},
+      connection_{model.settings().ssp.connection} {
+    if (model.settings().kind == PadKind::hid) {
         model.connect_stream([this](std::span<const std::uint8_t> bytes) { receive(bytes); },
                              [this](std::size_t most) { return outbox_.take_bytes(most); });
+    }
 }
 
 SspPad::~SspPad() {
@@ -74,20 +76,22 @@ void SspPad::receive(std::span<const std::uint8_t> stream) {
 void SspPad::handle(std::span<const std::uint8_t> message) {
     log_.report(false, "ssp", 0, message, "");
     ++requests_;
-    if ((message[0] & legacy_message) != 0)
+    if ((message[0] & legacy_message) != 0) {
         handle_legacy(message);
-    else
+    } else {
         handle_base(message[0], message.subspan(base_header_size));
+    }
 }
 
 void SspPad::handle_legacy(std::span<const std::uint8_t> message) {
     const bool has_real_reports = model_.settings().kind == PadKind::hid;
-    if (!has_real_reports && std::ranges::equal(message, report_request))
+    if (!has_real_reports && std::ranges::equal(message, report_request)) {
         outbox_.send(short_message(legacy_message, model_.read_feature(0)), TransferKind::reply);
-    else if (!has_real_reports && (message[0] & pen_message) == legacy_message)
+    } else if (!has_real_reports && (message[0] & pen_message) == legacy_message) {
         model_.write_feature(0, message.subspan(1));
-    else
+    } else {
         ++refused_;
+    }
 }
 
 void SspPad::handle_base(std::uint8_t component, Payload request) {
@@ -112,18 +116,22 @@ void SspPad::handle_base(std::uint8_t component, Payload request) {
             return r.component_type == types[component] && r.id == request[0] && r.size == request.size();
         });
         // Compared here: behind the table there may be anything, also the request above.
-        if (match != requests.end())
+        if (match != requests.end()) {
             found = match;
+        }
     }
     const bool known = found != nullptr;
     const auto answer = known ? (this->*found->answer)(request) : std::nullopt;
-    if (!answer)
+    if (!answer) {
         ++refused_;
-    if (known && !found->has_reply)
+    }
+    if (known && !found->has_reply) {
         return;
+    }
     Bytes reply{request[0], answer ? result_ok : result_refused};
-    if (answer)
+    if (answer) {
         reply.insert(reply.end(), answer->begin(), answer->end());
+    }
     outbox_.send(base_message(component, reply), TransferKind::reply);
 }
 
@@ -139,8 +147,9 @@ std::optional<Bytes> SspPad::describe(Payload) {
     Bytes bytes;
     put32(bytes, pad.ssp.vendor_id);
     put32(bytes, pad.ssp.product_id);
-    for (const auto number : pad.version.numbers)
+    for (const auto number : pad.version.numbers) {
         put32(bytes, number);
+    }
     bytes.insert(bytes.end(), pad.version.manufacturer.begin(), pad.version.manufacturer.end());
     bytes.push_back(static_cast<std::uint8_t>(pad.ssp.serial.size()));
     bytes.insert(bytes.end(), pad.ssp.serial.begin(), pad.ssp.serial.end());
@@ -148,25 +157,29 @@ std::optional<Bytes> SspPad::describe(Payload) {
 }
 
 std::optional<Bytes> SspPad::switch_pen_data(Payload request) {
-    if (request[1] > 1)
+    if (request[1] > 1) {
         return std::nullopt;
+    }
     biodata_ = request[1] == 1;
     const auto& pen = model_.settings().pen;
     // On a HID pad it is the input reports that loop.
-    if (pen.mode == PenMode::off || (pen.mode == PenMode::loop && model_.settings().kind == PadKind::vcom))
+    if (pen.mode == PenMode::off || (pen.mode == PenMode::loop && model_.settings().kind == PadKind::vcom)) {
         return Bytes{};
-    if (!biodata_)
+    }
+    if (!biodata_) {
         pen_.stop();
-    else if (!pen_.is_playing() && pen.rate > 0)
+    } else if (!pen_.is_playing() && pen.rate > 0) {
         pen_.play(std::nullopt, pen.rate);
+    }
     return Bytes{};
 }
 
 std::optional<Bytes> SspPad::list_modes(Payload) {
     const auto& types = model_.settings().ssp.modes;
     Bytes bytes{static_cast<std::uint8_t>(types.size())};
-    for (const auto type : types)
+    for (const auto type : types) {
         put32(bytes, type);
+    }
     return bytes;
 }
 
@@ -175,20 +188,23 @@ std::optional<Bytes> SspPad::to_mode(Payload request) {
     const auto mode = request[1];
     const auto command = request[2];
     const auto& types = model_.settings().ssp.modes;
-    if (mode >= types.size() || (command != mode_refresh && command != mode_last_button))
+    if (mode >= types.size() || (command != mode_refresh && command != mode_last_button)) {
         return std::nullopt;
+    }
     last_mode_ = types[mode];
     Bytes bytes{mode, command};
-    if (command == mode_last_button || types[mode] == user_input_mode)
+    if (command == mode_last_button || types[mode] == user_input_mode) {
         bytes.push_back(button_);
-    else
+    } else {
         ++refreshes_[types[mode]];
+    }
     return bytes;
 }
 
 std::optional<Bytes> SspPad::configuration_state(Payload) {
-    if (!is_configuring())
+    if (!is_configuring()) {
         return Bytes{resting_state_};
+    }
     const bool first = busy_polls_ == model_.settings().ssp.conf_busy;
     --busy_polls_;
     return Bytes{first ? state_waiting : state_running};
@@ -200,20 +216,24 @@ void SspPad::start_configuring() {
 }
 
 std::optional<Bytes> SspPad::set_variable(Payload request) {
-    if (is_configuring())
+    if (is_configuring()) {
         return std::nullopt;
+    }
     start_configuring();
-    if (resting_state_ == state_done)
+    if (resting_state_ == state_done) {
         variables_[text_of(request.subspan(1, key_size))] = text_of(request.subspan(1 + key_size));
+    }
     return Bytes{};
 }
 
 std::optional<Bytes> SspPad::persist_variable(Payload request) {
-    if (is_configuring())
+    if (is_configuring()) {
         return std::nullopt;
+    }
     start_configuring();
-    if (resting_state_ == state_done)
+    if (resting_state_ == state_done) {
         persisted_.insert(text_of(request.subspan(1, key_size)));
+    }
     return Bytes{};
 }
 
@@ -241,12 +261,15 @@ std::string SspPad::state() const {
                        " button=" + std::to_string(button_) + " connection=" + std::to_string(connection_) +
                        " configuring=" + std::to_string(is_configuring()) + " requests=" + std::to_string(requests_) +
                        " refused=" + std::to_string(refused_) + "\n";
-    for (const auto& [mode, count] : refreshes_)
+    for (const auto& [mode, count] : refreshes_) {
         text += "refreshed " + std::to_string(mode) + " " + std::to_string(count) + "\n";
-    for (const auto& [key, value] : variables_)
+    }
+    for (const auto& [key, value] : variables_) {
         text += "variable " + printable(key) + " " + printable(value) + "\n";
-    for (const auto& key : persisted_)
+    }
+    for (const auto& key : persisted_) {
         text += "persisted " + printable(key) + "\n";
+    }
     return text;
 }
 

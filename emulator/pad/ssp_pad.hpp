@@ -72,16 +72,16 @@ class SspPad {
 
     std::uint8_t button_ = 0;
     std::optional<std::uint32_t> last_mode_;
-    std::map<std::uint32_t, unsigned> refreshes_; // by mode type
+    std::map<std::uint32_t, unsigned int> refreshes_; // by mode type
 
-    unsigned busy_polls_ = 0;
+    unsigned int busy_polls_ = 0;
     std::uint8_t resting_state_ = 0; // of the configuration handler, once it is not busy
     std::map<std::string, std::string> variables_;
     std::set<std::string> persisted_;
 
     std::uint8_t connection_;
-    unsigned requests_ = 0;
-    unsigned refused_ = 0;
+    unsigned int requests_ = 0;
+    unsigned int refused_ = 0;
 };
 
 } // namespace emulator

@@ -17,12 +17,15 @@ constexpr std::uint8_t token_start_of_frame = 2;
 
 // The whole message's size, as soon as enough of it has come.
 std::optional<std::size_t> size_of(std::span<const std::uint8_t> message) {
-    if (message.empty())
+    if (message.empty()) {
         return std::nullopt;
-    if ((message[0] & legacy_message) != 0)
+    }
+    if ((message[0] & legacy_message) != 0) {
         return 2 + (message[0] & 0x3fU);
-    if (message.size() < base_header_size)
+    }
+    if (message.size() < base_header_size) {
         return std::nullopt;
+    }
     return base_header_size + 1 + (message[1] | std::size_t{message[2]} << 8);
 }
 
@@ -49,8 +52,9 @@ Bytes framed(std::span<const std::uint8_t> message) {
     Bytes bytes{marker[0], marker[1], token_start_of_frame};
     for (std::size_t i = 0; i < message.size(); ++i) {
         bytes.push_back(message[i]);
-        if (i > 0 && message[i - 1] == marker[0] && message[i] == marker[1])
+        if (i > 0 && message[i - 1] == marker[0] && message[i] == marker[1]) {
             bytes.push_back(token_escaped_marker);
+        }
     }
     return bytes;
 }
@@ -62,12 +66,14 @@ void MessageReader::start() {
 }
 
 void MessageReader::put(std::uint8_t byte, const Receiver& receiver) {
-    if (!started_ || complete_)
+    if (!started_ || complete_) {
         return;
+    }
     message_.push_back(byte);
     complete_ = size_of(message_) == message_.size();
-    if (complete_)
+    if (complete_) {
         receiver(message_);
+    }
 }
 
 bool MessageReader::lacks_one_byte() const {
@@ -76,8 +82,9 @@ bool MessageReader::lacks_one_byte() const {
 
 void MessageReader::feed(std::span<const std::uint8_t> bytes, const Receiver& receiver) {
     const auto give_up_marker = [&] {
-        for (std::size_t i = marker_delivered_ ? 1 : 0; i < marker_bytes_; ++i)
+        for (std::size_t i = marker_delivered_ ? 1 : 0; i < marker_bytes_; ++i) {
             put(marker[i], receiver);
+        }
         marker_bytes_ = 0;
         marker_delivered_ = false;
     };
@@ -92,8 +99,9 @@ void MessageReader::feed(std::span<const std::uint8_t> bytes, const Receiver& re
             give_up_marker();
             continue;
         }
-        if (marker_bytes_ == marker.size() || (marker_bytes_ == 1 && byte != marker[1]))
+        if (marker_bytes_ == marker.size() || (marker_bytes_ == 1 && byte != marker[1])) {
             give_up_marker();
+        }
         if (marker_bytes_ == 1 || byte == marker[0]) {
             ++marker_bytes_;
             // The last byte of a message is not followed by anything that would tell it from a token.

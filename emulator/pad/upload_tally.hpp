@@ -13,10 +13,10 @@ namespace emulator {
 
 class UploadTally {
   public:
-    explicit UploadTally(unsigned interfaces) : interfaces_(interfaces) {}
+    explicit UploadTally(unsigned int interfaces) : interfaces_(interfaces) {}
 
-    void count(unsigned interface, std::span<const std::uint8_t> report);
-    void reset() { *this = UploadTally(static_cast<unsigned>(interfaces_.size())); }
+    void count(unsigned int interface, std::span<const std::uint8_t> report);
+    void reset() { *this = UploadTally(static_cast<unsigned int>(interfaces_.size())); }
 
     std::string text() const; // a line in all, and one for each interface that took part
 

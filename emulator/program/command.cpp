@@ -25,8 +25,9 @@ constexpr auto patience = std::chrono::seconds(3);
 sigset_t watched_signals() {
     sigset_t set;
     sigemptyset(&set);
-    for (const int signal : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+    for (const int signal : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         sigaddset(&set, signal);
+    }
     return set;
 }
 
@@ -39,20 +40,24 @@ std::vector<std::string> environment(const Surroundings& surroundings) {
     std::vector<std::string> result;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         bool replaced = false;
-        for (const auto& [name, value] : variables)
-            replaced = replaced || std::string_view(*entry).starts_with(name + "=");
-        if (!replaced)
+        for (const auto& [name, value] : variables) {
+            replaced = replaced || std::string_view{*entry}.starts_with(name + "=");
+        }
+        if (!replaced) {
             result.emplace_back(*entry);
+        }
     }
-    for (const auto& [name, value] : variables)
+    for (const auto& [name, value] : variables) {
         result.push_back(name + "=" + value);
+    }
     return result;
 }
 
 std::vector<char*> pointers(std::vector<std::string>& strings) {
     std::vector<char*> result;
-    for (auto& string : strings)
+    for (auto& string : strings) {
         result.push_back(string.data());
+    }
     result.push_back(nullptr);
     return result;
 }
@@ -60,10 +65,11 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 // Processes that the command has left behind have become children of this one.
 std::vector<pid_t> children() {
     const auto self = std::to_string(getpid());
-    std::ifstream file("/proc/" + self + "/task/" + self + "/children");
+    std::ifstream file{"/proc/" + self + "/task/" + self + "/children"};
     std::vector<pid_t> result;
-    for (pid_t pid; file >> pid;)
+    for (pid_t pid; file >> pid;) {
         result.push_back(pid);
+    }
     return result;
 }
 
@@ -72,18 +78,20 @@ std::vector<pid_t> children() {
 void end_descendants() {
     for (bool killed = true; killed;) {
         killed = false;
-        for (const auto pid : children())
-            if (::kill(pid, SIGKILL) == 0)
+        for (const auto pid : children()) {
+            if (::kill(pid, SIGKILL) == 0) {
                 killed = ::waitpid(pid, nullptr, 0) == pid || killed;
+            }
+        }
     }
 }
 
 } // namespace
 
-Command::Command(EventLoop& loop) : loop_(loop) {
+Command::Command(EventLoop& loop) : loop_{loop} {
     const auto set = watched_signals();
     check(sigprocmask(SIG_BLOCK, &set, nullptr), "sigprocmask");
-    signals_ = Fd(check(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
+    signals_ = Fd{check(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd")};
     loop_.watch(signals_.get(), EPOLLIN, [this](std::uint32_t) { on_signal(); });
     prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
@@ -101,12 +109,14 @@ void Command::start(const std::vector<std::string>& arguments, const Surrounding
     const auto set = watched_signals();
     const auto parent = getpid();
     pid_ = check(::fork(), "fork");
-    if (pid_ != 0)
+    if (pid_ != 0) {
         return;
+    }
     sigprocmask(SIG_UNBLOCK, &set, nullptr);
     prctl(PR_SET_PDEATHSIG, SIGKILL); // should the emulator be killed
-    if (getppid() != parent)
+    if (getppid() != parent) {
         _exit(exit_not_found);
+    }
     execvpe(argv[0], argv.data(), envp.data());
     const int error = errno;
     std::cerr << "vxpad-emulator: cannot run " << words[0] << ": " << std::strerror(error) << std::endl;
@@ -115,27 +125,31 @@ void Command::start(const std::vector<std::string>& arguments, const Surrounding
 
 void Command::on_signal() {
     signalfd_siginfo info{};
-    if (::read(signals_.get(), &info, sizeof(info)) != sizeof(info))
+    if (::read(signals_.get(), &info, sizeof info) != sizeof info) {
         return;
-    if (info.ssi_signo == SIGCHLD)
+    }
+    if (info.ssi_signo == SIGCHLD) {
         collect();
-    else if (info.ssi_code != SI_KERNEL) // the terminal has sent it to the command too
+    } else if (info.ssi_code != SI_KERNEL) { // the terminal has sent it to the command too
         end(static_cast<int>(info.ssi_signo));
+    }
 }
 
 // Passes a signal on; a command that does not heed it, or is asked twice, is killed.
 void Command::end(int signal) {
     ::kill(pid_, ended_by_us_ ? SIGKILL : signal);
-    if (!ended_by_us_)
+    if (!ended_by_us_) {
         loop_.call_after(patience, [this] { ::kill(pid_, SIGKILL); });
+    }
     ended_by_us_ = true;
 }
 
 void Command::collect() {
     int status = 0;
     for (pid_t pid = ::waitpid(-1, &status, WNOHANG); pid > 0; pid = ::waitpid(-1, &status, WNOHANG)) {
-        if (pid != pid_)
+        if (pid != pid_) {
             continue;
+        }
         end_descendants();
         result_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
         loop_.stop();

@@ -27,9 +27,11 @@ constexpr int exit_trouble = 125;
 // Beside this program in the build tree, in a directory of its own when installed.
 fs::path companion(const char* built, const char* installed) {
     const auto directory = fs::read_symlink("/proc/self/exe").parent_path();
-    for (const auto* place : {built, installed})
-        if (const auto path = directory / place; fs::exists(path))
+    for (const auto* place : {built, installed}) {
+        if (const auto path = directory / place; fs::exists(path)) {
             return fs::canonical(path);
+        }
+    }
     throw std::runtime_error(fs::path(installed).filename().string() + " is missing, which belongs into " +
                              (directory / installed).lexically_normal().parent_path().string());
 }
@@ -44,33 +46,37 @@ std::shared_ptr<const emulator::Signature> built_in_signature() {
 }
 
 std::string sysfs_library() {
-    if (!fs::exists(VXPAD_UMOCKDEV_PRELOAD))
+    if (!fs::exists(VXPAD_UMOCKDEV_PRELOAD)) {
         throw std::runtime_error(VXPAD_UMOCKDEV_PRELOAD " is missing (package libumockdev0)");
+    }
     return VXPAD_UMOCKDEV_PRELOAD;
 }
 
 int run(const emulator::Options& options) {
     using namespace emulator;
     EventLoop loop;
-    Command command(loop); // first: from here on no signal leaves anything behind
+    Command command{loop}; // first: from here on no signal leaves anything behind
     const TemporaryDirectory directory;
     const auto usbfs_path = directory.path() / "usbfs";
     const auto control_path =
         options.control_path.empty() ? directory.path() / "control" : fs::absolute(options.control_path);
-    Bus bus(loop, options.verbose);
-    const SystemTree tree(loop, bus, directory.path());
-    const UsbfsServer usbfs(loop, bus, usbfs_path);
-    const ControlServer control(loop, bus, control_path);
+    Bus bus{loop, options.verbose};
+    const SystemTree tree{loop, bus, directory.path()};
+    const UsbfsServer usbfs{loop, bus, usbfs_path};
+    const ControlServer control{loop, bus, control_path};
     const auto signature = built_in_signature();
     for (auto pad : options.pads) {
-        if (!pad.pen.signature)
+        if (!pad.pen.signature) {
             pad.pen.signature = signature;
+        }
         bus.add(pad);
     }
-    for (const auto& [number, fault] : options.faults)
+    for (const auto& [number, fault] : options.faults) {
         bus.find(number)->faults.add(fault);
-    for (const auto& port : bus.ports())
+    }
+    for (const auto& port : bus.ports()) {
         bus.plug(*port);
+    }
     command.start(
         options.command,
         {usbfs_library() + ":" + sysfs_library(),

@@ -100,30 +100,33 @@ Example:
 namespace {
 
 // "N:FAULT"
-std::pair<unsigned, Fault> numbered_fault(std::string_view text) {
+std::pair<unsigned int, Fault> numbered_fault(std::string_view text) {
     const auto colon = text.find(':');
-    if (colon == std::string_view::npos)
+    if (colon == std::string_view::npos) {
         throw std::invalid_argument("a fault is given as N:FAULT");
-    const auto number = parse_number(text.substr(0, colon), 10, 1, 1000);
-    return {static_cast<unsigned>(number), parse_fault(text.substr(colon + 1))};
+    }
+    const auto number = parse_count(text.substr(0, colon), 1, 1000);
+    return {number, parse_fault(text.substr(colon + 1))};
 }
 
 } // namespace
 
 Options parse_options(std::span<char* const> arguments) {
     Options options;
-    if (arguments.empty())
+    if (arguments.empty()) {
         throw std::invalid_argument("nothing to do");
+    }
     const std::string_view verb = arguments.front();
     if (verb == "--help" || verb == "-h" || verb == "help") {
         options.help = true;
         return options;
     }
-    if (verb != "run")
-        throw std::invalid_argument("unknown command '" + std::string(verb) + "'");
+    if (verb != "run") {
+        throw std::invalid_argument("unknown command '" + std::string{verb} + "'");
+    }
 
     std::size_t next = 1;
-    for (; next < arguments.size() && std::string_view(arguments[next]).starts_with("-"); ++next) {
+    for (; next < arguments.size() && std::string_view{arguments[next]}.starts_with("-"); ++next) {
         std::string_view name = arguments[next];
         if (name == "--") {
             ++next;
@@ -142,34 +145,42 @@ Options parse_options(std::span<char* const> arguments) {
             value = name.substr(equals + 1);
             name = name.substr(0, equals);
         }
-        if (name != "--pad" && name != "--vcom" && name != "--fault" && name != "--control")
-            throw std::invalid_argument("unknown option '" + std::string(name) + "'");
+        if (name != "--pad" && name != "--vcom" && name != "--fault" && name != "--control") {
+            throw std::invalid_argument("unknown option '" + std::string{name} + "'");
+        }
         if (!value) {
-            if (++next == arguments.size())
-                throw std::invalid_argument(std::string(name) + " needs a value");
+            if (++next == arguments.size()) {
+                throw std::invalid_argument(std::string{name} + " needs a value");
+            }
             value = arguments[next];
         }
         try {
-            if (name == "--pad" || name == "--vcom")
-                options.pads.push_back(parse_pad_settings(*value, unsigned(options.pads.size() + 1),
+            if (name == "--pad" || name == "--vcom") {
+                options.pads.push_back(parse_pad_settings(*value, static_cast<unsigned int>(options.pads.size() + 1),
                                                           name == "--vcom" ? PadKind::vcom : PadKind::hid));
-            else if (name == "--fault")
+            } else if (name == "--fault") {
                 options.faults.push_back(numbered_fault(*value));
-            else
+            } else {
                 options.control_path = *value;
+            }
         } catch (const std::invalid_argument& error) {
-            throw std::invalid_argument(std::string(name) + " " + std::string(*value) + ": " + error.what());
+            throw std::invalid_argument(std::string{name} + " " + std::string{*value} + ": " + error.what());
         }
     }
-    for (; next < arguments.size(); ++next)
+    for (; next < arguments.size(); ++next) {
         options.command.emplace_back(arguments[next]);
-    if (options.command.empty())
+    }
+    if (options.command.empty()) {
         throw std::invalid_argument("there is no COMMAND to run");
-    if (options.pads.empty())
+    }
+    if (options.pads.empty()) {
         options.pads.push_back(parse_pad_settings("", 1));
-    for (const auto& [number, fault] : options.faults)
-        if (number > options.pads.size())
+    }
+    for (const auto& [number, fault] : options.faults) {
+        if (number > options.pads.size()) {
             throw std::invalid_argument("there is no pad " + std::to_string(number) + " for the fault");
+        }
+    }
     return options;
 }
 

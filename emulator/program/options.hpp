@@ -17,7 +17,7 @@ struct Options {
     bool verbose = false;
     std::string control_path; // empty: in the private directory
     std::vector<PadSettings> pads;
-    std::vector<std::pair<unsigned, Fault>> faults; // with the number of the pad
+    std::vector<std::pair<unsigned int, Fault>> faults; // with the number of the pad
     std::vector<std::string> command;
 };
 

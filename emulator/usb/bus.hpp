@@ -19,19 +19,19 @@ namespace emulator {
 
 // A port with its pad, which may be plugged in or not. Faults and log outlive an unplug; the pad's state does not.
 struct Port {
-    Port(unsigned number_, const PadSettings& settings_, bool verbose)
-        : number(number_), settings(settings_), log(number_, verbose) {}
+    Port(unsigned int number_, const PadSettings& settings_, bool verbose)
+        : number{number_}, settings{settings_}, log{number_, verbose} {}
 
     std::string name() const { return "1-" + std::to_string(number); } // as the system names bus and port
 
     // Of a plugged pad, what moves its pen: for input reports or, without them, for the stream.
     PenPlayer& pen() const { return reports ? *reports : ssp->pen(); }
 
-    unsigned number; // from 1
+    unsigned int number; // from 1
     PadSettings settings;
     FaultList faults;
     TransferLog log;
-    unsigned address = 0; // on the bus; new with each plugging
+    unsigned int address = 0; // on the bus; new with each plugging
     std::unique_ptr<PadModel> model;
     std::unique_ptr<SspPad> ssp;        // of a pad that speaks it, while it is plugged in
     std::unique_ptr<UsbDevice> device;  // only while it is plugged in
@@ -40,19 +40,19 @@ struct Port {
 
 class Bus {
   public:
-    static constexpr unsigned number = 1;
+    static constexpr unsigned int number = 1;
 
     using Callback = std::function<void(Port&)>;
 
-    Bus(EventLoop& loop, bool verbose) : loop_(loop), verbose_(verbose) {}
+    Bus(EventLoop& loop, bool verbose) : loop_{loop}, verbose_{verbose} {}
 
     Port& add(const PadSettings& settings); // not yet plugged in
     void plug(Port& port);
     void unplug(Port& port);
 
     const std::vector<std::unique_ptr<Port>>& ports() const { return ports_; }
-    Port* find(unsigned port_number) const;
-    Port* find_address(unsigned address) const; // a plugged pad
+    Port* find(unsigned int port_number) const;
+    Port* find_address(unsigned int address) const; // a plugged pad
 
     // Who shows the pads to the outside hears of every change; a pad still has its device when it goes.
     void observe(Callback plugged, Callback unplugging) {
@@ -60,11 +60,11 @@ class Bus {
     }
 
   private:
-    unsigned free_address();
+    unsigned int free_address();
 
     EventLoop& loop_;
     bool verbose_;
-    unsigned last_address_ = 1; // the root hub has the first one
+    unsigned int last_address_ = 1; // the root hub has the first one
     std::vector<std::unique_ptr<Port>> ports_;
     std::vector<std::pair<Callback, Callback>> observers_;
 };

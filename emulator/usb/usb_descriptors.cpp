@@ -54,19 +54,21 @@ Bytes device_descriptor(const PadSettings& pad) {
             1}; // configurations
 }
 
-bool has_endpoint(const PadSettings& pad, unsigned interface, std::uint8_t endpoint) {
-    if (pad.kind == PadKind::vcom)
+bool has_endpoint(const PadSettings& pad, unsigned int interface, std::uint8_t endpoint) {
+    if (pad.kind == PadKind::vcom) {
         return endpoint == bulk_in_endpoint || endpoint == bulk_out_endpoint;
+    }
     return endpoint == input_endpoint(interface);
 }
 
 Bytes configuration_descriptor(const PadSettings& pad) {
     Bytes bytes;
-    for (unsigned i = 0; i < pad.interfaces; ++i) {
+    for (unsigned int i = 0; i < pad.interfaces; ++i) {
         if (pad.kind == PadKind::vcom) {
             append(bytes, {9, 0x04, low(i), 0, 2 /* endpoints */, 0xff /* a vendor's own */, 0, 0, 0});
-            for (const auto endpoint : {bulk_in_endpoint, bulk_out_endpoint})
+            for (const auto endpoint : {bulk_in_endpoint, bulk_out_endpoint}) {
                 append(bytes, {7, 0x05, endpoint, 0x02 /* bulk */, low(bulk_packet_size), high(bulk_packet_size), 0});
+            }
             continue;
         }
         append(bytes, {9, 0x04, low(i), 0, 1 /* endpoint */, 0x03 /* HID */, 0, 0, 0});
@@ -102,15 +104,18 @@ Bytes report_descriptor(const PadSettings& pad) {
 }
 
 std::optional<Bytes> string_descriptor(const PadSettings& pad, std::uint8_t index) {
-    if (index == 0)
+    if (index == 0) {
         return Bytes{4, descriptor_string, 0x09, 0x04}; // the only language: English (US)
+    }
     const auto all = strings(pad);
-    if (index > all.size() || !*all[index - 1U])
+    if (index > all.size() || !*all[index - 1U]) {
         return std::nullopt;
+    }
     const auto& text = **all[index - 1U];
     Bytes bytes{low(2 + 2 * text.size()), descriptor_string};
-    for (const auto unit : text)
+    for (const auto unit : text) {
         append(bytes, {low(unit), high(unit)});
+    }
     return bytes;
 }
 

@@ -25,10 +25,10 @@ inline constexpr std::uint8_t bulk_in_endpoint = 0x81;
 inline constexpr std::uint8_t bulk_out_endpoint = 0x02;
 inline constexpr std::size_t bulk_packet_size = 64; // at full speed
 
-bool has_endpoint(const PadSettings& pad, unsigned interface, std::uint8_t endpoint);
+bool has_endpoint(const PadSettings& pad, unsigned int interface, std::uint8_t endpoint);
 
 // USB has 15 IN endpoints: a pad with more interfaces uses the same addresses again.
-constexpr std::uint8_t input_endpoint(unsigned interface) {
+constexpr std::uint8_t input_endpoint(unsigned int interface) {
     return static_cast<std::uint8_t>(0x80 | (interface % 15 + 1));
 }
 

@@ -50,13 +50,16 @@ bool is_hid(const SetupPacket& setup) {
 }
 
 TransferKind kind_of(const SetupPacket& setup) {
-    if ((setup.request_type & type_mask) == type_standard && setup.request == get_descriptor)
+    if ((setup.request_type & type_mask) == type_standard && setup.request == get_descriptor) {
         return high(setup.value) == descriptor_string ? TransferKind::string : TransferKind::descriptor;
+    }
     if (is_hid(setup) && high(setup.value) == feature_report) {
-        if (setup.request == get_report && setup.is_in())
+        if (setup.request == get_report && setup.is_in()) {
             return TransferKind::get_feature;
-        if (setup.request == set_report && !setup.is_in())
+        }
+        if (setup.request == set_report && !setup.is_in()) {
             return TransferKind::set_feature;
+        }
     }
     return TransferKind::other;
 }
@@ -72,18 +75,20 @@ std::string describe(const SetupPacket& setup) {
 
 UsbDevice::UsbDevice(EventLoop& loop, PadModel& model, SspPad* ssp, FaultList& faults, TransferLog& log,
                      std::function<void()> pull_out)
-    : loop_(loop), model_(model), ssp_(ssp), faults_(faults), log_(log), pull_out_(std::move(pull_out)),
+    : loop_{loop}, model_{model}, ssp_{ssp}, faults_{faults}, log_{log}, pull_out_{std::move(pull_out)},
       inputs_(is_vcom() ? 0 : model.settings().interfaces) {
-    if (is_vcom())
+    if (is_vcom()) {
         ssp_->outbox().on_bytes([this] { serve(bulk_in_); });
-    else
-        model_.on_input([this](unsigned interface) { serve(inputs_.at(interface)); });
+    } else {
+        model_.on_input([this](unsigned int interface) { serve(inputs_.at(interface)); });
+    }
 }
 
 UsbDevice::~UsbDevice() {
     model_.on_input({});
-    if (is_vcom())
+    if (is_vcom()) {
         ssp_->outbox().on_bytes({});
+    }
     cancel_all(TransferStatus::unplugged);
 }
 
@@ -95,10 +100,12 @@ UsbDevice::Bytes UsbDevice::descriptors() const {
 }
 
 UsbDevice::Lane& UsbDevice::lane_of(const Transfer& transfer) {
-    if (transfer.endpoint == 0)
+    if (transfer.endpoint == 0) {
         return control_;
-    if (is_vcom())
+    }
+    if (is_vcom()) {
         return transfer.is_in() ? bulk_in_ : bulk_out_;
+    }
     return inputs_.at(transfer.interface);
 }
 
@@ -111,8 +118,9 @@ void UsbDevice::submit(std::shared_ptr<Transfer> transfer) {
 void UsbDevice::cancel(const std::shared_ptr<Transfer>& transfer) {
     auto& lane = lane_of(*transfer);
     const auto found = std::ranges::find(lane.waiting, transfer);
-    if (found == lane.waiting.end())
+    if (found == lane.waiting.end()) {
         return;
+    }
     if (found == lane.waiting.begin()) {
         finish(lane, TransferStatus::cancelled);
         serve(lane);
@@ -125,33 +133,38 @@ void UsbDevice::cancel(const std::shared_ptr<Transfer>& transfer) {
 
 void UsbDevice::cancel_all(TransferStatus status) {
     const auto empty = [&](Lane& lane) {
-        while (!lane.waiting.empty())
+        while (!lane.waiting.empty()) {
             finish(lane, status);
+        }
     };
-    for (auto* lane : {&control_, &bulk_in_, &bulk_out_})
+    for (auto* lane : {&control_, &bulk_in_, &bulk_out_}) {
         empty(*lane);
+    }
     std::ranges::for_each(inputs_, empty);
 }
 
 void UsbDevice::serve(Lane& lane) {
     while (!lane.busy && !lane.waiting.empty()) {
         const auto* before = lane.waiting.front().get();
-        if (&lane == &control_)
+        if (&lane == &control_) {
             serve_control(lane);
-        else if (&lane == &bulk_in_)
+        } else if (&lane == &bulk_in_) {
             serve_bulk_in(lane);
-        else if (&lane == &bulk_out_)
+        } else if (&lane == &bulk_out_) {
             serve_bulk_out(lane);
-        else
+        } else {
             serve_input(lane);
-        if (!lane.busy && !lane.waiting.empty() && lane.waiting.front().get() == before)
+        }
+        if (!lane.busy && !lane.waiting.empty() && lane.waiting.front().get() == before) {
             return; // waits for something to deliver
+        }
     }
 }
 
 void UsbDevice::finish(Lane& lane, TransferStatus status) {
-    if (lane.timer)
+    if (lane.timer) {
         loop_.cancel(*lane.timer);
+    }
     lane.timer.reset();
     lane.busy = false;
     const auto transfer = std::move(lane.waiting.front());
@@ -160,8 +173,9 @@ void UsbDevice::finish(Lane& lane, TransferStatus status) {
 }
 
 void UsbDevice::finish_after(Lane& lane, EventLoop::Clock::duration delay, TransferStatus status) {
-    if (delay == EventLoop::Clock::duration::zero())
+    if (delay == EventLoop::Clock::duration::zero()) {
         return finish(lane, status);
+    }
     lane.busy = true;
     lane.timer = loop_.call_after(delay, [this, &lane, status] {
         lane.timer.reset();
@@ -172,8 +186,9 @@ void UsbDevice::finish_after(Lane& lane, EventLoop::Clock::duration delay, Trans
 
 // Applies the faults that keep a transfer from reaching the pad; false when one of them did.
 bool UsbDevice::begin(Lane& lane, const Verdict& verdict) {
-    if (verdict.unplug)
+    if (verdict.unplug) {
         loop_.post(pull_out_);
+    }
     lane.busy = verdict.unplug || verdict.silence;
     return !lane.busy;
 }
@@ -184,14 +199,16 @@ void UsbDevice::serve_control(Lane& lane) {
     const auto kind = kind_of(setup);
     const auto verdict = faults_.empty() ? Verdict{} : faults_.judge(kind);
     if (!begin(lane, verdict)) {
-        if (log_.verbose())
+        if (log_.verbose()) {
             log_.trace(describe(setup) + (verdict.unplug ? " unplug" : " silence"));
+        }
         return;
     }
     std::optional<Bytes> reply;
     if (!verdict.stall) {
-        if (!setup.is_in())
+        if (!setup.is_in()) {
             verdict.alter(transfer.data);
+        }
         reply = answer(setup, transfer.data);
         if (reply && setup.is_in()) {
             verdict.alter(*reply);
@@ -201,26 +218,28 @@ void UsbDevice::serve_control(Lane& lane) {
     }
     const bool done = reply.has_value();
     const auto* note = done ? "" : "stall";
-    if (kind == TransferKind::get_feature)
-        log_.report(true, "feature", setup.index, done ? std::span(transfer.data) : std::span<std::uint8_t>{}, note);
-    else if (kind == TransferKind::set_feature)
+    if (kind == TransferKind::get_feature) {
+        log_.report(true, "feature", setup.index, done ? std::span{transfer.data} : std::span<std::uint8_t>{}, note);
+    } else if (kind == TransferKind::set_feature) {
         log_.report(false, "feature", setup.index, transfer.data, note);
-    else if (is_hid(setup) && setup.request == set_report)
+    } else if (is_hid(setup) && setup.request == set_report) {
         log_.report(false, "output", setup.index, transfer.data, note);
-    else if (log_.verbose())
+    } else if (log_.verbose()) {
         log_.trace(describe(setup) + (done ? " -> " + hex(transfer.data) : " stall"));
+    }
     finish_after(lane, verdict.delay, done ? TransferStatus::done : TransferStatus::stalled);
 }
 
 // Packets fill the transfer until one is short or no room is left. A fault strikes the report that it meets.
 void UsbDevice::serve_input(Lane& lane) {
     auto& transfer = *lane.waiting.front();
-    const auto interface = static_cast<unsigned>(&lane - inputs_.data());
+    const auto interface = static_cast<unsigned int>(&lane - inputs_.data());
     const auto packet_size = model_.settings().input_report_size();
     while (model_.has_input(interface)) {
         const auto verdict = faults_.empty() ? Verdict{} : faults_.judge(TransferKind::input);
-        if (!begin(lane, verdict))
+        if (!begin(lane, verdict)) {
             return;
+        }
         if (verdict.stall) {
             log_.report(true, "input", interface, {}, "stall");
             // At the pace of the bus: a caller that submits again at once must not make the endpoint spin.
@@ -231,23 +250,28 @@ void UsbDevice::serve_input(Lane& lane) {
         verdict.alter(packet);
         log_.report(true, "input", interface, packet, "");
         const bool fits = packet.size() <= transfer.room - transfer.data.size();
-        if (!fits)
+        if (!fits) {
             packet.resize(transfer.room - transfer.data.size());
+        }
         transfer.data.insert(transfer.data.end(), packet.begin(), packet.end());
-        if (!fits || packet.size() < packet_size || transfer.data.size() == transfer.room || verdict.delay.count() > 0)
+        if (!fits || packet.size() < packet_size || transfer.data.size() == transfer.room ||
+            verdict.delay.count() > 0) {
             return finish_after(lane, verdict.delay, fits ? TransferStatus::done : TransferStatus::overflow);
+        }
     }
 }
 
 // Packets fill the transfer until one is short or no room is left. A fault strikes the whole of it.
 void UsbDevice::serve_bulk_in(Lane& lane) {
     auto& outbox = ssp_->outbox();
-    if (outbox.empty())
+    if (outbox.empty()) {
         return;
+    }
     auto& transfer = *lane.waiting.front();
     const auto verdict = faults_.empty() ? Verdict{} : faults_.judge(TransferKind::bulk_in);
-    if (!begin(lane, verdict))
+    if (!begin(lane, verdict)) {
         return;
+    }
     if (verdict.stall) {
         log_.report(true, "bulk", 0, {}, "stall");
         return finish_after(lane, std::max<EventLoop::Clock::duration>(verdict.delay, polling_interval),
@@ -257,8 +281,9 @@ void UsbDevice::serve_bulk_in(Lane& lane) {
     for (bool more = true; more;) {
         const auto packet = outbox.take_packet(bulk_packet_size);
         fits = packet.size() <= transfer.room - transfer.data.size();
-        if (fits)
+        if (fits) {
             transfer.data.insert(transfer.data.end(), packet.begin(), packet.end());
+        }
         more = fits && packet.size() == bulk_packet_size && transfer.data.size() < transfer.room;
     }
     verdict.alter(transfer.data);
@@ -269,8 +294,9 @@ void UsbDevice::serve_bulk_in(Lane& lane) {
 void UsbDevice::serve_bulk_out(Lane& lane) {
     auto& transfer = *lane.waiting.front();
     const auto verdict = faults_.empty() ? Verdict{} : faults_.judge(TransferKind::bulk_out);
-    if (!begin(lane, verdict))
+    if (!begin(lane, verdict)) {
         return;
+    }
     if (verdict.stall) {
         log_.report(false, "bulk", 0, transfer.data, "stall");
         return finish_after(lane, std::max<EventLoop::Clock::duration>(verdict.delay, polling_interval),
@@ -285,10 +311,12 @@ void UsbDevice::serve_bulk_out(Lane& lane) {
 
 // Nothing: the pad stalls.
 std::optional<UsbDevice::Bytes> UsbDevice::answer(const SetupPacket& setup, std::span<const std::uint8_t> data) {
-    if ((setup.request_type & recipient_mask) == recipient_interface && low(setup.index) >= interfaces())
+    if ((setup.request_type & recipient_mask) == recipient_interface && low(setup.index) >= interfaces()) {
         return std::nullopt;
-    if ((setup.request_type & type_mask) == type_standard)
+    }
+    if ((setup.request_type & type_mask) == type_standard) {
         return answer_standard(setup);
+    }
     return is_hid(setup) && !is_vcom() ? answer_hid(setup, data) : std::nullopt;
 }
 
@@ -301,8 +329,9 @@ std::optional<UsbDevice::Bytes> UsbDevice::answer_standard(const SetupPacket& se
     case get_configuration:
         return Bytes{configuration_};
     case set_configuration:
-        if (setup.value > 1)
+        if (setup.value > 1) {
             return std::nullopt;
+        }
         configuration_ = low(setup.value);
         return Bytes{};
     case get_interface:
@@ -318,8 +347,9 @@ std::optional<UsbDevice::Bytes> UsbDevice::answer_standard(const SetupPacket& se
 
 std::optional<UsbDevice::Bytes> UsbDevice::descriptor(const SetupPacket& setup) const {
     const auto& pad = model_.settings();
-    if (is_vcom() && (high(setup.value) == descriptor_hid || high(setup.value) == descriptor_report))
+    if (is_vcom() && (high(setup.value) == descriptor_hid || high(setup.value) == descriptor_report)) {
         return std::nullopt;
+    }
     switch (high(setup.value)) {
     case descriptor_device:
         return device_descriptor(pad);
@@ -337,27 +367,31 @@ std::optional<UsbDevice::Bytes> UsbDevice::descriptor(const SetupPacket& setup) 
 }
 
 std::optional<UsbDevice::Bytes> UsbDevice::answer_hid(const SetupPacket& setup, std::span<const std::uint8_t> data) {
-    const unsigned interface = low(setup.index);
+    const unsigned int interface = low(setup.index);
     const auto type = high(setup.value);
     if (setup.is_in()) {
         if (setup.request == get_report && type == feature_report) {
             const auto report = model_.read_feature(interface);
             return Bytes(report.begin(), report.end());
         }
-        if (setup.request == get_report && type == input_report)
+        if (setup.request == get_report && type == input_report) {
             return Bytes(model_.settings().input_report_size());
+        }
         return setup.request == get_idle ? std::optional(Bytes{0}) : std::nullopt;
     }
-    if (setup.request == set_idle)
+    if (setup.request == set_idle) {
         return Bytes{};
-    if (setup.request != set_report || data.size() > feature_report_size)
+    }
+    if (setup.request != set_report || data.size() > feature_report_size) {
         return std::nullopt;
-    if (type == feature_report)
+    }
+    if (type == feature_report) {
         model_.write_feature(interface, data);
-    else if (type == output_report)
+    } else if (type == output_report) {
         model_.write_output(interface, data);
-    else
+    } else {
         return std::nullopt;
+    }
     return Bytes{};
 }
 

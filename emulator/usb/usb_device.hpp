@@ -32,10 +32,10 @@ struct SetupPacket {
 enum class TransferStatus { done, stalled, overflow, cancelled, unplugged };
 
 struct Transfer {
-    std::uint8_t endpoint = 0; // 0 is the control endpoint
-    unsigned interface = 0;    // the one that the endpoint belongs to
-    SetupPacket setup;         // control transfers only
-    std::size_t room = 0;      // bytes that the host can take, or has sent
+    std::uint8_t endpoint = 0;  // 0 is the control endpoint
+    unsigned int interface = 0; // the one that the endpoint belongs to
+    SetupPacket setup;          // control transfers only
+    std::size_t room = 0;       // bytes that the host can take, or has sent
     std::vector<std::uint8_t> data;
     std::function<void(Transfer&, TransferStatus)> completed; // called exactly once
 
@@ -55,7 +55,7 @@ class UsbDevice {
     UsbDevice& operator=(const UsbDevice&) = delete;
 
     const PadSettings& settings() const { return model_.settings(); }
-    unsigned interfaces() const { return model_.settings().interfaces; }
+    unsigned int interfaces() const { return model_.settings().interfaces; }
 
     // The device descriptor, then the configuration.
     Bytes descriptors() const;

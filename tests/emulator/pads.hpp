@@ -42,8 +42,9 @@ class Usb {
         UsbHandle handle;
         for_each([&](libusb_device* device) {
             libusb_device_handle* opened = nullptr;
-            if (libusb_get_port_number(device) == pad && libusb_open(device, &opened) == 0)
+            if (libusb_get_port_number(device) == pad && libusb_open(device, &opened) == 0) {
                 handle.reset(opened);
+            }
         });
         return handle;
     }
@@ -76,8 +77,9 @@ class FreshPads : public testing::Test {
         ASSERT_TRUE(emulator::is_running()) << "start this program with vxpad-emulator";
         for (int pad = 1; pad <= count_; ++pad) {
             on_pad("clear-faults", pad);
-            if (on_pad("state", pad).starts_with("plugged=1"))
+            if (on_pad("state", pad).starts_with("plugged=1")) {
                 on_pad("unplug", pad);
+            }
             on_pad("plug", pad);
             on_pad("log", pad);
         }

@@ -61,14 +61,16 @@ int write_feature(const Hid& device, Bytes report, std::size_t size = 64) {
 std::optional<Bytes> read_feature(const Hid& device) {
     Bytes report(65);
     const int size = hid_get_feature_report(device.get(), report.data(), report.size());
-    if (size < 0)
+    if (size < 0) {
         return std::nullopt;
+    }
     return Bytes(report.begin() + 1, report.begin() + size);
 }
 
 std::optional<Bytes> ask(const Hid& device, const Bytes& report) {
-    if (write_feature(device, report) != 65)
+    if (write_feature(device, report) != 65) {
         return std::nullopt;
+    }
     return read_feature(device);
 }
 
@@ -97,8 +99,9 @@ std::string hex(const Bytes& bytes) {
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds patience = 5s) {
     const auto deadline = Clock::now() + patience;
     while (!condition()) {
-        if (Clock::now() > deadline)
+        if (Clock::now() > deadline) {
             return false;
+        }
         std::this_thread::sleep_for(1ms);
     }
     return true;
@@ -110,7 +113,7 @@ std::size_t descriptors_of(const std::string& process) {
 }
 
 // A feature report by a control transfer with a time-out of its own.
-int control(const UsbHandle& handle, bool in, unsigned char* data, std::uint16_t size, unsigned time_out) {
+int control(const UsbHandle& handle, bool in, unsigned char* data, std::uint16_t size, unsigned int time_out) {
     constexpr int type = 0x21; // class request to an interface
     return libusb_control_transfer(handle.get(), static_cast<std::uint8_t>(in ? type | LIBUSB_ENDPOINT_IN : type),
                                    in ? 0x01 : 0x09, 0x0300, 0, data, size, time_out);
@@ -137,8 +140,8 @@ std::map<std::string, Found> enumerate() {
                                                                                  &hid_free_enumeration);
     for (const auto* info = list.get(); info != nullptr; info = info->next) {
         char expected[32];
-        std::snprintf(expected, sizeof(expected), "1.%d", info->interface_number);
-        EXPECT_TRUE(std::string(info->path).ends_with(expected)) << info->path;
+        std::snprintf(expected, sizeof expected, "1.%d", info->interface_number);
+        EXPECT_TRUE(std::string{info->path}.ends_with(expected)) << info->path;
         found[info->path] = {text(info->manufacturer_string), text(info->product_string), text(info->serial_number)};
     }
     return found;
@@ -183,7 +186,7 @@ TEST_F(Pads, ReportDescriptorTellsTheSizesOfTheReports) {
         EXPECT_EQ(libusb_detach_kernel_driver(handle.get(), 0), 0);
         unsigned char bytes[256];
         const int length = libusb_control_transfer(handle.get(), 0x81, LIBUSB_REQUEST_GET_DESCRIPTOR, 0x2200, 0, bytes,
-                                                   sizeof(bytes), 1000);
+                                                   sizeof bytes, 1000);
         ASSERT_GT(length, 18);
         EXPECT_EQ(hex({bytes + 14, bytes + 20}), hex({0x09, 0x02, 0x95, static_cast<unsigned char>(size), 0x81, 0x02}));
     }
@@ -193,8 +196,9 @@ TEST_F(Pads, MoreInterfacesThanLibusbTakesHideThePadAndNothingElse) {
     const Usb usb;
     bool seen = false;
     usb.for_each([&](libusb_device* device) {
-        if (libusb_get_port_number(device) != hostile_pad)
+        if (libusb_get_port_number(device) != hostile_pad) {
             return;
+        }
         seen = true;
         libusb_config_descriptor* configuration = nullptr;
         EXPECT_LT(libusb_get_active_config_descriptor(device, &configuration), 0);
@@ -310,8 +314,9 @@ TEST_F(Pads, InputReportsComeInOrderOnTheirInterface) {
     ASSERT_TRUE(first && second);
     for (unsigned char round = 0; round < 100; ++round) {
         constexpr unsigned char batch = 20; // hidapi keeps 32
-        for (unsigned char i = 0; i < batch; ++i)
+        for (unsigned char i = 0; i < batch; ++i) {
             on_pad("input", main_pad, "1 " + hex({round, i}));
+        }
         for (unsigned char i = 0; i < batch; ++i) {
             Bytes expected(64);
             expected[0] = round;
@@ -325,8 +330,9 @@ TEST_F(Pads, InputReportsComeInOrderOnTheirInterface) {
 TEST_F(Pads, InputReportOfTheOldestPadIsShort) {
     const auto device = open_hid(oldest_pad, 0);
     on_pad("input", oldest_pad, "0 0102 3");
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(hex(read_input(device, 5s)), "0102" + std::string(36, '0'));
+    }
     EXPECT_THROW(on_pad("input", oldest_pad, "0 " + std::string(42, '0')), std::runtime_error);
 }
 
@@ -336,10 +342,10 @@ TEST_F(Pads, ReadWaitsForAReport) {
     EXPECT_TRUE(read_input(device, 50ms).empty());
     EXPECT_GE(Clock::now() - start, 50ms);
     std::atomic<bool> queued = false;
-    std::thread sender([&] {
+    std::thread sender{[&] {
         queued = true;
         on_pad("input", main_pad, "0 42");
-    });
+    }};
     EXPECT_EQ(read_input(device, 5s).at(0), 0x42);
     EXPECT_TRUE(queued);
     sender.join();
@@ -374,8 +380,9 @@ TEST_F(Pads, StallStrikesAsOftenAsItIsTold) {
     EXPECT_TRUE(read_feature(device));
     on_pad("log", main_pad);
     on_pad("fault", main_pad, "stall,on=set-feature");
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(write_feature(device, {0x01, 9}), -1);
+    }
     EXPECT_TRUE(read_feature(device));
     EXPECT_NE(on_pad("state", main_pad).find("mode=0 "), std::string::npos) << "a stalled report changes nothing";
     on_pad("clear-faults", main_pad);
@@ -389,9 +396,9 @@ TEST_F(Pads, SilenceLastsUntilTheCallerGivesUp) {
     on_pad("fault", main_pad, "silence,on=get-feature,count=1");
     unsigned char data[64];
     const auto start = Clock::now();
-    EXPECT_EQ(control(handle, true, data, sizeof(data), 50), LIBUSB_ERROR_TIMEOUT);
+    EXPECT_EQ(control(handle, true, data, sizeof data, 50), LIBUSB_ERROR_TIMEOUT);
     EXPECT_GE(Clock::now() - start, 50ms);
-    EXPECT_EQ(control(handle, true, data, sizeof(data), 1000), 64);
+    EXPECT_EQ(control(handle, true, data, sizeof data, 1000), 64);
 }
 
 TEST_F(Pads, GarbageIsTheSameForTheSameSeed) {
@@ -452,10 +459,10 @@ TEST_F(Pads, StringsAndDescriptorsCanFail) {
     const auto handle = usb.open(main_pad);
     unsigned char data[64];
     on_pad("fault", main_pad, "short=7,on=descriptor,count=1");
-    EXPECT_EQ(libusb_get_descriptor(handle.get(), LIBUSB_DT_DEVICE, 0, data, sizeof(data)), 7);
-    EXPECT_EQ(libusb_get_descriptor(handle.get(), LIBUSB_DT_DEVICE, 0, data, sizeof(data)), 18);
+    EXPECT_EQ(libusb_get_descriptor(handle.get(), LIBUSB_DT_DEVICE, 0, data, sizeof data), 7);
+    EXPECT_EQ(libusb_get_descriptor(handle.get(), LIBUSB_DT_DEVICE, 0, data, sizeof data), 18);
     on_pad("fault", main_pad, "stall,count=1"); // any transfer
-    EXPECT_LT(libusb_get_descriptor(handle.get(), LIBUSB_DT_DEVICE, 0, data, sizeof(data)), 0);
+    EXPECT_LT(libusb_get_descriptor(handle.get(), LIBUSB_DT_DEVICE, 0, data, sizeof data), 0);
 }
 
 TEST_F(Pads, InputReportsCanBeSpoilt) {
@@ -465,10 +472,11 @@ TEST_F(Pads, InputReportsCanBeSpoilt) {
     ASSERT_EQ(libusb_claim_interface(handle.get(), 0), 0);
     unsigned char data[64];
     int size = 0;
-    const auto read = [&](const std::string& fault, unsigned time_out) {
-        if (!fault.empty())
+    const auto read = [&](const std::string& fault, unsigned int time_out) {
+        if (!fault.empty()) {
             on_pad("fault", main_pad, fault + ",on=input,count=1");
-        return libusb_interrupt_transfer(handle.get(), 0x81, data, sizeof(data), &size, time_out);
+        }
+        return libusb_interrupt_transfer(handle.get(), 0x81, data, sizeof data, &size, time_out);
     };
     on_pad("input", main_pad, "0 0102 6");
     EXPECT_EQ(read("stall", 1000), LIBUSB_ERROR_PIPE);
@@ -503,13 +511,13 @@ TEST_F(Pads, FaultPullsThePadOutAtItsTransfer) {
 TEST_F(Pads, UnplugEndsAWaitingRead) {
     const auto device = open_hid(main_pad, 0);
     std::atomic<bool> begun = false;
-    std::thread reader([&] {
+    std::thread reader{[&] {
         unsigned char data[64];
         begun = true;
         const auto start = Clock::now();
-        EXPECT_EQ(hid_read_timeout(device.get(), data, sizeof(data), 10000), -1);
+        EXPECT_EQ(hid_read_timeout(device.get(), data, sizeof data, 10000), -1);
         EXPECT_LT(Clock::now() - start, 5s);
-    });
+    }};
     EXPECT_TRUE(eventually([&] { return begun.load(); }));
     on_pad("unplug", main_pad);
     reader.join();
@@ -521,19 +529,19 @@ TEST_F(Pads, UnplugEndsAWaitingControlTransfer) {
     ASSERT_EQ(libusb_detach_kernel_driver(handle.get(), 0), 0);
     on_pad("fault", main_pad, "silence,on=get-feature");
     std::atomic<int> result = 0;
-    std::thread waiting([&] {
+    std::thread waiting{[&] {
         unsigned char data[64];
-        result = control(handle, true, data, sizeof(data), 10000);
-    });
+        result = control(handle, true, data, sizeof data, 10000);
+    }};
     // The next transfer has its turn only when the first is under way: the stalled write below cannot overtake it.
     unsigned char data[64] = {};
-    EXPECT_TRUE(eventually([&] { return control(handle, false, data, sizeof(data), 20) == LIBUSB_ERROR_TIMEOUT; }));
+    EXPECT_TRUE(eventually([&] { return control(handle, false, data, sizeof data, 20) == LIBUSB_ERROR_TIMEOUT; }));
     const auto start = Clock::now();
     on_pad("unplug", main_pad);
     waiting.join();
     EXPECT_LT(Clock::now() - start, 5s);
     EXPECT_TRUE(result == LIBUSB_ERROR_NO_DEVICE || result == LIBUSB_ERROR_IO) << result;
-    EXPECT_EQ(control(handle, true, data, sizeof(data), 1000), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(control(handle, true, data, sizeof data, 1000), LIBUSB_ERROR_NO_DEVICE);
 }
 
 TEST_F(Pads, UnpluggedPadFailsEverywhereAndComesBack) {
@@ -563,8 +571,9 @@ TEST_F(Pads, ReportsThatHaveArrivedSurviveTheUnplug) {
     on_pad("unplug", main_pad);
     unsigned char data[64];
     int reports = 0;
-    while (hid_read_timeout(device.get(), data, sizeof(data), 5000) > 0)
+    while (hid_read_timeout(device.get(), data, sizeof data, 5000) > 0) {
         ++reports;
+    }
     EXPECT_EQ(reports, 5);
 }
 
@@ -581,8 +590,9 @@ TEST_F(Pads, PluggingLosesNoDescriptors) {
     const auto emulator_process = std::to_string(getppid());
     const auto before = descriptors_of("self");
     const auto emulator_before = descriptors_of(emulator_process);
-    for (int i = 0; i < 200 && !HasFatalFailure(); ++i)
+    for (int i = 0; i < 200 && !HasFatalFailure(); ++i) {
         cycle();
+    }
     // libusb's thread may still be reading about the last event; the emulator closes its ends a moment later.
     EXPECT_TRUE(eventually([&] { return descriptors_of("self") <= before; })) << descriptors_of("self") << before;
     EXPECT_TRUE(eventually([&] { return descriptors_of(emulator_process) <= emulator_before; }));
@@ -609,7 +619,7 @@ TEST_F(Pads, ManyEventsReachAProcessThatDoesNotReadThem) {
     EXPECT_TRUE(eventually([&] {
         const auto opened = handle();
         unsigned char data[18];
-        return opened && libusb_get_descriptor(opened.get(), LIBUSB_DT_DEVICE, 0, data, sizeof(data)) == 18;
+        return opened && libusb_get_descriptor(opened.get(), LIBUSB_DT_DEVICE, 0, data, sizeof data) == 18;
     }));
 }
 
@@ -644,13 +654,13 @@ TEST_F(Pads, ControlTransfersOfOnePadAreServedInTurn) {
     ASSERT_EQ(libusb_detach_kernel_driver(first.get(), 0), 0);
     on_pad("fault", main_pad, "delay=100,on=get-feature");
     const auto start = Clock::now();
-    std::thread slow([&] {
+    std::thread slow{[&] {
         unsigned char data[64];
-        EXPECT_EQ(control(first, true, data, sizeof(data), 5000), 64);
-    });
+        EXPECT_EQ(control(first, true, data, sizeof data, 5000), 64);
+    }};
     unsigned char data[18];
     EXPECT_TRUE(eventually([&] { return on_pad("log", main_pad).starts_with("in feature 0"); }));
-    EXPECT_EQ(libusb_get_descriptor(second.get(), LIBUSB_DT_DEVICE, 0, data, sizeof(data)), 18);
+    EXPECT_EQ(libusb_get_descriptor(second.get(), LIBUSB_DT_DEVICE, 0, data, sizeof data), 18);
     EXPECT_GE(Clock::now() - start, 100ms) << "the second transfer overtook the first";
     slow.join();
 }
@@ -677,7 +687,7 @@ pid_t start_child(std::string task, int interface = 0) {
 
 TEST_F(Pads, ThreadsAndProcessesDoNotDisturbEachOther) {
     const std::array children{start_child("--exchange", 4), start_child("--exchange", 5)};
-    std::thread thread([] { exchange_many(2, 0xa2); });
+    std::thread thread{[] { exchange_many(2, 0xa2); }};
     exchange_many(3, 0xa3);
     thread.join();
     for (const auto child : children) {
@@ -717,7 +727,7 @@ int open_node(int pad) {
     const auto line = list.find("port=1-" + std::to_string(pad));
     const auto address = std::stoi(list.substr(list.find("address=", line) + 8));
     char path[64];
-    std::snprintf(path, sizeof(path), "/dev/bus/usb/001/%03d", address);
+    std::snprintf(path, sizeof path, "/dev/bus/usb/001/%03d", address);
     return open(path, O_RDWR | O_CLOEXEC);
 }
 
@@ -746,17 +756,17 @@ TEST_F(Pads, SystemCallsBehaveAsThoseOfTheKernel) {
 
     usbdevfs_ioctl detach{0, USBDEVFS_DISCONNECT, nullptr};
     EXPECT_EQ(ioctl(node, USBDEVFS_IOCTL, &detach), 0);
-    usbdevfs_bulktransfer input{0x81, sizeof(data), 1000, data};
+    usbdevfs_bulktransfer input{0x81, sizeof data, 1000, data};
     on_pad("input", main_pad, "0 77");
     EXPECT_EQ(ioctl(node, USBDEVFS_BULK, &input), 64);
     EXPECT_EQ(data[0], 0x77);
 
     usbdevfs_urb urb;
-    std::memset(&urb, 0, sizeof(urb));
+    std::memset(&urb, 0, sizeof urb);
     urb.type = USBDEVFS_URB_TYPE_INTERRUPT;
     urb.endpoint = 0x81;
     urb.buffer = data;
-    urb.buffer_length = sizeof(data);
+    urb.buffer_length = sizeof data;
     EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), 0);
     EXPECT_EQ(ioctl(node, USBDEVFS_DISCARDURB, &urb), 0);
     EXPECT_EQ(ioctl(node, USBDEVFS_DISCARDURB, &urb), -1);
@@ -783,8 +793,9 @@ TEST_F(Pads, SystemCallsBehaveAsThoseOfTheKernel) {
 }
 
 TEST_F(Pads, OtherFilesAreLeftAlone) {
-    for (int i = 0; i < 200; ++i) // more than the table of the library below has entries
+    for (int i = 0; i < 200; ++i) { // more than the table of the library below has entries
         EXPECT_LT(open("/dev/vxpad-none", O_RDONLY), 0);
+    }
     const int null = open("/dev/null", O_RDWR);
     ASSERT_GE(null, 0);
     EXPECT_EQ(write(null, "x", 1), 1);
@@ -794,8 +805,9 @@ TEST_F(Pads, OtherFilesAreLeftAlone) {
 
 TEST_F(Pads, ControlRequestsAreChecked) {
     for (const auto* line : {"nonsense", "", "plug", "plug 0", "plug 99", "plug 1", "fault 1 nonsense", "fault 1 short",
-                             "fault 1 stall,on=nothing", "input 1 9 00", "input 1 0 0", "input 1 0 zz"})
+                             "fault 1 stall,on=nothing", "input 1 9 00", "input 1 0 0", "input 1 0 zz"}) {
         EXPECT_THROW(request(line), std::runtime_error) << line;
+    }
     EXPECT_NE(request("list").find("2 plugged port=1-2 "), std::string::npos);
 }
 
@@ -819,7 +831,8 @@ int run_as_child(const std::string& task, int interface) {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    if (argc == 3)
+    if (argc == 3) {
         return run_as_child(argv[1], std::stoi(argv[2]));
+    }
     return RUN_ALL_TESTS();
 }

@@ -45,8 +45,9 @@ constexpr std::size_t most_waiting = 4096;
 std::string state_of(int pad, const std::string& name) {
     const auto text = " " + on_pad("state", pad) + " ";
     const auto start = text.find(" " + name + "=");
-    if (start == std::string::npos)
+    if (start == std::string::npos) {
         return "none";
+    }
     const auto value = start + name.size() + 2;
     return text.substr(value, text.find(' ', value) - value);
 }
@@ -54,8 +55,9 @@ std::string state_of(int pad, const std::string& name) {
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds patience = 10s) {
     const auto deadline = Clock::now() + patience;
     while (!condition()) {
-        if (Clock::now() > deadline)
+        if (Clock::now() > deadline) {
             return false;
+        }
         usleep(1000);
     }
     return true;
@@ -67,16 +69,17 @@ bool has_finished(int pad) {
 
 std::uint64_t number_at(const Bytes& bytes, std::size_t offset, std::size_t size) {
     std::uint64_t number = 0;
-    for (std::size_t i = 0; i < size; ++i)
+    for (std::size_t i = 0; i < size; ++i) {
         number |= std::uint64_t{bytes.at(offset + i)} << 8 * i;
+    }
     return number;
 }
 
 struct Packet {
     explicit Packet(const Bytes& bytes)
-        : head(number_at(bytes, 0, 2)), x(number_at(bytes, 2, 2)), y(number_at(bytes, 4, 2)),
-          pressure(number_at(bytes, 6, 2)), number(number_at(bytes, 8, 4)),
-          sent(std::chrono::nanoseconds(number_at(bytes, 12, 8))) {}
+        : head{number_at(bytes, 0, 2)}, x{number_at(bytes, 2, 2)}, y{number_at(bytes, 4, 2)}, //
+          pressure{number_at(bytes, 6, 2)}, number{number_at(bytes, 8, 4)},                   //
+          sent{std::chrono::nanoseconds{number_at(bytes, 12, 8)}} {}
 
     std::uint64_t head;
     std::uint64_t x;
@@ -89,9 +92,10 @@ struct Packet {
 // A pad's endpoint for what it sends.
 class Source {
   public:
-    Source(int pad, int interface) : handle_(usb_.open(pad)), endpoint_(static_cast<unsigned char>(0x81 + interface)) {
-        if (!handle_)
+    Source(int pad, int interface) : handle_{usb_.open(pad)}, endpoint_{static_cast<unsigned char>(0x81 + interface)} {
+        if (!handle_) {
             throw std::runtime_error("pad " + std::to_string(pad) + " cannot be opened");
+        }
         libusb_set_auto_detach_kernel_driver(handle_.get(), 1);
         EXPECT_EQ(libusb_claim_interface(handle_.get(), interface), 0);
     }
@@ -100,7 +104,7 @@ class Source {
     virtual ~Source() = default;
 
     // Nothing when none comes in time.
-    virtual std::optional<Bytes> read(unsigned time_out) = 0;
+    virtual std::optional<Bytes> read(unsigned int time_out) = 0;
 
     std::vector<Packet> read_many(std::size_t count) {
         std::vector<Packet> packets;
@@ -117,8 +121,9 @@ class Source {
 
     // What was on its way has been read then.
     void drain() {
-        while (read(50))
+        while (read(50)) {
             ;
+        }
     }
 
   protected:
@@ -137,12 +142,13 @@ class Reports : public Source {
     explicit Reports(int pad, int interface = 0)
         : Source(pad, interface), report_size_(pad == strokes_pad ? oldest_report_size : report_size) {}
 
-    std::optional<Bytes> read(unsigned time_out) override {
+    std::optional<Bytes> read(unsigned int time_out) override {
         Bytes report(report_size_);
         int size = 0;
         if (libusb_interrupt_transfer(handle(), endpoint(), report.data(), static_cast<int>(report.size()), &size,
-                                      time_out) != 0)
+                                      time_out) != 0) {
             return std::nullopt;
+        }
         report.resize(static_cast<std::size_t>(size));
         return report;
     }
@@ -159,21 +165,24 @@ class Records : public Source {
     explicit Records(int pad) : Source(pad, 0) {}
 
     // Skips what is no pen data.
-    std::optional<Bytes> read(unsigned time_out) override {
+    std::optional<Bytes> read(unsigned int time_out) override {
         for (;;) {
             Bytes piece(4096);
             int size = 0;
-            if (libusb_bulk_transfer(handle(), endpoint(), piece.data(), 4096, &size, time_out) != 0)
+            if (libusb_bulk_transfer(handle(), endpoint(), piece.data(), 4096, &size, time_out) != 0) {
                 return std::nullopt;
+            }
             piece.resize(static_cast<std::size_t>(size));
             const Bytes token{0xaa, 0x55, 0x02};
-            if (piece.size() < 5 || !std::equal(token.begin(), token.end(), piece.begin()) || piece[3] < 0xc0)
+            if (piece.size() < 5 || !std::equal(token.begin(), token.end(), piece.begin()) || piece[3] < 0xc0) {
                 continue;
+            }
             Bytes record;
             for (std::size_t i = 4; i < piece.size(); ++i) {
                 record.push_back(piece[i]);
-                if (i > 4 && piece[i - 1] == 0xaa && piece[i] == 0x55)
+                if (i > 4 && piece[i - 1] == 0xaa && piece[i] == 0x55) {
                     ++i; // the escape
+                }
             }
             EXPECT_EQ(record.size(), (piece[3] & 0x3fU) + 1);
             return record;
@@ -189,8 +198,9 @@ class Records : public Source {
 };
 
 void expect_numbers(const std::vector<Packet>& packets, std::uint64_t first) {
-    for (std::size_t i = 0; i < packets.size(); ++i)
+    for (std::size_t i = 0; i < packets.size(); ++i) {
         ASSERT_EQ(packets[i].number, first + i);
+    }
 }
 
 class Pens : public pads::FreshPads {
@@ -207,8 +217,9 @@ TEST_F(Pens, SignatureIsDrawnPointByPoint) {
     EXPECT_TRUE(has_finished(strokes_pad));
     EXPECT_FALSE(reports.read(50)) << "once";
     std::vector<std::array<std::uint64_t, 5>> drawn;
-    for (const auto& packet : packets)
+    for (const auto& packet : packets) {
         drawn.push_back({packet.number, packet.head, packet.x, packet.y, packet.pressure});
+    }
     const std::vector<std::array<std::uint64_t, 5>> expected{
         {0, 0x0150, 10, 1000, 1},   {1, 0x0150, 20, 2000, 65535}, {2, 0x0050, 20, 2000, 0},
         {3, 0x0150, 30, 3000, 300}, {4, 0x0150, 40, 4000, 400},   {5, 0x0050, 40, 4000, 0},
@@ -247,7 +258,7 @@ class Rates : public Pens, public testing::WithParamInterface<std::tuple<int, in
 
 INSTANTIATE_TEST_SUITE_P(Both, Rates, testing::Combine(testing::Values(hid_pad, vcom_pad), testing::Values(500, 1500)),
                          [](const auto& test) {
-                             return std::string(std::get<0>(test.param) == hid_pad ? "hid" : "vcom") +
+                             return std::string{std::get<0>(test.param) == hid_pad ? "hid" : "vcom"} +
                                     std::to_string(std::get<1>(test.param));
                          });
 
@@ -255,10 +266,11 @@ TEST_P(Rates, PacketsComeInOrderAndTheirRateDoesNotDrift) {
     const int pad = std::get<0>(GetParam());
     const int rate = std::get<1>(GetParam());
     std::unique_ptr<Source> source;
-    if (pad == hid_pad)
+    if (pad == hid_pad) {
         source = std::make_unique<Reports>(pad, hid_interface);
-    else
+    } else {
         source = std::make_unique<Records>(pad);
+    }
     const auto count = static_cast<std::size_t>(2 * rate);
     on_pad("play", pad, std::to_string(count) + " " + std::to_string(rate));
     const auto packets = source->read_many(count);
@@ -269,9 +281,10 @@ TEST_P(Rates, PacketsComeInOrderAndTheirRateDoesNotDrift) {
     // A busy machine makes single packets late, all of them in a stretch only a drift does.
     const auto least_delay = [&](std::size_t first) {
         auto least = std::chrono::nanoseconds::max();
-        for (std::size_t i = first; i < first + count / 4; ++i)
+        for (std::size_t i = first; i < first + count / 4; ++i) {
             least = std::min(least, packets[i].sent - packets[0].sent -
                                         std::chrono::nanoseconds(std::chrono::seconds(i)) / rate);
+        }
         return least;
     };
     const auto drift = least_delay(count - count / 4) - least_delay(0);
@@ -284,8 +297,9 @@ TEST_F(Pens, LoopGoesOnUntilItIsStopped) {
     on_pad("play", strokes_pad, "loop 1000");
     const auto packets = reports.read_many(50);
     expect_numbers(packets, 0);
-    for (std::size_t i = 0; i < packets.size(); ++i)
+    for (std::size_t i = 0; i < packets.size(); ++i) {
         ASSERT_EQ(packets[i].x, (std::array{10U, 20U, 20U, 30U, 40U, 40U})[i % 6]);
+    }
     EXPECT_EQ(state_of(strokes_pad, "pen"), "playing");
     on_pad("stop", strokes_pad);
     EXPECT_EQ(state_of(strokes_pad, "pen"), "resting");
@@ -307,11 +321,13 @@ TEST_F(Pens, NewPlayingTakesTheOldOnesPlace) {
 }
 
 TEST_F(Pens, WrongRequestsAreRefused) {
-    for (const auto* wrong : {"0", "-1", "twice", "1000000001", "loop 0", "loop 100001", "once fast"})
+    for (const auto* wrong : {"0", "-1", "twice", "1000000001", "loop 0", "loop 100001", "once fast"}) {
         EXPECT_THROW(on_pad("play", hid_pad, wrong), std::runtime_error) << wrong;
+    }
     on_pad("unplug", hid_pad);
-    for (const auto* wrong : {"play", "stop"})
+    for (const auto* wrong : {"play", "stop"}) {
         EXPECT_THROW(on_pad(wrong, hid_pad), std::runtime_error) << wrong;
+    }
 }
 
 // ---- what the program switches, and what plays by itself ----
@@ -379,12 +395,14 @@ TEST_F(Pens, PadMayGoWhileItPlays) {
         Records records(looping_vcom);
         expect_numbers(reports.read_many(3), 0);
         expect_numbers(records.read_many(3), 0);
-        for (const int pad : {looping_pad, looping_vcom})
+        for (const int pad : {looping_pad, looping_vcom}) {
             on_pad("unplug", pad);
+        }
         EXPECT_EQ(state_of(looping_pad, "pen"), "none");
         EXPECT_FALSE(records.read(1000));
-        for (const int pad : {looping_pad, looping_vcom})
+        for (const int pad : {looping_pad, looping_vcom}) {
             on_pad("plug", pad);
+        }
     }
 }
 
@@ -406,7 +424,7 @@ TEST_F(Pens, HidapiReadsIt) {
 
 class Recordings : public Pens {
   protected:
-    Recordings() : file_(fs::temp_directory_path() / ("vxpad-recording-" + std::to_string(getpid()))) {}
+    Recordings() : file_{fs::temp_directory_path() / ("vxpad-recording-" + std::to_string(getpid()))} {}
     ~Recordings() override { fs::remove(file_); }
 
     void replay(int pad, const std::string& text) const {
@@ -470,7 +488,7 @@ TEST_F(Recordings, BrokenOnesAreRefused) {
             replay(hid_pad, text);
             ADD_FAILURE() << text.substr(0, 60);
         } catch (const std::runtime_error& error) {
-            EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
+            EXPECT_NE(std::string{error.what()}.find(message), std::string::npos) << error.what();
         }
     }
     EXPECT_EQ(state_of(hid_pad, "pen"), "resting");

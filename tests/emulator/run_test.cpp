@@ -25,8 +25,9 @@ using namespace std::chrono_literals;
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds patience = 10s) {
     const auto deadline = Clock::now() + patience;
     while (!condition()) {
-        if (Clock::now() > deadline)
+        if (Clock::now() > deadline) {
             return false;
+        }
         std::this_thread::sleep_for(1ms);
     }
     return true;
@@ -54,15 +55,17 @@ class Run : public testing::Test {
     // Everything in the directory for temporary files but what the test's own commands have written.
     std::vector<std::string> files() const {
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(directory_))
-            if (!entry.path().filename().string().starts_with("test-"))
+        for (const auto& entry : fs::directory_iterator(directory_)) {
+            if (!entry.path().filename().string().starts_with("test-")) {
                 names.push_back(entry.path());
+            }
+        }
         return names;
     }
 
     fs::path file(const std::string& name) const { return directory_ / ("test-" + name); }
     std::string content(const std::string& name) const {
-        std::ifstream stream(file(name));
+        std::ifstream stream{file(name)};
         return {std::istreambuf_iterator<char>(stream), {}};
     }
 
@@ -70,13 +73,15 @@ class Run : public testing::Test {
         std::vector<std::string> words{VXPAD_EMULATOR};
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> argv;
-        for (auto& word : words)
+        for (auto& word : words) {
             argv.push_back(word.data());
+        }
         argv.push_back(nullptr);
         const auto output = file("output").string();
         process_ = fork();
-        if (process_ != 0)
+        if (process_ != 0) {
             return;
+        }
         const int fd = open(output.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0600);
         dup2(fd, 1);
         dup2(fd, 2);
@@ -87,8 +92,9 @@ class Run : public testing::Test {
     // Its exit status; -1 when it was killed, -2 when it does not end.
     int finish() {
         int status = 0;
-        if (!eventually([&] { return waitpid(process_, &status, WNOHANG) == process_; }))
+        if (!eventually([&] { return waitpid(process_, &status, WNOHANG) == process_; })) {
             return -2;
+        }
         process_ = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
@@ -203,10 +209,12 @@ TEST_F(Run, KilledEmulatorTakesTheCommandAlong) {
 TEST_F(Run, RestIsQuiet) {
     start_script("touch $1/test-ready; sleep 1000");
     const auto switches = [&] {
-        std::ifstream status("/proc/" + std::to_string(process_) + "/status");
-        for (std::string line; std::getline(status, line);)
-            if (line.starts_with("voluntary_ctxt_switches:"))
+        std::ifstream status{"/proc/" + std::to_string(process_) + "/status"};
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("voluntary_ctxt_switches:")) {
                 return std::stol(line.substr(line.find(':') + 1));
+            }
+        }
         return -1L;
     };
     const auto before = switches();

@@ -82,12 +82,12 @@ class Link {
     virtual bool send(Bytes stream) = 0;
 
     // One read: a bulk transfer, or a report's 62 bytes; nothing after a failure.
-    virtual std::optional<Bytes> read(unsigned time_out) = 0;
+    virtual std::optional<Bytes> read(unsigned int time_out) = 0;
 };
 
 class VcomLink : public Link {
   public:
-    explicit VcomLink(int pad) : handle_(usb_.open(pad)) {}
+    explicit VcomLink(int pad) : handle_{usb_.open(pad)} {}
 
     libusb_device_handle* handle() const { return handle_.get(); }
     libusb_context* context() const { return usb_.context(); }
@@ -99,14 +99,15 @@ class VcomLink : public Link {
                sent == static_cast<int>(stream.size());
     }
 
-    std::optional<Bytes> read(unsigned time_out) override {
+    std::optional<Bytes> read(unsigned int time_out) override {
         Bytes data(4096);
-        if (read_into(data, time_out) != 0)
+        if (read_into(data, time_out) != 0) {
             return std::nullopt;
+        }
         return data;
     }
 
-    int read_into(Bytes& data, unsigned time_out) {
+    int read_into(Bytes& data, unsigned int time_out) {
         int size = 0;
         const int result =
             libusb_bulk_transfer(handle(), in_endpoint, data.data(), static_cast<int>(data.size()), &size, time_out);
@@ -121,28 +122,31 @@ class VcomLink : public Link {
 
 class HidLink : public Link {
   public:
-    explicit HidLink(int pad) : device_(hid_open_path(("1-" + std::to_string(pad) + ":1.0").c_str())) {}
+    explicit HidLink(int pad) : device_{hid_open_path(("1-" + std::to_string(pad) + ":1.0").c_str())} {}
 
     bool send(Bytes stream) override {
         for (std::size_t start = 0; start < stream.size(); start += 63) {
             const auto report = Bytes{0, 0xf8} + part(stream, start, std::min(start + 63, stream.size()));
-            if (!write(report))
+            if (!write(report)) {
                 return false;
+            }
         }
         return true;
     }
 
     // Asks again while there are only zeros.
-    std::optional<Bytes> read(unsigned time_out) override {
+    std::optional<Bytes> read(unsigned int time_out) override {
         const auto deadline = Clock::now() + std::chrono::milliseconds(time_out);
         do {
             Bytes request(65);
             request[1] = 0xf9;
-            if (!write(request))
+            if (!write(request)) {
                 return std::nullopt;
+            }
             const auto bytes = read_on();
-            if (!bytes || std::ranges::any_of(*bytes, [](unsigned char byte) { return byte != 0; }))
+            if (!bytes || std::ranges::any_of(*bytes, [](unsigned char byte) { return byte != 0; })) {
                 return bytes;
+            }
         } while (Clock::now() < deadline);
         return std::nullopt;
     }
@@ -151,8 +155,9 @@ class HidLink : public Link {
     std::optional<Bytes> read_on() {
         Bytes report(65);
         const int size = hid_get_feature_report(device_.get(), report.data(), report.size());
-        if (size != 65 || report[1] != 0xf9 || report[2] != 0)
+        if (size != 65 || report[1] != 0xf9 || report[2] != 0) {
             return std::nullopt;
+        }
         return part(report, 3, 65);
     }
 
@@ -170,14 +175,16 @@ class SspPads : public pads::FreshPads {
 };
 
 // The first bytes of what is read, as many as are expected; a HID pad's zeros may follow.
-std::string converse(Link& link, const Bytes& stream, std::size_t size, unsigned time_out = 2000) {
-    if (!link.send(stream))
+std::string converse(Link& link, const Bytes& stream, std::size_t size, unsigned int time_out = 2000) {
+    if (!link.send(stream)) {
         return "not sent";
+    }
     Bytes reply;
     while (reply.size() < size) {
         const auto more = link.read(time_out);
-        if (!more)
+        if (!more) {
             return hex(reply) + " and no more";
+        }
         reply = reply + *more;
     }
     return hex(part(reply, 0, size));
@@ -197,10 +204,11 @@ class SspPad : public SspPads, public testing::WithParamInterface<int> {
   protected:
     void SetUp() override {
         SspPads::SetUp();
-        if (pad() == vcom_pad)
+        if (pad() == vcom_pad) {
             link_ = std::make_unique<VcomLink>(pad());
-        else
+        } else {
             link_ = std::make_unique<HidLink>(pad());
+        }
     }
     void TearDown() override {
         link_.reset();
@@ -253,14 +261,15 @@ TEST_P(SspPad, RequestMayBeCutAnywhere) {
 }
 
 TEST_P(SspPad, MarkersInMessagesAreEscaped) {
-    const auto key = std::string("\x55key\xaa");
-    auto stream = variable_request(0x14, key, std::string("1\xaa\x55\xaa\x55\xaa"));
+    const auto key = std::string{"\x55key\xaa"};
+    auto stream = variable_request(0x14, key, std::string{"1\xaa\x55\xaa\x55\xaa"});
     std::size_t escapes = 0;
-    for (std::size_t i = 3; i + 1 < stream.size(); ++i)
+    for (std::size_t i = 3; i + 1 < stream.size(); ++i) {
         if (stream[i] == 0xaa && stream[i + 1] == 0x55) {
             stream.insert(stream.begin() + static_cast<std::ptrdiff_t>(i) + 2, 0x00);
             ++escapes;
         }
+    }
     EXPECT_EQ(escapes, 2U);
     EXPECT_EQ(ask(stream, 8), "aa55020201001401");
     EXPECT_NE(on_pad("log", pad()).find("31aa55aa55aa00"), std::string::npos) << "taken as it was meant";
@@ -320,8 +329,9 @@ TEST_P(SspPad, PenDataComesWhileItIsOn) {
     ASSERT_TRUE(link().send(request_of(1, 0x11, 0)));
     const auto state = on_pad("ssp", pad());
     EXPECT_TRUE(state.starts_with("biodata=0 ")) << state;
-    while (link().read(30)) // what was on its way
+    while (link().read(30)) { // what was on its way
         ;
+    }
     EXPECT_EQ(on_pad("ssp", pad()), state) << "30 ms without a record";
 }
 
@@ -411,7 +421,7 @@ TEST_P(SspPad, JunkComesForEver) {
 }
 
 TEST_F(SspPads, SplitReplyComesInPieces) {
-    VcomLink vcom(vcom_pad);
+    VcomLink vcom{vcom_pad};
     on_pad("fault", vcom_pad, "split=5,count=1");
     ASSERT_TRUE(vcom.send(components_request));
     for (const std::size_t start : {0U, 5U, 10U}) {
@@ -419,13 +429,13 @@ TEST_F(SspPads, SplitReplyComesInPieces) {
         ASSERT_TRUE(piece);
         EXPECT_EQ(hex(*piece), hex(part(components_reply, start, std::min(start + 5, components_reply.size()))));
     }
-    HidLink hid(hid_pad);
+    HidLink hid{hid_pad};
     on_pad("fault", hid_pad, "split=5,count=1");
     EXPECT_EQ(converse(hid, components_request, 6), hex(part(components_reply, 0, 5)) + "00");
 }
 
 TEST_F(SspPads, MessageCanBeCutAtEveryByte) {
-    VcomLink link(vcom_pad);
+    VcomLink link{vcom_pad};
     for (std::size_t size = 1; size < components_reply.size(); ++size) {
         on_pad("fault", vcom_pad, "cut=" + std::to_string(size) + ",count=1");
         ASSERT_TRUE(link.send(components_request));
@@ -437,14 +447,15 @@ TEST_F(SspPads, MessageCanBeCutAtEveryByte) {
 
 TEST_F(SspPads, FaultsStrikeOnlyWhereTheyCan) {
     for (const auto* fault : {"drop,on=bulk-in", "stall,on=ssp", "split=0", "cut", "replace=0", "merge=1",
-                              "short=1,on=pen", "noise=1,on=any", "drop,seed=1"})
+                              "short=1,on=pen", "noise=1,on=any", "drop,seed=1"}) {
         EXPECT_THROW(on_pad("fault", vcom_pad, fault), std::runtime_error) << fault;
+    }
 }
 
 // ---- HID pads ----
 
 TEST_F(SspPads, LongReplyIsReadOnWithoutAnotherRequest) {
-    HidLink link(hid_pad);
+    HidLink link{hid_pad};
     on_pad("send", hid_pad, hex(Bytes(70, 0x11)));
     on_pad("send", hid_pad, "22");
     const auto first = link.read(2000);
@@ -456,7 +467,7 @@ TEST_F(SspPads, LongReplyIsReadOnWithoutAnotherRequest) {
 }
 
 TEST_F(SspPads, PadWithoutSspHasAnEmptyStream) {
-    HidLink link(silent_pad);
+    HidLink link{silent_pad};
     ASSERT_TRUE(link.send(components_request)) << "a refused report like any other";
     EXPECT_FALSE(link.read(30));
     EXPECT_THROW(on_pad("ssp", silent_pad), std::runtime_error);
@@ -465,7 +476,7 @@ TEST_F(SspPads, PadWithoutSspHasAnEmptyStream) {
 // ---- VCOM pads ----
 
 TEST_F(SspPads, VcomPadShowsAVendorInterfaceWithTwoBulkEndpoints) {
-    VcomLink link(vcom_pad);
+    VcomLink link{vcom_pad};
     ASSERT_NE(link.handle(), nullptr);
     libusb_config_descriptor* configuration = nullptr;
     ASSERT_EQ(libusb_get_config_descriptor(libusb_get_device(link.handle()), 0, &configuration), 0);
@@ -485,20 +496,20 @@ TEST_F(SspPads, VcomPadShowsAVendorInterfaceWithTwoBulkEndpoints) {
 }
 
 TEST_F(SspPads, NamedPadHasItsMakersNameAndOtherIds) {
-    VcomLink named(failing_pad);
-    VcomLink other(vcom_pad);
+    VcomLink named{failing_pad};
+    VcomLink other{vcom_pad};
     libusb_device_descriptor descriptor{};
     libusb_device_descriptor other_descriptor{};
     libusb_get_device_descriptor(libusb_get_device(named.handle()), &descriptor);
     libusb_get_device_descriptor(libusb_get_device(other.handle()), &other_descriptor);
     EXPECT_NE(descriptor.idVendor, other_descriptor.idVendor);
     unsigned char maker[64] = {};
-    EXPECT_GT(libusb_get_string_descriptor_ascii(named.handle(), descriptor.iManufacturer, maker, sizeof(maker)), 0);
+    EXPECT_GT(libusb_get_string_descriptor_ascii(named.handle(), descriptor.iManufacturer, maker, sizeof maker), 0);
     EXPECT_STREQ(reinterpret_cast<const char*>(maker), "Quillon Ltd");
 }
 
 TEST_F(SspPads, FixedCommandsTravelInLegacyMessages) {
-    VcomLink link(vcom_pad);
+    VcomLink link{vcom_pad};
     const auto write = [&](Bytes report) {
         report.resize(64);
         return link.send(start_of_frame + Bytes{0xbf} + report);
@@ -514,7 +525,7 @@ TEST_F(SspPads, FixedCommandsTravelInLegacyMessages) {
 }
 
 TEST_F(SspPads, ConfigurationCanFail) {
-    VcomLink link(failing_pad);
+    VcomLink link{failing_pad};
     const auto set = variable_request(0x14, "some.key", "1");
     EXPECT_EQ(converse(link, set, 8), "aa55020201001401");
     EXPECT_EQ(converse(link, state_request, 9).substr(12), "100104");
@@ -522,7 +533,7 @@ TEST_F(SspPads, ConfigurationCanFail) {
 }
 
 TEST_F(SspPads, ManyComponentsAndModesAreListed) {
-    VcomLink link(failing_pad);
+    VcomLink link{failing_pad};
     const auto components = converse(link, components_request, 3 + 3 + 3 + 200);
     EXPECT_EQ(components.substr(0, 18), "aa550200ca001001c8");
     EXPECT_EQ(components.substr(18, 8), "050b0301");
@@ -534,7 +545,7 @@ TEST_F(SspPads, ManyComponentsAndModesAreListed) {
 }
 
 TEST_F(SspPads, LongReadEndsWithThePiece) {
-    VcomLink link(vcom_pad);
+    VcomLink link{vcom_pad};
     on_pad("send", vcom_pad, hex(Bytes(128, 0x11)));
     on_pad("send", vcom_pad, hex(Bytes(70, 0x22)));
     EXPECT_EQ(link.read(2000), Bytes(128, 0x11)) << "an empty packet ends it";
@@ -552,16 +563,16 @@ TEST_F(SspPads, LongReadEndsWithThePiece) {
 }
 
 TEST_F(SspPads, BytesWakeAWaitingRead) {
-    VcomLink link(vcom_pad);
+    VcomLink link{vcom_pad};
     Bytes data(64);
     EXPECT_EQ(link.read_into(data, 30), LIBUSB_ERROR_TIMEOUT) << "and it takes nothing of what comes later";
-    std::thread sender([] { on_pad("send", vcom_pad, "01"); });
+    std::thread sender{[] { on_pad("send", vcom_pad, "01"); }};
     EXPECT_EQ(link.read(5000), Bytes{0x01});
     sender.join();
 }
 
 TEST_F(SspPads, WaitingReadsAreServedInTurn) {
-    const VcomLink link(vcom_pad);
+    const VcomLink link{vcom_pad};
     struct Read {
         unsigned char data[64] = {};
         int size = -1;
@@ -578,7 +589,7 @@ TEST_F(SspPads, WaitingReadsAreServedInTurn) {
         read.completed = 1;
     };
     for (auto& read : reads) {
-        libusb_fill_bulk_transfer(read.transfer, link.handle(), in_endpoint, read.data, sizeof(read.data), callback,
+        libusb_fill_bulk_transfer(read.transfer, link.handle(), in_endpoint, read.data, sizeof read.data, callback,
                                   &read, 0);
         ASSERT_EQ(libusb_submit_transfer(read.transfer), 0);
     }
@@ -587,8 +598,9 @@ TEST_F(SspPads, WaitingReadsAreServedInTurn) {
     on_pad("send", vcom_pad, "0203");
     for (auto& read : reads) {
         timeval patience{5, 0};
-        while (read.completed == 0)
+        while (read.completed == 0) {
             ASSERT_EQ(libusb_handle_events_timeout_completed(link.context(), &patience, &read.completed), 0);
+        }
     }
     EXPECT_EQ(reads[0].size, 1);
     EXPECT_EQ(reads[1].status, LIBUSB_TRANSFER_CANCELLED);
@@ -597,15 +609,16 @@ TEST_F(SspPads, WaitingReadsAreServedInTurn) {
 }
 
 TEST_F(SspPads, BulkTransfersHaveFaults) {
-    VcomLink link(vcom_pad);
+    VcomLink link{vcom_pad};
     Bytes data(64);
-    const auto read = [&](const std::string& fault, unsigned time_out) {
+    const auto read = [&](const std::string& fault, unsigned int time_out) {
         on_pad("fault", vcom_pad, fault + ",on=bulk-in,count=1");
         data.resize(64);
         return link.read_into(data, time_out);
     };
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         on_pad("send", vcom_pad, "010203");
+    }
     EXPECT_EQ(read("stall", 2000), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(libusb_clear_halt(link.handle(), in_endpoint), 0);
     EXPECT_EQ(read("silence", 30), LIBUSB_ERROR_TIMEOUT);
@@ -630,10 +643,11 @@ TEST_F(SspPads, BulkTransfersHaveFaults) {
 
 TEST_F(SspPads, PadIsPulledOutAtTheNthBulkTransfer) {
     for (int transfers = 0; transfers < 4; ++transfers) {
-        VcomLink link(vcom_pad);
+        VcomLink link{vcom_pad};
         on_pad("fault", vcom_pad, "unplug,on=bulk,count=1,after=" + std::to_string(transfers));
-        for (int i = 0; i < transfers / 2; ++i)
+        for (int i = 0; i < transfers / 2; ++i) {
             ASSERT_EQ(converse(link, components_request), hex(components_reply));
+        }
         EXPECT_EQ(link.send(components_request), transfers % 2 == 1);
         Bytes data(64);
         EXPECT_EQ(link.read_into(data, 2000), LIBUSB_ERROR_NO_DEVICE);
@@ -643,42 +657,45 @@ TEST_F(SspPads, PadIsPulledOutAtTheNthBulkTransfer) {
 }
 
 TEST_F(SspPads, UnplugEndsAWaitingBulkRead) {
-    VcomLink link(vcom_pad);
+    VcomLink link{vcom_pad};
     ASSERT_TRUE(link.send(request_of(1, 0x11, 1))); // with pen data on its way, too
     ASSERT_TRUE(link.send(request_of(1, 0x11, 0)));
-    while (link.read(30))
+    while (link.read(30)) {
         ;
+    }
     std::atomic<bool> begun = false;
-    std::thread reader([&] {
+    std::thread reader{[&] {
         Bytes data(64);
         begun = true;
         const auto start = Clock::now();
         EXPECT_EQ(link.read_into(data, 10000), LIBUSB_ERROR_NO_DEVICE);
         EXPECT_LT(Clock::now() - start, 5s);
-    });
-    while (!begun)
+    }};
+    while (!begun) {
         std::this_thread::yield();
+    }
     on_pad("unplug", vcom_pad);
     reader.join();
 }
 
 TEST_F(SspPads, PadMayBePulledOutWhileEverythingIsUnderWay) {
-    VcomLink link(vcom_pad);
+    VcomLink link{vcom_pad};
     on_pad("fault", vcom_pad, "delay-reply=20");
     ASSERT_TRUE(link.send(request_of(1, 0x11, 1)));
     ASSERT_TRUE(link.send(components_request));
     on_pad("unplug", vcom_pad);
     on_pad("clear-faults", vcom_pad);
     on_pad("plug", vcom_pad);
-    VcomLink again(vcom_pad);
+    VcomLink again{vcom_pad};
     EXPECT_FALSE(again.read(50)) << "nothing of the pad that has gone";
     EXPECT_EQ(converse(again, components_request), hex(components_reply));
 }
 
 TEST_F(SspPads, WaitingPenDataIsBounded) {
-    VcomLink link(failing_pad);
-    for (int i = 0; i < 4100; ++i)
+    VcomLink link{failing_pad};
+    for (int i = 0; i < 4100; ++i) {
         on_pad("pen", failing_pad, "01");
+    }
     EXPECT_NE(on_pad("ssp", failing_pad).find(" pen-lost=4 "), std::string::npos);
     EXPECT_EQ(link.read(2000), start_of_frame + Bytes({0xc0, 0x01}));
 }

@@ -29,8 +29,9 @@ bool tells(const std::string& text, const std::string& what) {
 
 Bytes frame(std::uint32_t number, unsigned char filling = 0) {
     Bytes bytes{'u', 'p', 'l', 'd'};
-    for (int shift = 0; shift < 32; shift += 8)
+    for (int shift = 0; shift < 32; shift += 8) {
         bytes.push_back(static_cast<unsigned char>(number >> shift));
+    }
     bytes.resize(64, filling);
     return bytes;
 }
@@ -38,7 +39,7 @@ Bytes frame(std::uint32_t number, unsigned char filling = 0) {
 class Interface {
   public:
     Interface(int pad, int interface)
-        : device_(hid_open_path(("1-" + std::to_string(pad) + ":1." + std::to_string(interface)).c_str())) {}
+        : device_{hid_open_path(("1-" + std::to_string(pad) + ":1." + std::to_string(interface)).c_str())} {}
 
     void write(Bytes report) const {
         report.insert(report.begin(), 0);
@@ -58,25 +59,29 @@ class Uploads : public pads::FreshPads {
 TEST_F(Uploads, CompleteOneOverAllInterfacesHasNoGap) {
     constexpr std::uint32_t count = 3000;
     std::vector<std::thread> threads;
-    for (unsigned i = 0; i < 3; ++i)
+    for (unsigned int i = 0; i < 3; ++i) {
         threads.emplace_back([i] {
-            const Interface interface(hid_pad, static_cast<int>(i));
-            for (std::uint32_t number = i; number < count; number += 3)
-                interface.write(frame(number, static_cast<unsigned char>(number)));
+            const Interface only{hid_pad, static_cast<int>(i)};
+            for (std::uint32_t number = i; number < count; number += 3) {
+                only.write(frame(number, static_cast<unsigned char>(number)));
+            }
         });
-    for (auto& thread : threads)
+    }
+    for (auto& thread : threads) {
         thread.join();
+    }
     const auto text = on_pad("uploads", hid_pad);
     EXPECT_TRUE(text.starts_with("received=3000 bytes=192000 sizes=64:3000 ")) << text;
     EXPECT_NE(text.find(" numbered=3000 gaps=0 duplicates=0 "), std::string::npos) << text;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_NE(text.find("\ninterface " + std::to_string(i) + " received=1000 out-of-order=0"), std::string::npos)
             << text;
+    }
 }
 
 TEST_F(Uploads, GapsDuplicatesAndDisorderAreCounted) {
-    const Interface first(hid_pad, 0);
-    const Interface second(hid_pad, 1);
+    const Interface first{hid_pad, 0};
+    const Interface second{hid_pad, 1};
     const auto counts = [] {
         const auto text = on_pad("uploads", hid_pad);
         const auto start = text.find("numbered=");
@@ -108,8 +113,8 @@ TEST_F(Uploads, GapsDuplicatesAndDisorderAreCounted) {
 }
 
 TEST_F(Uploads, ChecksumIsTheSumOfTheReportsChecksums) {
-    const Interface first(hid_pad, 0);
-    const Interface second(hid_pad, 1);
+    const Interface first{hid_pad, 0};
+    const Interface second{hid_pad, 1};
     const Bytes text{'1', '2', '3', '4', '5', '6', '7', '8', '9'};
     first.write(text);
     EXPECT_TRUE(tells(on_pad("uploads", hid_pad), "checksum=cbf43926"));
@@ -129,25 +134,25 @@ TEST_F(Uploads, ChecksumIsTheSumOfTheReportsChecksums) {
 }
 
 TEST_F(Uploads, CommandsAreNoUpload) {
-    const Interface interface(hid_pad, 0);
+    const Interface only{hid_pad, 0};
     const std::vector<Bytes> commands{
         {0x01, 6, 2}, {0x11}, {0x27}, {0x65, 1, 0, 2, 0, 3, 0, 4, 0, 1, 2, 3, 4}, {0xf9}, {0xf8, 0xaa, 0x55}};
     for (auto command : commands) {
         command.resize(64);
-        interface.write(command);
+        only.write(command);
     }
     EXPECT_TRUE(on_pad("uploads", hid_pad).starts_with("received=0 "));
     // What only begins like one is data.
     for (auto command : commands) {
         command.resize(63);
         command.push_back(1);
-        interface.write(command);
+        only.write(command);
     }
     EXPECT_TRUE(on_pad("uploads", hid_pad).starts_with("received=5 ")) << "all but the piece of the stream";
     EXPECT_TRUE(tells(on_pad("state", hid_pad), "mode=6"));
     EXPECT_TRUE(tells(on_pad("state", hid_pad), "rectangle=1,2,3,4,67305985"));
 
-    const Interface oldest(oldest_pad, 0);
+    const Interface oldest{oldest_pad, 0};
     oldest.write(Bytes(64, 0x01));
     oldest.write(Bytes(64, 0xf8));
     EXPECT_TRUE(on_pad("uploads", oldest_pad).starts_with("received=2 "));
@@ -155,8 +160,8 @@ TEST_F(Uploads, CommandsAreNoUpload) {
 
 TEST_F(Uploads, CountsOutliveTheUnplugUntilTheNextPlug) {
     {
-        const Interface interface(hid_pad, 2);
-        interface.write(frame(0));
+        const Interface only{hid_pad, 2};
+        only.write(frame(0));
     }
     on_pad("unplug", hid_pad);
     EXPECT_TRUE(tells(on_pad("uploads", hid_pad), "numbered=1"));
@@ -170,10 +175,11 @@ TEST_F(Uploads, VcomPadCountsLegacyMessages) {
     libusb_device** list = nullptr;
     const auto count = libusb_get_device_list(context, &list);
     libusb_device_handle* handle = nullptr;
-    for (ssize_t i = 0; i < count; ++i)
+    for (ssize_t i = 0; i < count; ++i) {
         if (libusb_get_port_number(list[i]) == vcom_pad) {
             EXPECT_EQ(libusb_open(list[i], &handle), 0);
         }
+    }
     libusb_free_device_list(list, 1);
     ASSERT_NE(handle, nullptr);
     for (const std::uint32_t number : {0U, 1U, 2U, 4U}) {
