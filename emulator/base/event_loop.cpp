@@ -8,20 +8,6 @@
 
 namespace emulator {
 
-void Fd::reset() {
-    if (fd_ >= 0) {
-        ::close(fd_);
-    }
-    fd_ = -1;
-}
-
-int check(int result, const char* what) {
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-    return result;
-}
-
 EventLoop::EventLoop()
     : epoll_{check(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")},
       timer_{check(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")} {

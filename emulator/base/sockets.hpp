@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/event_loop.hpp"
+#include "base/fd.hpp"
 
 #include <string>
 

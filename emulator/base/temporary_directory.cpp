@@ -35,7 +35,7 @@ Fd lock(const fs::path& directory, int how) {
     return fd && ::flock(fd.get(), LOCK_EX | how) == 0 ? std::move(fd) : Fd();
 }
 
-bool is_left_over(const fs::path& path) {
+bool is_left_over(const fs::path& path, const char* mark) {
     const auto name = path.filename().string();
     if (!name.starts_with(prefix) || name.size() != prefix.size() + pattern.size()) {
         return false;
@@ -44,16 +44,16 @@ bool is_left_over(const fs::path& path) {
     struct stat status {};
     std::error_code ignored;
     return held && ::fstat(held.get(), &status) == 0 && status.st_uid == ::geteuid() &&
-           status.st_mtime < std::time(nullptr) - youngest_left_over && fs::is_socket(path / "usbfs", ignored);
+           status.st_mtime < std::time(nullptr) - youngest_left_over && fs::is_socket(path / mark, ignored);
 }
 
 } // namespace
 
-TemporaryDirectory::TemporaryDirectory() {
+TemporaryDirectory::TemporaryDirectory(const char* mark) {
     const auto place = parent();
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(place, ignored)) { // of emulators that were killed
-        if (is_left_over(entry.path())) {
+        if (is_left_over(entry.path(), mark)) {
             fs::remove_all(entry.path(), ignored);
         }
     }

@@ -1,7 +1,7 @@
 // A private directory that is gone with its owner.
 #pragma once
 
-#include "base/event_loop.hpp"
+#include "base/fd.hpp"
 
 #include <filesystem>
 
@@ -9,7 +9,9 @@ namespace emulator {
 
 class TemporaryDirectory {
   public:
-    TemporaryDirectory();
+    // Removes first what an earlier one has left over that was killed. `mark` is a socket that the owner puts into it,
+    // so that nobody else's directory is taken for one of these.
+    explicit TemporaryDirectory(const char* mark);
     ~TemporaryDirectory();
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;

@@ -1,6 +1,6 @@
 #include "base/text_file.hpp"
 
-#include "base/event_loop.hpp"
+#include "base/fd.hpp"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,8 @@
 // Asks the emulator for something from inside a program that it has started; for tests.
 #pragma once
 
+#include "control_variable.hpp"
+
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -17,7 +19,7 @@ namespace emulator {
 
 // Whether this program runs under the emulator.
 inline bool is_running() {
-    return std::getenv("VXPAD_EMULATOR_CONTROL") != nullptr;
+    return std::getenv(control_variable) != nullptr;
 }
 
 // Sends one request line; returns the reply's text after "ok". Throws std::runtime_error on an error reply, without
@@ -33,7 +35,7 @@ inline std::string request(std::string_view line, std::chrono::milliseconds pati
     const auto fail = [&](const std::string& why) {
         throw std::runtime_error("emulator, " + std::string{line} + ": " + why);
     };
-    const char* path = std::getenv("VXPAD_EMULATOR_CONTROL");
+    const char* path = std::getenv(control_variable);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path == nullptr || std::strlen(path) >= sizeof address.sun_path) {

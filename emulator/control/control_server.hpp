@@ -2,33 +2,31 @@
 #pragma once
 
 #include "base/event_loop.hpp"
-#include "usb/bus.hpp"
+#include "base/fd.hpp"
 
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace emulator {
 
 class ControlServer {
   public:
-    ControlServer(EventLoop& loop, Bus& bus, std::string socket_path);
+    using Answer = std::function<std::string(std::string_view request)>;
+
+    ControlServer(EventLoop& loop, std::string socket_path, Answer answer);
     ~ControlServer();
     ControlServer(const ControlServer&) = delete;
     ControlServer& operator=(const ControlServer&) = delete;
 
-    // "ok", perhaps with text after a blank, or "error " and what is wrong; may have several lines.
-    std::string answer(std::string_view request);
-
   private:
-    struct Command;
     struct Client {
         Fd socket;
         std::string received;
         std::string unsent;
     };
-    using Words = std::vector<std::string>;
 
     void accept_client();
     void on_event(int fd, std::uint32_t events);
@@ -36,30 +34,9 @@ class ControlServer {
     bool flush(Client& client);
     void drop(int fd);
 
-    std::string list(const Words&);
-    std::string plug(const Words& words);
-    std::string unplug(const Words& words);
-    std::string fault(const Words& words);
-    std::string clear_faults(const Words& words);
-    std::string input(const Words& words);
-    std::string log(const Words& words);
-    std::string state(const Words& words);
-    std::string ssp(const Words& words);
-    std::string button(const Words& words);
-    std::string pen(const Words& words);
-    std::string send(const Words& words);
-    std::string play(const Words& words);
-    std::string stop(const Words& words);
-    std::string replay(const Words& words);
-    std::string uploads(const Words& words);
-    std::string reset_uploads(const Words& words);
-    Port& port(const Words& words);
-    Port& plugged_port(const Words& words);
-    SspPad& ssp_pad(const Words& words);
-
     EventLoop& loop_;
-    Bus& bus_;
     std::string path_;
+    Answer answer_;
     Fd listener_;
     std::map<int, Client> clients_;
 };

@@ -9,9 +9,8 @@
 
 #include <stdint.h>
 
-#define VXPAD_ENV_USBFS "VXPAD_EMULATOR_USBFS"     /* path of the emulator's socket */
-#define VXPAD_ENV_CONTROL "VXPAD_EMULATOR_CONTROL" /* path of the control socket */
-#define VXPAD_ENV_TESTBED "UMOCKDEV_DIR"           /* root of the tree that stands in for /sys and /dev */
+#define VXPAD_ENV_USBFS "VXPAD_EMULATOR_USBFS" /* path of the emulator's socket */
+#define VXPAD_ENV_TESTBED "UMOCKDEV_DIR"       /* root of the tree that stands in for /sys and /dev */
 
 enum usbfs_operation {
     usbfs_open,       /* interface: bus, argument: address; passes two descriptors: completions, pipe */

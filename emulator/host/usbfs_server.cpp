@@ -2,7 +2,6 @@
 
 #include "base/sockets.hpp"
 #include "host/usbfs_protocol.h"
-#include "usb/usb_descriptors.hpp"
 
 #include <algorithm>
 #include <array>
@@ -186,7 +185,10 @@ class UsbfsServer::OpenFile {
     int claim_interface(unsigned int interface);
     int check_claim(unsigned int interface);
     int check_control(const SetupPacket& setup);
-    std::optional<unsigned int> interface_of(std::uint8_t endpoint) const;
+    // Rather one that this file has claimed.
+    std::optional<unsigned int> interface_of(std::uint8_t endpoint) const {
+        return port_->device->interface_of(endpoint, claimed_);
+    }
     bool exists(unsigned int interface) const { return interface < port_->device->interfaces(); }
     std::vector<bool>& kernel_driver() const { return server_.kernel_driver_[port_->number - 1]; }
 
@@ -428,21 +430,6 @@ int UsbfsServer::OpenFile::check_control(const SetupPacket& setup) {
     default:
         return 0;
     }
-}
-
-// Of the interfaces that share an endpoint address, rather one that this file has claimed.
-std::optional<unsigned int> UsbfsServer::OpenFile::interface_of(std::uint8_t endpoint) const {
-    for (const auto interface : claimed_) {
-        if (has_endpoint(port_->settings, interface, endpoint)) {
-            return interface;
-        }
-    }
-    for (unsigned int interface = 0; exists(interface); ++interface) {
-        if (has_endpoint(port_->settings, interface, endpoint)) {
-            return interface;
-        }
-    }
-    return std::nullopt;
 }
 
 int UsbfsServer::OpenFile::submit(const usbfs_request& request) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "base/event_loop.hpp"
+#include "base/fd.hpp"
+#include "host/surroundings.hpp"
 
 #include <optional>
 #include <string>
@@ -9,11 +11,6 @@
 #include <vector>
 
 namespace emulator {
-
-struct Surroundings {
-    std::string preload_libraries; // for LD_PRELOAD, separated by colons
-    std::vector<std::pair<std::string, std::string>> variables;
-};
 
 class Command {
   public:

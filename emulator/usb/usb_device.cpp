@@ -99,6 +99,20 @@ UsbDevice::Bytes UsbDevice::descriptors() const {
     return bytes;
 }
 
+std::optional<unsigned int> UsbDevice::interface_of(std::uint8_t endpoint,
+                                                    const std::set<unsigned int>& preferred) const {
+    const auto has_it = [&](unsigned int interface) { return has_endpoint(settings(), interface, endpoint); };
+    if (const auto found = std::ranges::find_if(preferred, has_it); found != preferred.end()) {
+        return *found;
+    }
+    for (unsigned int interface = 0; interface < interfaces(); ++interface) {
+        if (has_it(interface)) {
+            return interface;
+        }
+    }
+    return std::nullopt;
+}
+
 UsbDevice::Lane& UsbDevice::lane_of(const Transfer& transfer) {
     if (transfer.endpoint == 0) {
         return control_;

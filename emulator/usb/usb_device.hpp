@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <vector>
 
@@ -59,6 +60,10 @@ class UsbDevice {
 
     // The device descriptor, then the configuration.
     Bytes descriptors() const;
+
+    // The interface that has this endpoint: rather a `preferred` one, for the interfaces of a pad with many share
+    // addresses. Nothing: there is no such endpoint, and nothing may be submitted to it.
+    std::optional<unsigned int> interface_of(std::uint8_t endpoint, const std::set<unsigned int>& preferred = {}) const;
 
     // Transfers of one lane (the control endpoint, an interface's input, a bulk endpoint) are served one after the
     // other.
