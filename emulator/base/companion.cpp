@@ -1,6 +1,7 @@
 #include "base/companion.hpp"
 
 #include <stdexcept>
+#include <string>
 
 namespace emulator {
 

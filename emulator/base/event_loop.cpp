@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace emulator {

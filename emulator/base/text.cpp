@@ -1,7 +1,10 @@
 #include "base/text.hpp"
 
+#include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <stdexcept>
+#include <system_error>
 
 namespace emulator {
 

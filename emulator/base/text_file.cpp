@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <fcntl.h>
 #include <stdexcept>
 #include <string>

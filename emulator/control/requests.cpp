@@ -1,11 +1,27 @@
 #include "control/requests.hpp"
 
 #include "base/text.hpp"
+#include "pad/faults.hpp"
+#include "pad/pad_model.hpp"
+#include "pad/pad_settings.hpp"
+#include "pad/pen_player.hpp"
+#include "pad/recording.hpp"
+#include "pad/ssp_outbox.hpp"
+#include "pad/ssp_pad.hpp"
+#include "pad/ssp_stream.hpp"
+#include "pad/transfer_log.hpp"
+#include "pad/upload_tally.hpp"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace emulator {
 

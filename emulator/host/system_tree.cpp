@@ -1,13 +1,18 @@
 #include "host/system_tree.hpp"
 
+#include "usb/usb_device.hpp"
+
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <string_view>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace emulator {

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "base/event_loop.hpp"
+#include "base/fd.hpp"
 #include "usb/bus.hpp"
 
 #include <deque>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <string>
 
 namespace emulator {

@@ -2,12 +2,16 @@
 
 #include "base/sockets.hpp"
 #include "host/usbfs_protocol.h"
+#include "pad/pad_settings.hpp"
+#include "usb/usb_device.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <linux/usbdevice_fs.h>
 #include <optional>
 #include <set>
@@ -16,6 +20,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <unordered_map>
+#include <utility>
 
 namespace emulator {
 

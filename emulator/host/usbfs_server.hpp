@@ -2,9 +2,9 @@
 #pragma once
 
 #include "base/event_loop.hpp"
+#include "base/fd.hpp"
 #include "usb/bus.hpp"
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>

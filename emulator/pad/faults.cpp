@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <stdexcept>
+#include <string>
 
 namespace emulator {
 

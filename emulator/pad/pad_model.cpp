@@ -1,7 +1,5 @@
 #include "pad/pad_model.hpp"
 
-#include "base/text.hpp"
-
 #include <algorithm>
 
 namespace emulator {

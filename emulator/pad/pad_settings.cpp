@@ -7,6 +7,7 @@
 #include <set>
 #include <span>
 #include <stdexcept>
+#include <utility>
 
 #include VXPADCOM_USB_IDS_FILE
 

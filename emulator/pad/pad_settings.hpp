@@ -4,6 +4,7 @@
 #include "pad/signature.hpp"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>

@@ -4,12 +4,14 @@
 #include "base/event_loop.hpp"
 #include "pad/pad_settings.hpp"
 #include "pad/recording.hpp"
+#include "pad/signature.hpp"
 
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace emulator {

@@ -4,6 +4,8 @@
 #include "base/text_file.hpp"
 
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 namespace emulator {
 

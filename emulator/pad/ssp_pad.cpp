@@ -1,9 +1,11 @@
 #include "pad/ssp_pad.hpp"
 
-#include "base/text.hpp"
+#include "pad/pad_settings.hpp"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <utility>
 
 namespace emulator {
 

@@ -3,6 +3,7 @@
 #include "base/text.hpp"
 
 #include <algorithm>
+#include <array>
 
 namespace emulator {
 

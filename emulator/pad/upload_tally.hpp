@@ -1,7 +1,6 @@
 // What came of an upload: the reports that are no command, over all interfaces.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>

@@ -1,13 +1,14 @@
 #include "program/command.hpp"
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <string_view>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>

@@ -5,9 +5,9 @@
 #include "base/fd.hpp"
 #include "host/surroundings.hpp"
 
-#include <optional>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace emulator {

@@ -5,7 +5,10 @@
 #include "control/control_server.hpp"
 #include "control/control_variable.hpp"
 #include "control/requests.hpp"
+#include "host/surroundings.hpp"
 #include "host/usbfs_host.hpp"
+#include "pad/faults.hpp"
+#include "pad/pad_settings.hpp"
 #include "pad/signature.hpp"
 #include "program/command.hpp"
 #include "program/options.hpp"
@@ -17,6 +20,9 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace {
 

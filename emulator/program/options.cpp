@@ -2,7 +2,9 @@
 
 #include "base/text.hpp"
 
+#include <cstddef>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 
 namespace emulator {

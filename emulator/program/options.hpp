@@ -5,7 +5,6 @@
 #include "pad/pad_settings.hpp"
 
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>

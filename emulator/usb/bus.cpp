@@ -1,6 +1,9 @@
 #include "usb/bus.hpp"
 
 #include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <span>
 
 namespace emulator {
 

@@ -4,15 +4,16 @@
 #include "base/event_loop.hpp"
 #include "pad/faults.hpp"
 #include "pad/pad_model.hpp"
+#include "pad/pad_settings.hpp"
 #include "pad/pen_player.hpp"
 #include "pad/ssp_pad.hpp"
 #include "pad/transfer_log.hpp"
 #include "usb/usb_device.hpp"
 
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace emulator {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <initializer_list>
+#include <string>
 
 namespace emulator {
 

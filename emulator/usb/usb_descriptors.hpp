@@ -3,6 +3,7 @@
 
 #include "pad/pad_settings.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>

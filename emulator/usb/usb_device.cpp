@@ -1,9 +1,14 @@
 #include "usb/usb_device.hpp"
 
+#include "base/text.hpp"
+#include "pad/ssp_outbox.hpp"
 #include "usb/usb_descriptors.hpp"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <string>
+#include <utility>
 
 namespace emulator {
 

@@ -5,10 +5,11 @@
 #include "base/event_loop.hpp"
 #include "pad/faults.hpp"
 #include "pad/pad_model.hpp"
+#include "pad/pad_settings.hpp"
 #include "pad/ssp_pad.hpp"
 #include "pad/transfer_log.hpp"
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
