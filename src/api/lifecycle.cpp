@@ -6,6 +6,7 @@
 #include "session/exception_ring.hpp"
 #include "session/receive_thread.hpp"
 #include "support/detached_thread.hpp"
+#include "support/log_delivery.hpp"
 #include "support/wchar_tools.hpp"
 
 #include <algorithm>
@@ -42,7 +43,7 @@ void tear_down() {
         device_list::destroy();
     }
     exception_ring::clear(scope.where());
-    trace::set_callback(nullptr, nullptr);
+    log_delivery::forget_callback();
     device_events::forget_callback();
     core_uninitialize();
 }

@@ -1,7 +1,7 @@
 // The application's list of pads, numbered from 1, and which of them is current in the core.
 #pragma once
 
-#include "support/trace.hpp"
+#include "support/lock.hpp"
 
 #include <cstdint>
 

@@ -1,5 +1,7 @@
 #include "session/exception_ring.hpp"
 
+#include "support/lock.hpp"
+
 #include <cstdio>
 
 pthread_mutex_t exception_list_lock = PTHREAD_MUTEX_INITIALIZER;

@@ -1,5 +1,6 @@
 #include "support/print_helpers.hpp"
 
+#include "support/lock.hpp"
 #include "support/trace.hpp"
 
 #include <algorithm>

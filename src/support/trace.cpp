@@ -1,78 +1,32 @@
 #include "support/trace.hpp"
 
-#include "support/memory.hpp"
-#include "support/wchar_tools.hpp"
+#include "support/log_delivery.hpp"
 
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
-#include <utility>
 
 namespace trace {
 namespace {
 
 constexpr const char* debug_switch = "LIBVXPADCOM_DEBUG";
 constexpr const char* function_switch = "LIBVXPADCOM_DEBUG_FUNC";
-constexpr const char* mutex_switch = "LIBVXPADCOM_DEBUG_MUTEX";
 
 constexpr const char* function_colour = "\033[34m";
 
 constexpr std::size_t message_size = 4096;
 
-std::atomic<vxpad_logging_callback> logging_callback{nullptr};
-std::atomic<void*> logging_user_specific{nullptr};
-
-using Message = std::array<char, VXPAD_MAX_STRING_LENGTH>;
-
-// One thread's messages. While it holds a lock they wait, so that the callback may call the library; what the library
-// says to a call of the callback itself is not delivered, or it would never end.
-struct Outbox {
-    int locks_held = 0;
-    bool delivering = false;
-    checked::Fifo<Message> waiting;
-};
-thread_local Outbox outbox;
-
-void hand_over(const Message& message) {
-    const auto callback = logging_callback.load();
-    if (callback == nullptr) {
-        return;
-    }
-    char16_t wide[VXPAD_MAX_STRING_LENGTH] = {};
-    astr_to_wstr(wide, message.data(), static_cast<int>(std::strlen(message.data())) + 1);
-    outbox.delivering = true;
-    callback(logging_user_specific.load(), wide);
-    outbox.delivering = false;
-}
-
-void hand_over_waiting() {
-    auto waiting = std::exchange(outbox.waiting, {});
-    while (const auto message = waiting.take_first()) {
-        hand_over(*message);
-    }
-}
-
-// "info: function(): text" and a line end where the message is an information one.
-void deliver(const char* kind, const char* function, const char* text, const char* end) {
-    if (logging_callback.load() == nullptr || outbox.delivering) {
-        return;
-    }
-    char whole[message_size];
-    std::snprintf(whole, sizeof whole, "%s: %s(): %s%s", kind, function, text, end);
-    Message message{};
-    std::memcpy(message.data(), whole, strnlen(whole, message.size() - 1));
-    if (outbox.locks_held > 0) {
-        outbox.waiting.push_back(message);
-    } else {
-        hand_over(message);
+// What could not be told elsewhere in time goes to standard error.
+void deliver(const char* kind, Location where, const char* text, const char* end) {
+    if (log_delivery::deliver(kind, where.function, text, end) == log_delivery::Outcome::first_left_out) {
+        err_msg("\033[31m%ld: %s: %s:%5d: error: %s(): more than %d messages wait for the logging callback while this "
+                "thread holds a lock, some are left out\033[0m",
+                thread_id(), timestamp().text, where.file, where.line, where.function, log_delivery::most_waiting);
     }
 }
 
@@ -101,12 +55,6 @@ Timestamp timestamp() {
     return stamp;
 }
 
-void set_callback(void* callback, void* user_specific) {
-    hand_over_waiting(); // to the one that goes
-    logging_callback = reinterpret_cast<vxpad_logging_callback>(callback);
-    logging_user_specific = user_specific;
-}
-
 void print_line(const char* colour, Location where, const char* format, ...) {
     char text[message_size];
     va_list arguments;
@@ -119,7 +67,7 @@ void print_line(const char* colour, Location where, const char* format, ...) {
 }
 
 Listeners info_listeners() {
-    return {switched_on(debug_switch), logging_callback.load() != nullptr};
+    return {switched_on(debug_switch), log_delivery::is_wanted()};
 }
 
 void info(Listeners listeners, Location where, Style style, const char* format, ...) {
@@ -138,7 +86,7 @@ void info(Listeners listeners, Location where, Style style, const char* format, 
         }
     }
     if (listeners.callback) {
-        deliver("info", where.function, text, "\n");
+        deliver("info", where, text, "\n");
     }
 }
 
@@ -153,7 +101,7 @@ void error(Location where, const char* format, ...) {
     err_msg("\033[31m%ld: %s: %s:%5d: error: %s(): %s\033[0m", thread_id(), timestamp().text, where.file, where.line,
             where.function, text);
     std::fflush(stdout);
-    deliver("error", where.function, text, "");
+    deliver("error", where, text, "");
 }
 
 void system_error(Location where, int error_number, const char* format, ...) {
@@ -168,7 +116,24 @@ void system_error(Location where, int error_number, const char* format, ...) {
     errno = error_number;
     err_ret("\033[31m%ld: %s: %s:%5d: error: %s\033[0m", thread_id(), now.text, where.file, where.line, text);
     std::fflush(stdout);
-    deliver("error", where.function, text, "");
+    deliver("error", where, text, "");
+}
+
+void plain_error(Location where, const char* format, ...) {
+    char text[message_size];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+
+    err_msg("\033[31m%ld: %s: %s:%5d: error: %s\033[0m", thread_id(), timestamp().text, where.file, where.line, text);
+    deliver("error", where, text, "");
+}
+
+void fatal_error(Location where, int error_number, const char* text) {
+    deliver("error", where, text, "");
+    errno = error_number;
+    err_sys("error: %s", text);
 }
 
 Scope::Scope(Location where) : where_{where}, exit_line_{where.line} {
@@ -192,49 +157,6 @@ Scope::~Scope() {
         std::snprintf(result, sizeof result, " returned pointer: %p.", *pointer);
     }
     print_line(function_colour, {where_.file, exit_line_, where_.function}, "%s(): exit.%s", where_.function, result);
-}
-
-bool lock_lines_wanted() {
-    return switched_on(mutex_switch);
-}
-
-void lock_line(LockEvent event, Location where, const char* expression) {
-    static constexpr const char* texts[] = {
-        ">>>>>>>>     going to pthread_mutex_lock() -> ",
-        "########   was called pthread_mutex_lock() -> ",
-        "<<<<<<<< was called pthread_mutex_unlock() -> ",
-    };
-    print_line("\033[33m", where, "%s(): %s%s", where.function, texts[static_cast<int>(event)], expression);
-}
-
-Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where)
-    : mutex_{mutex}, expression_{expression}, where_{where} {
-    if (mutex_ == nullptr) {
-        return;
-    }
-    const bool wanted = lock_lines_wanted();
-    if (wanted) {
-        lock_line(LockEvent::going_to_lock, where_, expression_);
-    }
-    Pthread_mutex_lock(mutex_);
-    ++outbox.locks_held;
-    if (wanted) {
-        lock_line(LockEvent::locked, where_, expression_);
-    }
-}
-
-void Lock::unlock() {
-    if (mutex_ == nullptr) {
-        return;
-    }
-    Pthread_mutex_unlock(mutex_);
-    mutex_ = nullptr;
-    if (lock_lines_wanted()) {
-        lock_line(LockEvent::unlocked, where_, expression_);
-    }
-    if (--outbox.locks_held == 0 && !outbox.waiting.empty()) {
-        hand_over_waiting();
-    }
 }
 
 } // namespace trace

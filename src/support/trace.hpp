@@ -1,8 +1,8 @@
-// Tracing: enter/exit lines, lock lines, information lines and error lines.
+// Tracing: enter/exit lines, information lines and error lines; support/lock has those of locks.
 //
-// Three environment switches are read anew at every trace point, so that a running process can be looked into.
-// Information and error messages also go to the application's logging callback, as soon as their thread holds no lock
-// of the library. A message that nobody wants is neither formatted nor are its arguments evaluated.
+// Environment switches are read anew at every trace point, so that a running process can be looked into. Information
+// and error messages also go to the application's logging callback. A message that nobody wants is neither formatted
+// nor are its arguments evaluated.
 #pragma once
 
 #include "vxpadcom/vxpadcom.h"
@@ -44,6 +44,12 @@ enum class Style {
 
 // An error line without the function's name that ends in the text of error_number.
 [[gnu::format(printf, 3, 4)]] void system_error(Location where, int error_number, const char* format, ...);
+
+// An error line without the function's name.
+[[gnu::format(printf, 2, 3)]] void plain_error(Location where, const char* format, ...);
+
+// The line with which the process ends.
+[[noreturn]] void fatal_error(Location where, int error_number, const char* text);
 
 #define VX_INFO_STYLED_AT(where, style, ...)                                                                           \
     do {                                                                                                               \
@@ -87,35 +93,6 @@ class Scope {
     int exit_line_;
     std::variant<std::monostate, int, bool, long, const void*> result_;
 };
-
-// Holds a mutex; a null mutex is left alone. The expression is the lock's name in trace lines.
-class Lock {
-  public:
-    Lock(pthread_mutex_t* mutex, const char* expression, Location where);
-    ~Lock() { unlock(); }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-
-    void unlock();
-
-  private:
-    pthread_mutex_t* mutex_;
-    const char* expression_;
-    Location where_;
-};
-
-#define VX_LOCK(name, mutex)                                                                                           \
-    ::trace::Lock name {                                                                                               \
-        (mutex), #mutex, VX_HERE                                                                                       \
-    }
-
-// Lock lines of a queue's mutex, which is named by the queue's address.
-enum class LockEvent { going_to_lock, locked, unlocked };
-void lock_line(LockEvent event, Location where, const char* expression);
-bool lock_lines_wanted();
-
-// The application's logging callback; null turns delivery off.
-void set_callback(void* callback, void* user_specific);
 
 // The local time as "14:03:27.045".
 struct Timestamp {

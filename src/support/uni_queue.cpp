@@ -1,6 +1,6 @@
 // The frame queue: an unbounded first-in-first-out list that owns its frames' buffers.
+#include "support/lock.hpp"
 #include "support/owners.hpp"
-#include "support/trace.hpp"
 
 #include <cstdio>
 

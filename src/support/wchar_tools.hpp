@@ -1,10 +1,7 @@
-// Text conversion for hidapi's 32-bit strings, beside the exported functions for 16-bit ones.
+// Wide text for the log, in the environment's locale.
 #pragma once
 
-#include "vxpadcom/vxpadcom.h"
-
-int wstr_length(const wchar_t* text);
-int wstr_to_astr(char* dst, const wchar_t* src, int n);
+#include "support/wide_text.hpp"
 
 namespace wchar_tools {
 

@@ -21,14 +21,11 @@ template <typename Allocate> void* allocate(trace::Location where, const char* n
             return block;
         }
         last_error = errno;
-        err_msg("\033[31m%ld: %s: %s:%5d: error: allocate memory by %s -> FAILURE, going to try again after "
-                "usleep(%d)\033[0m",
-                trace::thread_id(), trace::timestamp().text, where.file, where.line, name, delay);
+        trace::plain_error(where, "allocate memory by %s -> FAILURE, going to try again after usleep(%d)", name, delay);
         usleep(delay);
         delay += 500;
     }
-    errno = last_error;
-    err_sys("error: %s", name);
+    trace::fatal_error(where, last_error, name);
 }
 
 // malloc(0) may give null, which is no failure.

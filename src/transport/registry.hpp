@@ -1,7 +1,7 @@
 // The registry of pads: records, the current pad and what is derived from a record.
 #pragma once
 
-#include "support/trace.hpp"
+#include "support/lock.hpp"
 
 #include <atomic>
 #include <cstdint>

@@ -1,0 +1,35 @@
+// The guard of the library's mutexes, with its trace lines. Messages for the logging callback wait while a thread holds
+// one.
+#pragma once
+
+#include "support/trace.hpp"
+
+namespace trace {
+
+// Holds a mutex; a null mutex is left alone. The expression is the lock's name in trace lines.
+class Lock {
+  public:
+    Lock(pthread_mutex_t* mutex, const char* expression, Location where);
+    ~Lock() { unlock(); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+    void unlock();
+
+  private:
+    pthread_mutex_t* mutex_;
+    const char* expression_;
+    Location where_;
+};
+
+#define VX_LOCK(name, mutex)                                                                                           \
+    ::trace::Lock name {                                                                                               \
+        (mutex), #mutex, VX_HERE                                                                                       \
+    }
+
+// Lock lines of a queue's mutex, which is named by the queue's address.
+enum class LockEvent { going_to_lock, locked, unlocked };
+void lock_line(LockEvent event, Location where, const char* expression);
+bool lock_lines_wanted();
+
+} // namespace trace
