@@ -26,6 +26,7 @@ constexpr int max_attempts = 3;
 constexpr useconds_t first_pause_us = 1000; // then twice as long and 1000 more
 constexpr useconds_t pause_cap_us = 500'000;
 constexpr useconds_t mode_poll_pause_us = 300'000;
+constexpr unsigned int first_complaint = 32; // answers with another mode, after about ten seconds; then twice as many
 constexpr useconds_t type_8_settle_us = 1'000'000;
 constexpr int mode_time_out_ms = 3000;
 constexpr int biodata_time_out_ms = 3000;
@@ -118,6 +119,8 @@ bool confirms_mode(std::uint32_t pad_type) {
 // Polls until the pad names the mode. False after too many failed queries, or one past the time-out.
 bool wait_for_mode(trace::Location where, vx_device& device, unsigned char mode, Attempts& attempts) {
     Stopwatch stopwatch;
+    unsigned int other_modes = 0;
+    unsigned int next_complaint = first_complaint;
     while (attempts.left()) {
         const int current = __core_get_pad_mode(&device);
         VX_INFO_AT(where, "Device status mode: %d", current);
@@ -126,6 +129,11 @@ bool wait_for_mode(trace::Location where, vx_device& device, unsigned char mode,
         }
         if (current >= 0) {
             // Only failed queries are timed, on purpose: a pad that answers is given all the time that it takes.
+            if (++other_modes == next_complaint) {
+                trace::error(where, "the pad named mode %d, not %d, %u times; it is asked on", current, mode,
+                             other_modes);
+                next_complaint *= 2;
+            }
             usleep(mode_poll_pause_us);
             continue;
         }

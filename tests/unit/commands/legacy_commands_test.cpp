@@ -423,6 +423,45 @@ TEST_F(SetPadModeTest, PadInAnotherModeIsPolledUntilItChanges) {
     EXPECT_EQ(times_said("Device status mode: 1"), 100);
 }
 
+// The lock is held all the time: the callback hears nothing before its end, and not all.
+TEST_F(SetPadModeTest, PadThatStaysInAnotherModeIsComplainedOfOnStandardError) {
+    constexpr std::size_t polls = 130;
+    answer(reply({0x01}));
+    answer(status_reply(2), polls);
+    answer(status_reply(3));
+    OpenRecord record(pad);
+    const standins::OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(core_set_pad_mode(record.get(), 3, 0), 3);
+    for (const char* times : {"32", "64", "128"})
+        EXPECT_THAT(errors.text(), HasSubstr(std::string("the pad named mode 2, not 3, ") + times + " times"));
+    EXPECT_EQ(times_said("it is asked on"), 3);
+}
+
+TEST_F(SetPadModeTest, MessagesOfALongWaitAreBoundedAndSayHowManyWereLeftOut) {
+    constexpr std::size_t polls = 3000;
+    answer(reply({0x01}));
+    answer(status_reply(2), polls);
+    answer(status_reply(3));
+    OpenRecord record(pad);
+    forget();
+    const standins::OutputCapture errors(STDERR_FILENO);
+    EXPECT_EQ(core_set_pad_mode(record.get(), 3, 0), 3);
+    EXPECT_THAT(errors.text(), HasSubstr("more than 1000 messages wait for the logging callback"));
+    const Lines heard = said();
+    ASSERT_EQ(heard.size(), 1001U);
+    EXPECT_THAT(heard.front(), HasSubstr("*** going to set pad mode 3"));
+    EXPECT_THAT(heard[500], HasSubstr(" messages were left out here\n"));
+    EXPECT_EQ(times_said("Device status mode: 3"), 1) << "the last messages are kept";
+    EXPECT_GE(std::stoul(heard[500].substr(heard[500].find("(): ") + 4)), 2000U);
+
+    forget();
+    answer(reply({0x01}));
+    answer(status_reply(3));
+    EXPECT_EQ(core_set_pad_mode(record.get(), 3, 0), 3);
+    EXPECT_EQ(times_said("left out"), 0) << "the next call begins anew";
+    EXPECT_EQ(times_said("*** going to set pad mode 3"), 1);
+}
+
 TEST_F(SetPadModeTest, FailedStatusQueriesAreCountedAndEndTheCommand) {
     OpenRecord record(pad);
     answer(reply({0x01, 0}));

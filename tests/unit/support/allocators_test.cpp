@@ -158,6 +158,37 @@ INSTANTIATE_TEST_SUITE_P(Functions, CheckedAllocator,
                                          Allocator{"realloc", [] { return Realloc(nullptr, failing_size); }}),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
+TEST_P(CheckedAllocator, TellsTheLoggingCallback) {
+    static std::vector<std::string> heard;
+    heard.clear();
+    const vxpad_logging_callback hear = [](void*, const char16_t* message) {
+        const std::u16string_view text(message);
+        heard.emplace_back(text.begin(), text.end());
+    };
+    RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(hear), nullptr);
+    heard.clear();
+    with_failures(2);
+    RegisterLoggingCallBackProcedure(nullptr, nullptr);
+    const std::string start = std::string("allocate memory by ") + GetParam().name;
+    EXPECT_THAT(heard, ElementsAre(HasSubstr(start + "() -> FAILURE, going to try again after usleep(100)"),
+                                   HasSubstr(start + "() -> FAILURE, going to try again after usleep(600)")));
+    EXPECT_THAT(heard, testing::Each(testing::StartsWith("error: ")));
+}
+
+TEST_P(CheckedAllocator, TellsTheLoggingCallbackOfTheEnd) {
+    const vxpad_logging_callback print = [](void*, const char16_t* message) {
+        const std::u16string_view text(message);
+        std::fprintf(stderr, "heard %s\n", std::string(text.begin(), text.end()).c_str());
+    };
+    EXPECT_EXIT(
+        {
+            RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(print), nullptr);
+            failures_left = 3;
+            GetParam().call();
+        },
+        testing::ExitedWithCode(1), ContainsRegex(std::string("heard error: [^\n]*: ") + GetParam().name + "\\(\\)\n"));
+}
+
 TEST(CheckedAllocators, ClearWhatCallocGives) {
     const std::unique_ptr<unsigned char, decltype(&std::free)> block(static_cast<unsigned char*>(Calloc(100, 3)),
                                                                      &std::free);
