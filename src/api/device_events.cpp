@@ -2,6 +2,7 @@
 
 #include "pads/current_pad.hpp"
 #include "session/receive_thread.hpp"
+#include "support/detached_thread.hpp"
 
 #include <atomic>
 
@@ -27,6 +28,7 @@ void catch_removing_device(int code, unsigned int device, unsigned int interface
     receive_thread::ask_to_stop(device, interface_number);
     if (const auto callback = on_device_removed.load()) {
         const current_pad::Serve none{nullptr}; // the callback's requests are its own
+        detached_thread::give_up();             // and it may search again
         callback(on_device_removed_user_specific.load(), device);
     }
 }

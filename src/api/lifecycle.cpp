@@ -18,13 +18,15 @@ pthread_mutex_t gen_thread_mutex_lock = PTHREAD_MUTEX_INITIALIZER;
 
 namespace {
 
-// Ends all threads of the library, the upload threads too. Without the list's lock: they may be inside callbacks.
+// Ends all threads of the library, the upload threads too, and waits for the calls that use a pad. Without the list's
+// lock: they may be inside callbacks.
 void stop_read_threads() {
     trace::Scope scope{VX_HERE};
     {
         VX_LOCK(lock, &dev_list_short_lock);
         interface_state::close();
     }
+    std::atomic_ref{interface_routine_terminate}.store(1); // again, for an upload that was let in meanwhile
     receive_thread::stop_all(scope.where());
     {
         VX_LOCK(lock, &dev_list_short_lock);
@@ -48,8 +50,19 @@ void tear_down() {
     core_uninitialize();
 }
 
+// A thread that the tear-down waits for would wait for itself. It is inside a callback that must not do so.
+bool may_tear_down(trace::Location where) {
+    const bool may = !detached_thread::is_counted();
+    if (!may) {
+        trace::error(where, "Error, %s() was called by a callback that must not call it: nothing is done",
+                     where.function);
+    }
+    return may;
+}
+
 // Selects a pad for the enumeration: its number, or 0 with the reason in the log.
 unsigned int enumerate(trace::Location where, unsigned int device) {
+    const detached_thread::Counted counted;
     const int result = device_list::set_dev_to_current(device, device_list::ListLock::take);
     if (result == 0) {
         VX_INFO_AT(where, "Was switched to device: %d", device);
@@ -85,6 +98,9 @@ wchar_tools::Text shown(const char16_t* text, int units) {
 
 int Initialize() {
     trace::Scope scope{VX_HERE};
+    if (!may_tear_down(VX_HERE)) {
+        return scope.exit(0);
+    }
     VX_LOCK(general_lock, &gen_thread_mutex_lock);
     const current_pad::Serve none{nullptr}; // a device-removed callback may search again
     tear_down();
@@ -101,6 +117,9 @@ int Initialize() {
 
 int Deinitialize() {
     trace::Scope scope{VX_HERE};
+    if (!may_tear_down(VX_HERE)) {
+        return scope.exit(0);
+    }
     VX_LOCK(general_lock, &gen_thread_mutex_lock);
     tear_down();
     return scope.exit(0);

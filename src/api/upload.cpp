@@ -31,6 +31,7 @@ pthread_mutex_t access_data_lock = PTHREAD_MUTEX_INITIALIZER; // guards it and t
 // One upload thread's share.
 struct UploadInfo {
     vx_device* pad = nullptr;
+    unsigned int opening = 0; // of the library when the pad was selected
     unsigned int device = 0;
     unsigned int interface = 0;
     const unsigned char* data = nullptr; // the whole buffer
@@ -112,7 +113,8 @@ void start_upload(UploadInfo& info) {
     trace::Scope scope{VX_HERE};
     count_threads(VX_HERE, 1);
     VX_LOCK(list_lock, &dev_list_short_lock);
-    if (!interface_state::is_open() || detached_thread::start<interface_routine>(&info) != 0) {
+    const bool is_same_list = interface_state::is_open() && detached_thread::times_opened() == info.opening;
+    if (!is_same_list || detached_thread::start<interface_routine>(&info) != 0) {
         set_terminated(true);
         count_threads(VX_HERE, -1);
         VX_ERROR("error of pthread_create() or pthread_attr_destroy()");
@@ -179,7 +181,9 @@ int write_buffer(Call& call, unsigned int device, unsigned int mask, const void*
     VX_INFO_AT(call.where(), "count_of_threads %d", count_of_threads);
     const Owned<unsigned char> copy{static_cast<unsigned char*>(Malloc(src_length))};
     std::memcpy(copy.get(), src, src_length);
-    *reply = upload(call.where(), {pad, device, 0, copy.get(), src_length, 0}, mask, count_of_threads);
+    const unsigned int opening = detached_thread::times_opened();
+    detached_thread::give_up(); // the upload threads are counted themselves, and end early where the library ends
+    *reply = upload(call.where(), {pad, opening, device, 0, copy.get(), src_length, 0}, mask, count_of_threads);
     VX_INFO_AT(call.where(), "OUTPUT: *reply: %d", *reply);
     return 0;
 }

@@ -40,6 +40,7 @@ int Call::require_text_output(int code, const char16_t* res_text, int res_text_s
 }
 
 int Call::select(unsigned int device) {
+    counted_.emplace();
     const int result = device_list::set_dev_to_current(device, device_list::ListLock::take, &pad_);
     served_.emplace(pad_);
     return selected(result, device);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "pads/current_pad.hpp"
+#include "support/detached_thread.hpp"
 
 #include <optional>
 
@@ -23,7 +24,7 @@ class Call {
     int require_text_output(int code, const char16_t* res_text, int res_text_size, const unsigned int* reply);
 
     // Makes the pad current and has this call's core requests act on it, also when another thread selects another pad
-    // before they are made.
+    // before they are made. From here to its end the tear-down waits for the call, or the call is not let in.
     int select(unsigned int device);
     vx_device* pad() const { return pad_; }
     // For a thread that serves the pad all the time.
@@ -35,7 +36,8 @@ class Call {
     static constexpr const char* not_initialized =
         " Internal variable dev_shared_short is NULL.. Use Initialize() first.";
 
-    // A negative core result: looks for a removal, names the core function in the log and files the failure.
+    // A negative core result: looks for a removal, names the core function in the log and files the failure. A
+    // callback that is told of the removal may have searched again: no record of a pad may be used behind it.
     int core_failed(int result, const char* core_function, const char* prefix, unsigned int device,
                     unsigned int interface_number);
 
@@ -47,6 +49,7 @@ class Call {
     int selected(int result, unsigned int device);
 
     trace::Scope scope_;
+    std::optional<detached_thread::Counted> counted_;
     vx_device* pad_ = nullptr;
     std::optional<current_pad::Serve> served_;
 };

@@ -29,8 +29,7 @@ struct CallbackThread {
 
 // One frame for the application, and whom it was for when it was taken.
 struct Delivery {
-    vxpad_data_callback callback;
-    void* user_specific;
+    CallbackPair<vxpad_data_callback>::Pair to;
     unsigned char block[block_size] = {};
 };
 
@@ -48,7 +47,7 @@ std::optional<Delivery> take_frame(const Interface& interface) {
     if (!frame || length == 0) {
         return std::nullopt;
     }
-    Delivery delivery{interface.processing_input_report_callback, interface.user_specific};
+    Delivery delivery{interface.processing_input_report};
     // A frame's buffer is never smaller than the block, and zero behind its report.
     std::copy_n(frame.get(), block_size, delivery.block);
     return delivery;
@@ -59,7 +58,7 @@ Pass look_at(trace::Location where, Interface& interface, useconds_t& delay) {
     trace::Lock callback_lock{&interface.processing_input_report_callback_lock, interface_state::callback_lock_name,
                               where};
     Pass pass;
-    if (interface.processing_input_report_callback == nullptr) {
+    if (interface.processing_input_report.callback == nullptr) {
         VX_INFO_AT(where, "processing_input_report_callback == NULL: %d", 1);
         pass.is_last = true;
         pass.stopped_start = interface.stopped_start;
@@ -104,8 +103,8 @@ void pirc_routine(CallbackThread& thread) {
             return;
         }
         if (pass.delivery) {
-            pass.delivery->callback(pass.delivery->user_specific, thread.device, thread.interface_number,
-                                    pass.delivery->block, block_size);
+            const auto [callback, user_specific] = pass.delivery->to;
+            callback(user_specific, thread.device, thread.interface_number, pass.delivery->block, block_size);
         } else {
             usleep(pass.pause_us);
         }

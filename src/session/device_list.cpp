@@ -1,8 +1,10 @@
 #include "session/device_list.hpp"
 
 #include "pads/current_pad.hpp"
+#include "support/detached_thread.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 pthread_mutex_t dev_list_short_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -64,7 +66,8 @@ bool advance_core(trace::Location where) {
 // set_dev_to_current() with the list locked. A negative core result is left in core_failure for the caller, who looks
 // for a removal once the lock is free again.
 int switch_to(trace::Location where, unsigned int device, ListLock list_lock, int& core_failure) {
-    if (dev_shared_short == nullptr) {
+    // A call that the tear-down does not wait for finds no list.
+    if (dev_shared_short == nullptr || (list_lock == ListLock::take && !detached_thread::is_counted())) {
         trace::error(where, "%s", not_initialized);
         return -1;
     }
@@ -118,17 +121,17 @@ vx_device* find_record(unsigned int device) {
 }
 
 Table* table() {
-    return dev_shared_short;
+    return std::atomic_ref{dev_shared_short}.load();
 }
 
 void create() {
-    dev_shared_short = &dev_shared_short_storage;
+    std::atomic_ref{dev_shared_short}.store(&dev_shared_short_storage);
 }
 
 void destroy() {
     if (dev_shared_short != nullptr) {
         *dev_shared_short = {};
-        dev_shared_short = nullptr;
+        std::atomic_ref{dev_shared_short}.store(nullptr);
     }
 }
 

@@ -23,7 +23,8 @@ struct Table {
     bool core_may_disagree; // a switch failed since, perhaps half done
 };
 
-// The list, null while the library is not initialised. dev_list_short_lock is held by whoever uses it.
+// The list, null while the library is not initialised. dev_list_short_lock is held by whoever uses it; whether there is
+// one may be asked without.
 Table* table();
 void create();
 void destroy();

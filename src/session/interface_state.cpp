@@ -1,5 +1,7 @@
 #include "session/interface_state.hpp"
 
+#include "support/detached_thread.hpp"
+
 #include <cstddef>
 #include <new>
 #include <utility>
@@ -11,8 +13,6 @@ namespace {
 alignas(Interface) std::byte room[sizeof(Interface[device_list::slots][interfaces])];
 Interface (*const states)[interfaces] = new (room) Interface[device_list::slots][interfaces];
 
-bool opened = false; // guarded by dev_list_short_lock
-
 } // namespace
 
 Interface* find(unsigned int device, unsigned int interface_number) {
@@ -20,19 +20,21 @@ Interface* find(unsigned int device, unsigned int interface_number) {
 }
 
 void open() {
-    opened = true;
+    detached_thread::open();
 }
 void close() {
-    opened = false;
+    detached_thread::close();
 }
 bool is_open() {
-    return opened;
+    return detached_thread::is_open();
 }
 
 void forget_callbacks(trace::Location where) {
     for_each([&](unsigned int, unsigned int, Interface& interface) {
-        trace::Lock lock{&interface.processing_input_report_callback_lock, callback_lock_name, where};
-        interface.processing_input_report_callback = nullptr;
+        if (interface.processing_input_report.callback != nullptr || interface.pirc_routine_running) {
+            trace::Lock lock{&interface.processing_input_report_callback_lock, callback_lock_name, where};
+            interface.processing_input_report = {};
+        }
     });
 }
 
@@ -41,10 +43,12 @@ void clear(trace::Location where) {
         if (interface.uqueue != nullptr) {
             destroy_uni_queue(std::exchange(interface.uqueue, nullptr));
         }
-        interface.user_specific = nullptr;
-        trace::Lock lock{&interface.info_lock, info_lock_name, where};
-        interface.info.reset();
-        interface.leaving.reset();
+        if (interface.starts != 0) {
+            trace::Lock lock{&interface.info_lock, info_lock_name, where};
+            interface.info.reset();
+            interface.leaving.reset();
+            interface.starts = 0;
+        }
     });
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "session/device_list.hpp"
+#include "support/callback_pair.hpp"
 
 #include <memory>
 
@@ -21,10 +22,9 @@ struct Interface {
 
     uni_queue* uqueue = nullptr; // from the first start to the tear-down
 
-    // Guards the callback, what it is given and which receive thread its absence stops.
+    // Guards the callback with what it is given, and which receive thread its absence stops.
     pthread_mutex_t processing_input_report_callback_lock = PTHREAD_MUTEX_INITIALIZER;
-    vxpad_data_callback processing_input_report_callback = nullptr;
-    void* user_specific = nullptr;
+    CallbackPair<vxpad_data_callback>::Pair processing_input_report;
     unsigned int stopped_start = 0; // the value of `starts` when the callback was taken away
     bool pirc_routine_running = false;
 };
@@ -37,7 +37,8 @@ constexpr const char* callback_lock_name =
 // Null where there is no such interface.
 Interface* find(unsigned int device, unsigned int interface_number);
 
-// Threads are started between open() and close() only, both with dev_list_short_lock held.
+// Threads are started and calls that use a pad let in between open() and close() only, all with dev_list_short_lock
+// held.
 void open();
 void close();
 bool is_open();

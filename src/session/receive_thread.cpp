@@ -345,19 +345,17 @@ int flush_data_packets(unsigned int device, unsigned int interface_number) {
 
 void clear_pen_data(trace::Location where, unsigned int device) {
     vx_device* pad = nullptr;
+    std::optional<detached_thread::Counted> counted;
     {
         trace::Lock list_lock{&dev_list_short_lock, "&dev_list_short_lock", where};
         pad = interface_state::is_open() ? device_list::find_record(device) : nullptr;
         if (pad == nullptr) {
             return;
         }
-        detached_thread::entered(); // the tear-down waits
+        counted.emplace();
     }
-    {
-        const current_pad::Serve own{pad};
-        core_clear_ssp_input_queue();
-    }
-    detached_thread::left();
+    const current_pad::Serve own{pad};
+    core_clear_ssp_input_queue();
 }
 
 } // namespace receive_thread

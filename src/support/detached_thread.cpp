@@ -1,15 +1,47 @@
 #include "support/detached_thread.hpp"
 
+#include "support/log_delivery.hpp"
 #include "support/trace.hpp"
+
+#include <atomic>
 
 namespace detached_thread {
 namespace {
 
 constexpr std::size_t stack_size = 1024 * 1024;
 
-pthread_mutex_t inside_lock = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<int> inside{0};
+std::atomic<bool> opened{false};
+std::atomic<unsigned int> openings{0};
+
+// Held by the last one to leave while it says so, and by who waits for that.
+pthread_mutex_t leaving_lock = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t all_left = PTHREAD_COND_INITIALIZER;
-int inside = 0; // guarded by inside_lock
+
+// What counts the calling thread.
+struct Presence {
+    bool is_own = false;
+    unsigned int calls = 0;
+    unsigned int round = 0; // one more after each give_up(), so that calls which began before end nothing
+};
+thread_local Presence presence;
+
+void entered() {
+    ++inside;
+}
+
+// The second look: either it sees close(), or who closed sees the thread and waits for it.
+bool is_admitted() {
+    if (!opened) {
+        return false;
+    }
+    entered();
+    if (!opened) {
+        left();
+        return false;
+    }
+    return true;
+}
 
 // Pthread_create() keeps the result to itself.
 int create_thread(const pthread_attr_t* attributes, void* (*routine)(void*), void* argument) {
@@ -44,26 +76,63 @@ int create(void* (*routine)(void*), void* argument) {
     return result;
 }
 
-void entered() {
-    Pthread_mutex_lock(&inside_lock);
-    ++inside;
-    Pthread_mutex_unlock(&inside_lock);
+void began() {
+    presence.is_own = true;
 }
 
 void left() {
-    Pthread_mutex_lock(&inside_lock);
     if (--inside == 0) {
+        Pthread_mutex_lock(&leaving_lock);
         Pthread_cond_broadcast(&all_left);
+        Pthread_mutex_unlock(&leaving_lock);
     }
-    Pthread_mutex_unlock(&inside_lock);
+}
+
+void open() {
+    ++openings;
+    opened = true;
+}
+void close() {
+    opened = false;
+}
+bool is_open() {
+    return opened;
+}
+
+unsigned int times_opened() {
+    return openings;
+}
+
+Counted::Counted() : round_{presence.round}, counts_{!presence.is_own && (presence.calls > 0 || is_admitted())} {
+    if (counts_) {
+        ++presence.calls;
+    }
+}
+
+Counted::~Counted() {
+    if (counts_ && round_ == presence.round && --presence.calls == 0) {
+        left();
+    }
+}
+
+bool is_counted() {
+    return presence.is_own || presence.calls > 0;
+}
+
+void give_up() {
+    if (presence.calls > 0 && !log_delivery::is_delivering()) {
+        presence.calls = 0;
+        ++presence.round;
+        left();
+    }
 }
 
 void wait_for_all() {
-    Pthread_mutex_lock(&inside_lock);
+    Pthread_mutex_lock(&leaving_lock);
     while (inside != 0) {
-        Pthread_cond_wait(&all_left, &inside_lock);
+        Pthread_cond_wait(&all_left, &leaving_lock);
     }
-    Pthread_mutex_unlock(&inside_lock);
+    Pthread_mutex_unlock(&leaving_lock);
 }
 
 } // namespace detached_thread
