@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -171,6 +173,101 @@ TEST_F(Callback, MayRunOnSeveralThreadsAtATime) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(count, 400);
+}
+
+// Each registers itself with a pointer that the other must never see.
+int first_mark = 0;
+int second_mark = 0;
+std::atomic<int> wrong_partners;
+void first_of_two(void* user_specific, const char16_t*) {
+    wrong_partners += user_specific == &first_mark ? 0 : 1;
+}
+void second_of_two(void* user_specific, const char16_t*) {
+    wrong_partners += user_specific == &second_mark ? 0 : 1;
+}
+
+TEST_F(Callback, GetsTheUserPointerThatItWasRegisteredWith) {
+    wrong_partners = 0;
+    std::atomic<bool> over = false;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&over] {
+            while (!over) {
+                IsInitialized();
+            }
+        });
+    }
+    for (int i = 0; i < 20'000; ++i) {
+        RegisterLoggingCallBackProcedure(as_callback(first_of_two), &first_mark);
+        RegisterLoggingCallBackProcedure(as_callback(second_of_two), &second_mark);
+    }
+    over = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong_partners, 0);
+}
+
+// Initialized, and with something to say in the tear-down: a queue to be cleared.
+void start_receiving() {
+    standins::bus().hooks.usleep = [](unsigned) { std::this_thread::sleep_for(std::chrono::microseconds(100)); };
+    Initialize();
+    EXPECT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
+}
+
+struct Heard {
+    std::thread::id thread = std::this_thread::get_id();
+    int messages = 0;
+    int while_locked = 0;
+};
+
+// What the thread hears that registered it.
+void* as_listener() {
+    return as_callback([](void* user_specific, const char16_t*) {
+        Heard& heard = *static_cast<Heard*>(user_specific);
+        if (heard.thread != std::this_thread::get_id()) {
+            return;
+        }
+        ++heard.messages;
+        if (pthread_mutex_trylock(&gen_thread_mutex_lock) != 0) {
+            ++heard.while_locked;
+        } else {
+            pthread_mutex_unlock(&gen_thread_mutex_lock);
+        }
+    });
+}
+
+TEST_F(Callback, RunsWithNoLockHeldInTheTearDownToo) {
+    standins::bus().plug(standins::pad_of_type(9));
+    for (int (*end)() : {Deinitialize, Initialize}) {
+        start_receiving();
+        Heard heard;
+        RegisterLoggingCallBackProcedure(as_listener(), &heard);
+        heard.messages = 0;
+        end();
+        EXPECT_GT(heard.messages, 0);
+        EXPECT_EQ(heard.while_locked, 0);
+        heard.messages = 0;
+        IsInitialized();
+        EXPECT_EQ(heard.messages, 0);
+    }
+    Deinitialize();
+}
+
+// Who registers another one may free what the former was given.
+TEST_F(Callback, HearsNothingOfATearDownOnceAnotherIsRegistered) {
+    standins::bus().plug(standins::pad_of_type(9));
+    start_receiving();
+    Heard heard;
+    RegisterLoggingCallBackProcedure(as_listener(), &heard);
+    heard.messages = 0;
+    standins::bus().hooks.open_path = [](const std::string&) { // the search's
+        std::thread([] { RegisterLoggingCallBackProcedure(as_callback(keep), nullptr); }).join();
+        return std::optional<int>();
+    };
+    Initialize();
+    EXPECT_EQ(heard.messages, 0);
+    Deinitialize();
 }
 
 TEST_F(Callback, TheTearDownForgetsIt) {
