@@ -142,4 +142,38 @@ TEST_P(SspThreads, AreAllEndedByAnUnplug) {
     }
 }
 
+// Ten threads, a HID pad and a VCOM pad, while another thread starts and stops the library.
+TEST(LibraryThreads, TransferBesideStartsAndStops) {
+    plug_only({hid.pad, vcom.pad});
+    ASSERT_EQ(Initialize(), 0);
+    std::atomic<bool> over{false};
+    std::atomic<unsigned int> succeeded{0};
+    run_at_once(11, [&](unsigned int thread) {
+        const unsigned int device = 1 + thread % 2;
+        if (thread == 10) {
+            for (int i = 0; i < 10; ++i) {
+                EXPECT_EQ(i % 3 == 0 ? Deinitialize() : 0, 0);
+                EXPECT_EQ(Initialize(), 0);
+                unsigned int reply = 0;
+                EXPECT_EQ(GetDeviceCount(&reply), 2);
+                const unsigned int before = succeeded;
+                EXPECT_TRUE(wait_for([&] { return succeeded > before + 10; }));
+            }
+            over = true;
+            return;
+        }
+        while (!over) {
+            unsigned int reply = 0;
+            Bytes report(65, 0);
+            report[1] = 0x27; // the status
+            const int result = thread < 4   ? SetFeature(device, 0, report.data(), 65, &reply)
+                               : thread < 6 ? GetFeature(device, 0, report.data(), 65, &reply)
+                               : thread < 8 ? ReadFile(device, 0, report.data(), 65, &reply)
+                                            : GetVendorId(device, &reply);
+            succeeded += result == 0 ? 1 : 0;
+        }
+    });
+    EXPECT_EQ(Deinitialize(), 0);
+}
+
 } // namespace
