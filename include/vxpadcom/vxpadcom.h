@@ -11,8 +11,9 @@
  *    bytes. A text that does not fit is cut and then has no terminator.
  * 4. Buffers belong to the caller. The library keeps no pointer to them after the call.
  * 5. Functions may be called from any thread. Initialize(), Deinitialize() and EnumerateDevicesStart() (where it
- *    searches again) must not run while another thread is inside a function that uses a pad. Starting and stopping
- *    of receiving may be under way, and WriteFileBuffer() once it is sending, which then ends early.
+ *    searches again) wait until other threads' calls that use a pad have ended, each by its own time-outs; a
+ *    WriteFileBuffer() that is sending ends early. A call that comes meanwhile fails as without Initialize(). This
+ *    does not hold for the building blocks further down, whose names begin with core_ and the like.
  * 6. Callbacks run on the thread that has something to report, with none of the library's locks held; they must not
  *    throw. They may call the library, except for what their own texts forbid. Deinitialize(), with which Initialize()
  *    begins, ends all threads of the library and waits until they have ended.
@@ -222,9 +223,11 @@ VXPADCOM_API int ReadFileBuffer(unsigned int device, unsigned int end_point_id_m
  *
  * Which callback may call what:
  * - A data callback may call every function but Initialize(), Deinitialize() and EnumerateDevicesStart() where that
- *   searches again: they wait for the very thread that calls them, for ever. It may replace or remove itself.
- * - A device-removed callback may run on a receiving thread. It must not call those three either, nor
- *   SetDataReceivingEnabled() for the interface that it may be running for.
+ *   searches again: they would wait for the very thread that calls them, and do nothing but log that. It may replace
+ *   or remove itself.
+ * - A device-removed callback may run on a receiving thread. It must not call those three there either, nor
+ *   SetDataReceivingEnabled() for the interface that it may be running for. Inside an ordinary call of the
+ *   application it may search again.
  * - A callback that is slow delays nobody but its own interface, whose queue grows.
  * The three functions stop all threads and return when these have left; so no callback runs afterwards.
  * --------------------------------------------------------------------------------------------------------------- */
@@ -309,9 +312,11 @@ VXPADCOM_API int LogDeviceStatistics(unsigned int device);
 /*
  * Sets the callback (a vxpad_logging_callback) that receives every information and error message, from any thread and
  * possibly from several at a time; NULL turns it off, though another thread may be inside it still. Messages of a
- * thread that holds a lock of the library come when it has released it. What the library says to the callback's own
- * calls is not delivered. It may run on any thread of the library, and so must not call what a data callback or a
- * device-removed callback must not call. Always 0.
+ * thread that holds a lock of the library come when it has released it, a thousand at most: the first and the last
+ * half, and between them how many were left out. What the library says to the callback's own calls is not delivered.
+ * Initialize() and Deinitialize() deliver their last messages to it before they return, unless another is registered.
+ * It may run on any thread of the library, and so must not call what a data callback or a device-removed callback must
+ * not call. Always 0.
  */
 VXPADCOM_API int RegisterLoggingCallBackProcedure(void* callback, void* user_specific);
 
