@@ -253,8 +253,9 @@ VXPADCOM_API int SetOnDataReceivedHandler(unsigned int device, unsigned int inte
 /*
  * Starts (non-zero) or stops receiving. Starting closes and opens the pad, drops what was queued, has a VCOM pad send
  * pen data, and restarts a receiving that runs already. It makes the pad current, as any call does. Stopping returns
- * when no further report is read, normally within 0.9 s, and never fails. A removed pad stops by itself. A start that
- * fails returns -1, not the handle of its record, whose code is VXPCEC_UNKNOWN.
+ * when no further report is read, normally within 0.9 s, and never fails. A removed pad stops by itself, also one that
+ * was removed before the start: that succeeds, and the device-removed callback tells. A start that fails returns -1,
+ * not the handle of its record, whose code is VXPCEC_UNKNOWN.
  */
 VXPADCOM_API int SetDataReceivingEnabled(unsigned int device, unsigned int interface_number, unsigned int enabled);
 
@@ -300,7 +301,9 @@ typedef void (*vxpad_logging_callback)(void* user_specific, const char16_t* mess
 /*
  * Sets the device-removed callback; NULL turns it off. It runs once for each operation that sees the removal, on that
  * operation's thread and before that operation returns; a receive thread may report one removal several times and then
- * ends. What the callback must not call is told with receiving. Always 0.
+ * ends. A pad that was pulled out while nobody used it is found by the next call that selects or reaches it. What the
+ * callback itself asks the lost pad fails like any call and is not reported on that thread again. What the callback
+ * must not call is told with receiving. Always 0.
  */
 VXPADCOM_API int SetOnDeviceRemovedHandler(vxpad_device_callback callback, void* user_specific);
 
@@ -441,8 +444,9 @@ VXPADCOM_API void core_uninitialize(void);                   /* closes and frees
 VXPADCOM_API int core_looking_for_devices(void);             /* searches and opens the first pad: pads found, or -1 */
 VXPADCOM_API int core_search_devices(vx_registry* registry); /* clears and fills the registry: pads found */
 VXPADCOM_API int core_close_all_devs_clear_mem(vx_registry* registry); /* closes and clears all records; TRUE */
-VXPADCOM_API int core_reopen_devs(vx_registry* registry);              /* reopens the current pad; TRUE or FALSE */
-VXPADCOM_API int __core_reopen_devs(void);                             /* the same on the library's registry */
+/* A pad that does not open again is marked as removed, and the result is TRUE all the same. */
+VXPADCOM_API int core_reopen_devs(vx_registry* registry); /* reopens the current pad; TRUE or FALSE */
+VXPADCOM_API int __core_reopen_devs(void);                /* the same on the library's registry */
 /* Makes the pad with these settings current, or with NULL the next one: 0, 1 none such, -1, -20. */
 VXPADCOM_API int core_set_device_to_current(const char* settings);
 VXPADCOM_API int core_get_pad_settings(char* dst); /* at least 256 bytes; length of the text, -1, -20 */

@@ -1,10 +1,12 @@
 // Start, stop, and the walk through the list of pads.
-#include "api/device_events.hpp"
 #include "pads/current_pad.hpp"
 #include "session/call.hpp"
 #include "session/device_list.hpp"
 #include "session/exception_ring.hpp"
 #include "session/receive_thread.hpp"
+#include "session/removal.hpp"
+#include "session/search.hpp"
+#include "session/selection.hpp"
 #include "support/detached_thread.hpp"
 #include "support/log_delivery.hpp"
 #include "support/wchar_tools.hpp"
@@ -46,7 +48,7 @@ void tear_down() {
     }
     exception_ring::clear(scope.where());
     log_delivery::forget_callback();
-    device_events::forget_callback();
+    removal::set_callback(nullptr, nullptr);
     core_uninitialize();
 }
 
@@ -63,7 +65,7 @@ bool may_tear_down(trace::Location where) {
 // Selects a pad for the enumeration: its number, or 0 with the reason in the log.
 unsigned int enumerate(trace::Location where, unsigned int device) {
     const detached_thread::Counted counted;
-    const int result = device_list::set_dev_to_current(device, device_list::ListLock::take);
+    const int result = selection::set_dev_to_current(device, selection::ListLock::take);
     if (result == 0) {
         VX_INFO_AT(where, "Was switched to device: %d", device);
         return device;
@@ -109,7 +111,7 @@ int Initialize() {
     VX_LOCK(list_lock, &dev_list_short_lock);
     device_list::create();
     interface_state::open();
-    if (const int found = device_list::looking_for_device(); found >= 0) {
+    if (const int found = search::looking_for_device(); found >= 0) {
         VX_INFO("Number of devices found: %d", found);
     }
     return scope.exit(0);
@@ -165,7 +167,7 @@ int EnumerateDevicesNext(unsigned int* reply) {
         return call.exit(failed);
     }
     *reply = 0;
-    const int current = device_list::get_current_dev();
+    const int current = selection::get_current_dev();
     if (current <= 0) {
         VX_ERROR("Error of getting info about current device");
         return call.exit(0);

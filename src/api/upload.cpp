@@ -2,6 +2,7 @@
 #include "pads/current_pad.hpp"
 #include "session/call.hpp"
 #include "session/interface_state.hpp"
+#include "session/removal.hpp"
 #include "support/clock.hpp"
 #include "support/detached_thread.hpp"
 #include "support/owners.hpp"

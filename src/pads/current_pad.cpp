@@ -1,5 +1,7 @@
 #include "pads/current_pad.hpp"
 
+#include "transport/open_close.hpp"
+
 namespace current_pad {
 namespace {
 
@@ -56,7 +58,10 @@ vx_device* find_interface(trace::Location where, vx_device& pad, const char* pre
         no_record(where, interface_number - 1);
         return nullptr;
     }
-    core_open_dev(interface);
+    // Interfaces do not go one by one: where this one cannot be opened, the pad has gone.
+    if (!registry::was_removed(pad) && !open_close::opens(*interface)) {
+        registry::mark_removed(pad);
+    }
     return interface;
 }
 

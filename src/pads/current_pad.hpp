@@ -35,6 +35,10 @@ class KeepOpen {
 vx_device* get();
 vx_device* find(const char* settings);
 
+// core_set_device_to_current(), for a caller who holds a lock while it chooses. That is released before the pad is
+// reopened, but only when no other thread can find the pad unready: its own lock is held, or its user leaves it open.
+int make_current(const char* settings, trace::Lock& choice);
+
 // Runs request(pad) and then the removed check, with which every request to the current pad ends. -1 without a pad.
 template <typename Request>
 int request(trace::Location where, Request request, registry::Missing missing = registry::Missing::traced) {

@@ -12,10 +12,16 @@ namespace {
 constexpr int core_true = 1;
 constexpr int core_false = 0;
 
+// A pad that has gone is not asked.
 void clear_signature_rectangle(vx_device& pad) {
-    if (registry::has_signature_rectangle(pad)) {
+    if (registry::has_signature_rectangle(pad) && !registry::was_removed(pad)) {
         core_create_signature_rectangle(&pad, 0, 0, 0, 0, 0);
     }
+}
+
+// For those who hold no lock while they choose a pad.
+trace::Lock no_lock(trace::Location where) {
+    return trace::Lock{nullptr, "", where};
 }
 
 enum class AfterClosing { keep, clear };
@@ -42,7 +48,7 @@ void close_further_interfaces(trace::Location where, vx_device& pad, AfterClosin
             continue;
         }
         if (interface->in_use != 0) {
-            {
+            if (kept_open == KeptOpen::closed_too || !registry::is_kept_open(*interface)) {
                 trace::Lock lock{interface->device_lock, "device->device_lock", where};
                 close(*interface, kept_open);
             }
@@ -70,16 +76,49 @@ void free_further_interfaces(vx_device& slot) {
     std::free(slot.interfaces);
 }
 
-bool make_current(trace::Location where, vx_registry& pads, int index) {
+// Whether reopening changes nothing: the pad is in use and open.
+bool stays_open(vx_device& pad) {
+    return registry::is_kept_open(pad) &&
+           (registry::load(pad.hid) != nullptr || registry::load(pad.vcom_handle) != nullptr);
+}
+
+// core_reopen_devs(); the choice is that of current_pad::make_current().
+int reopen(vx_registry* pads, trace::Lock& choice) {
+    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "core_reopen_devs")};
+    vx_device* current = pads == nullptr ? nullptr : registry::acting_device(*pads);
+    if (current == nullptr) {
+        VX_INFO_AT(scope.where(), "dev_shared->current_device is NULL");
+        scope.exit(false);
+        return core_false;
+    }
+    // Held throughout, or another thread's transfer would find the pad closed.
+    trace::Lock lock{current->device_lock, "current->device_lock", scope.where(), trace::Lock::Taken::if_free};
+    choice.unlock();
+    close_further_interfaces(scope.where(), *current, AfterClosing::keep, NullRecord::reported, KeptOpen::left_open);
+    if (lock.is_held() || !stays_open(*current)) {
+        lock.lock();
+        close(*current, KeptOpen::left_open);
+        if (!registry::was_removed(*current) && __core_open_dev(current) != 0) {
+            registry::mark_removed(*current);
+        }
+    }
+    scope.exit(true);
+    return core_true;
+}
+
+// From here on to the end of the caller's Serve, this thread acts on the pad that it has chosen, also where another
+// thread chooses another one meanwhile.
+bool make_current(trace::Location where, vx_registry& pads, int index, trace::Lock& choice) {
     registry::set_current_device(pads, index);
-    if (core_reopen_devs(&pads) != core_true) {
+    registry::serve(&pads.devices[index]);
+    if (reopen(&pads, choice) != core_true) {
         trace::error(where, "Error of initialize of current device");
         return false;
     }
     return true;
 }
 
-int switch_to_next(trace::Location where, vx_registry& pads) {
+int switch_to_next(trace::Location where, vx_registry& pads, trace::Lock& choice) {
     int result = 1;
     int index = pads.current_index;
     if (pads.count_of_devices == 1) {
@@ -90,24 +129,25 @@ int switch_to_next(trace::Location where, vx_registry& pads) {
         VX_INFO_AT(where, "was switch to device[%d]: %s", index, pads.devices[index].szPadSettings);
         result = 0;
     }
-    if (!make_current(where, pads, index)) {
+    if (!make_current(where, pads, index, choice)) {
         return -1;
     }
     clear_signature_rectangle(pads.devices[index]);
     return result;
 }
 
-int switch_to(trace::Location where, vx_registry& pads, const char* settings) {
+int switch_to(trace::Location where, vx_registry& pads, const char* settings, trace::Lock& choice) {
     const int index = registry::find_settings(pads, settings);
     if (index < 0) {
         VX_INFO_AT(where, "device with Pad Settings: %s not found ", settings);
         return 1;
     }
     VX_INFO_AT(where, "device with Pad Settings: %s was found ", settings);
-    return make_current(where, pads, index) ? 0 : -1;
+    return make_current(where, pads, index, choice) ? 0 : -1;
 }
 
-int select(trace::Location where, vx_registry& pads, const vx_device& current, const char* settings) {
+int select(trace::Location where, vx_registry& pads, const vx_device& current, const char* settings,
+           trace::Lock& choice) {
     if (settings != nullptr && registry::same_settings(current, settings)) {
         return 0;
     }
@@ -118,7 +158,7 @@ int select(trace::Location where, vx_registry& pads, const vx_device& current, c
     for (int i = 0; i < pads.count_of_devices; ++i) {
         VX_INFO_AT(where, "devices[%d].szPadSettings: %s", i, pads.devices[i].szPadSettings);
     }
-    return settings == nullptr ? switch_to_next(where, pads) : switch_to(where, pads, settings);
+    return settings == nullptr ? switch_to_next(where, pads, choice) : switch_to(where, pads, settings, choice);
 }
 
 } // namespace
@@ -202,7 +242,9 @@ int core_looking_for_devices() {
     const int found = core_search_devices(pads);
     VX_INFO("dev_shared->count_of_devices: %d", pads->count_of_devices);
     if (found >= 1) {
-        if (!make_current(VX_HERE, *pads, 0)) {
+        const current_pad::Serve none{nullptr};
+        trace::Lock no_choice = no_lock(VX_HERE);
+        if (!make_current(VX_HERE, *pads, 0, no_choice)) {
             return scope.exit(-1);
         }
         clear_signature_rectangle(pads->devices[0]);
@@ -211,22 +253,8 @@ int core_looking_for_devices() {
 }
 
 int core_reopen_devs(vx_registry* pads) {
-    trace::Scope scope{VX_HERE};
-    vx_device* current = pads == nullptr ? nullptr : registry::acting_device(*pads);
-    if (current == nullptr) {
-        VX_INFO("dev_shared->current_device is NULL");
-        scope.exit(false);
-        return core_false;
-    }
-    close_further_interfaces(VX_HERE, *current, AfterClosing::keep, NullRecord::reported, KeptOpen::left_open);
-    {
-        // Held throughout, or another thread's transfer would find the pad closed.
-        VX_LOCK(lock, current->device_lock);
-        close(*current, KeptOpen::left_open);
-        __core_open_dev(current);
-    }
-    scope.exit(true);
-    return core_true;
+    trace::Lock no_choice = no_lock(VX_HERE);
+    return reopen(pads, no_choice);
 }
 
 int __core_reopen_devs() {
@@ -237,19 +265,24 @@ int __core_reopen_devs() {
 }
 
 int core_set_device_to_current(const char* settings) {
-    trace::Scope scope{VX_HERE};
-    const current_pad::Serve none{nullptr}; // the pad that becomes current is reopened and checked
+    trace::Lock no_choice = no_lock(VX_HERE);
+    return current_pad::make_current(settings, no_choice);
+}
+
+int current_pad::make_current(const char* settings, trace::Lock& choice) {
+    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "core_set_device_to_current")};
+    const Serve none{nullptr}; // the pad that becomes current is reopened and checked
     vx_registry* pads = registry::get();
     if (pads == nullptr) {
-        VX_INFO("error: %s() dev_shared is NULL...", __func__);
+        VX_INFO_AT(scope.where(), "error: %s() dev_shared is NULL...", scope.where().function);
         return scope.exit(-1);
     }
     vx_device* current = registry::current_device(*pads);
     if (current == nullptr) {
-        VX_INFO("error: %s() dev_shared->current_device is NULL...", __func__);
+        VX_INFO_AT(scope.where(), "error: %s() dev_shared->current_device is NULL...", scope.where().function);
         return scope.exit(-1);
     }
-    int result = select(scope.where(), *pads, *current, settings);
+    int result = select(scope.where(), *pads, *current, settings, choice);
     core_catch_is_dev_was_removed(&result);
     return scope.exit(result);
 }

@@ -1,7 +1,8 @@
 #include "session/call.hpp"
 
-#include "session/device_list.hpp"
 #include "session/exception_ring.hpp"
+#include "session/removal.hpp"
+#include "session/selection.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -41,13 +42,13 @@ int Call::require_text_output(int code, const char16_t* res_text, int res_text_s
 
 int Call::select(unsigned int device) {
     counted_.emplace();
-    const int result = device_list::set_dev_to_current(device, device_list::ListLock::take, &pad_);
+    const int result = selection::set_dev_to_current(device, selection::ListLock::take, &pad_);
     served_.emplace(pad_);
     return selected(result, device);
 }
 
 int Call::select_served(unsigned int device, unsigned int interface_number) {
-    return selected(device_list::set_served_dev_to_current(device, interface_number), device);
+    return selected(selection::set_served_dev_to_current(device, interface_number), device);
 }
 
 int Call::selected(int result, unsigned int device) {

@@ -19,6 +19,23 @@ Interface* find(unsigned int device, unsigned int interface_number) {
     return device < device_list::slots && interface_number < interfaces ? &states[device][interface_number] : nullptr;
 }
 
+void ask_to_stop(unsigned int device, unsigned int interface_number) {
+    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "__stop_thread")};
+    if (device_list::table() == nullptr) {
+        return;
+    }
+    if (device > device_list::slots) {
+        trace::error(scope.where(), "Error: incorrect device value: %d", static_cast<int>(device));
+        return;
+    }
+    if (Interface* interface = find(device, interface_number)) {
+        trace::Lock lock{&interface->info_lock, info_lock_name, scope.where()};
+        if (interface->info) {
+            interface->info->running = 0;
+        }
+    }
+}
+
 void open() {
     detached_thread::open();
 }

@@ -3,10 +3,26 @@
 
 #include "session/device_list.hpp"
 #include "support/callback_pair.hpp"
+#include "support/one_shot.hpp"
 
+#include <atomic>
 #include <memory>
 
-struct ReceiveThread;
+// A receive thread's record. It is freed when the thread has left and nobody waits for one of its signals any more.
+struct ReceiveThread {
+    ReceiveThread(vx_device& its_pad, uni_queue* its_queue, unsigned int its_device, unsigned int its_interface)
+        : pad{its_pad}, queue{its_queue}, device{its_device}, interface_number{its_interface} {}
+
+    vx_device& pad;
+    uni_queue* queue;
+    unsigned int device;
+    unsigned int interface_number;
+    std::atomic<std::uint32_t> running{1};
+    OneShot started;                     // pen data has been switched on
+    OneShot left_loop;                   // no further report is read
+    OneShot ended;                       // pen data has been switched off
+    std::shared_ptr<ReceiveThread> self; // until the thread takes it over
+};
 
 namespace interface_state {
 
@@ -36,6 +52,9 @@ constexpr const char* callback_lock_name =
 
 // Null where there is no such interface.
 Interface* find(unsigned int device, unsigned int interface_number);
+
+// Asks the interface's receive thread to end, from any thread, itself included, and does not wait.
+void ask_to_stop(unsigned int device, unsigned int interface_number);
 
 // Threads are started and calls that use a pad let in between open() and close() only, all with dev_list_short_lock
 // held.

@@ -4,7 +4,6 @@
 #include "session/call.hpp"
 #include "support/detached_thread.hpp"
 #include "support/memory.hpp"
-#include "support/one_shot.hpp"
 #include "support/owners.hpp"
 
 #include <algorithm>
@@ -13,22 +12,6 @@
 #include <unistd.h>
 
 using interface_state::Interface;
-
-// The thread's record. It is freed when the thread has left and nobody waits for one of its signals any more.
-struct ReceiveThread {
-    ReceiveThread(vx_device& its_pad, uni_queue* its_queue, unsigned int its_device, unsigned int its_interface)
-        : pad{its_pad}, queue{its_queue}, device{its_device}, interface_number{its_interface} {}
-
-    vx_device& pad;
-    uni_queue* queue;
-    unsigned int device;
-    unsigned int interface_number;
-    std::atomic<std::uint32_t> running{1};
-    OneShot started;                     // pen data has been switched on
-    OneShot left_loop;                   // no further report is read
-    OneShot ended;                       // pen data has been switched off
-    std::shared_ptr<ReceiveThread> self; // until the thread takes it over
-};
 
 namespace receive_thread {
 namespace {
@@ -96,13 +79,22 @@ constexpr PenDataSwitch pen_data_on{core_enable_ssp_biodata_sending, "core_enabl
 constexpr PenDataSwitch pen_data_off{core_disable_ssp_biodata_sending, "core_disable_ssp_biodata_sending()",
                                      "Sending of SSP Biodata was disabled"};
 
-void switch_pen_data(Call& call, const ReceiveThread& thread, const PenDataSwitch& to) {
-    if (const int result = to.core(); result < 0) {
-        call.core_failed(result, to.core_name, "Error of send ssp message for device: ", thread.device,
-                         thread.interface_number);
-    } else {
+enum class Removal { to_be_told, told };
+
+Removal switch_pen_data(Call& call, const ReceiveThread& thread, const PenDataSwitch& to, Removal removal) {
+    const int result = to.core();
+    if (result >= 0) {
         VX_INFO_AT(call.where(), "%s", to.success);
+        return removal;
     }
+    constexpr const char* failure = "Error of send ssp message for device: ";
+    if (removal == Removal::told) {
+        trace::error(call.where(), "Error, function %s return %d", to.core_name, result);
+        call.fail(VXPCEC_INVALID_HANDLE, failure, static_cast<int>(thread.device));
+    } else {
+        call.core_failed(result, to.core_name, failure, thread.device, thread.interface_number);
+    }
+    return result == registry::removed_result ? Removal::told : removal;
 }
 
 unsigned long queued(uni_queue* queue) {
@@ -114,21 +106,25 @@ unsigned long queued(uni_queue* queue) {
 
 void start_routine(ReceiveThread& thread) {
     Call call{VX_HERE};
-    call.select(thread.device); // a removal that is found ends the thread
+    Removal removal = Removal::to_be_told;
+    if (call.select(thread.device) != 0 && registry::was_removed(thread.pad)) {
+        removal = Removal::told; // of the pad, and perhaps to another interface's thread only
+        thread.running = 0;
+    }
     const current_pad::Serve own{&thread.pad};
     core_clear_ssp_input_queue();
     __core_reopen_devs();
     VX_INFO("the queue size before starting thread is: %lu", queued(thread.queue));
     {
         const current_pad::KeepOpen keep_open{thread.pad, thread.interface_number};
-        switch_pen_data(call, thread, pen_data_on);
+        removal = switch_pen_data(call, thread, pen_data_on, removal);
         thread.started.give();
         for (Frame frame; thread.running.load() != 0;) {
             poll(VX_HERE, thread, frame);
         }
     }
     thread.left_loop.give();
-    switch_pen_data(call, thread, pen_data_off);
+    switch_pen_data(call, thread, pen_data_off, removal);
 }
 
 void run(ReceiveThread* argument) {
@@ -286,22 +282,6 @@ void stop_thread(unsigned int device, unsigned int interface_number, std::option
     }
 }
 
-void ask_to_stop(unsigned int device, unsigned int interface_number) {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "__stop_thread")};
-    if (device_list::table() == nullptr) {
-        return;
-    }
-    if (device > device_list::slots) {
-        trace::error(scope.where(), "Error: incorrect device value: %d", static_cast<int>(device));
-        return;
-    }
-    if (Interface* interface = interface_state::find(device, interface_number)) {
-        if (const auto thread = look(scope.where(), *interface, &Interface::info)) {
-            thread->running = 0;
-        }
-    }
-}
-
 void stop_all(trace::Location where) {
     struct Number {
         unsigned int device;
@@ -319,7 +299,7 @@ void stop_all(trace::Location where) {
     }
     const std::span used{numbers.data(), count};
     for (const auto [device, interface_number] : used) {
-        ask_to_stop(device, interface_number); // so that their pauses pass together
+        interface_state::ask_to_stop(device, interface_number); // so that their pauses pass together
     }
     for (const auto [device, interface_number] : used) {
         stop_thread(device, interface_number);

@@ -18,9 +18,6 @@ int start_thread(unsigned int device, unsigned int interface_number);
 void stop_thread(unsigned int device, unsigned int interface_number,
                  std::optional<unsigned int> last_start = std::nullopt);
 
-// Asks the thread to end, from any thread, itself included, and does not wait.
-void ask_to_stop(unsigned int device, unsigned int interface_number);
-
 // Stops every one.
 void stop_all(trace::Location where);
 

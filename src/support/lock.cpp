@@ -17,9 +17,22 @@ void lock_line(LockEvent event, Location where, const char* expression) {
     print_line("\033[33m", where, "%s(): %s%s", where.function, texts[static_cast<int>(event)], expression);
 }
 
-Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where)
+Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where, Taken taken)
     : mutex_{mutex}, expression_{expression}, where_{where} {
-    if (mutex_ == nullptr) {
+    if (taken == Taken::now) {
+        lock();
+    } else if (taken == Taken::if_free && mutex_ != nullptr && pthread_mutex_trylock(mutex_) == 0) {
+        held_ = true;
+        log_delivery::lock_taken();
+        if (lock_lines_wanted()) {
+            lock_line(LockEvent::going_to_lock, where_, expression_);
+            lock_line(LockEvent::locked, where_, expression_);
+        }
+    }
+}
+
+void Lock::lock() {
+    if (mutex_ == nullptr || held_) {
         return;
     }
     const bool wanted = lock_lines_wanted();
@@ -27,6 +40,7 @@ Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where)
         lock_line(LockEvent::going_to_lock, where_, expression_);
     }
     Pthread_mutex_lock(mutex_);
+    held_ = true;
     log_delivery::lock_taken();
     if (wanted) {
         lock_line(LockEvent::locked, where_, expression_);
@@ -34,11 +48,11 @@ Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where)
 }
 
 void Lock::unlock() {
-    if (mutex_ == nullptr) {
+    if (!held_) {
         return;
     }
     Pthread_mutex_unlock(mutex_);
-    mutex_ = nullptr;
+    held_ = false;
     if (lock_lines_wanted()) {
         lock_line(LockEvent::unlocked, where_, expression_);
     }

@@ -6,20 +6,25 @@
 
 namespace trace {
 
-// Holds a mutex; a null mutex is left alone. The expression is the lock's name in trace lines.
+// Holds a mutex, from the beginning or later; a null mutex is left alone. The expression is the lock's name in trace
+// lines.
 class Lock {
   public:
-    Lock(pthread_mutex_t* mutex, const char* expression, Location where);
+    enum class Taken { now, if_free, later };
+    Lock(pthread_mutex_t* mutex, const char* expression, Location where, Taken taken = Taken::now);
     ~Lock() { unlock(); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
+    bool is_held() const { return held_; }
+    void lock(); // where it is not held
     void unlock();
 
   private:
     pthread_mutex_t* mutex_;
     const char* expression_;
     Location where_;
+    bool held_ = false;
 };
 
 #define VX_LOCK(name, mutex)                                                                                           \

@@ -30,15 +30,22 @@ int __core_open_dev(vx_device* device) {
     return scope.exit(result);
 }
 
+bool open_close::opens(vx_device& device) {
+    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "core_open_dev")};
+    const trace::Lock lock{device.device_lock, "device->device_lock", scope.where()};
+    const bool is_open = __core_open_dev(&device) == 0;
+    scope.exit(0);
+    return is_open;
+}
+
 int core_open_dev(vx_device* device) {
-    trace::Scope scope{VX_HERE};
     if (device == nullptr) {
+        trace::Scope scope{VX_HERE};
         return scope.exit(__core_open_dev(device));
     }
-    VX_LOCK(lock, device->device_lock);
-    __core_open_dev(device);
     // A failed open is found at the first transfer, which then tries to recover.
-    return scope.exit(0);
+    open_close::opens(*device);
+    return 0;
 }
 
 void __core_close_dev(vx_device* device) {

@@ -1,9 +1,12 @@
-// Recovery of a record after a failed exchange.
+// Opening a record, and its recovery after a failed exchange.
 #pragma once
 
 #include "transport/registry.hpp"
 
 namespace open_close {
+
+// core_open_dev() that tells whether the record is open on each transport that it belongs to.
+bool opens(vx_device& device);
 
 // Closes the record and opens it again, with its lock held. -1 where the pad is still there, though the exchange is
 // lost; -20 and the record marked where it is gone.

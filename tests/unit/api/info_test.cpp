@@ -208,17 +208,16 @@ TEST_F(NumberInfo, OfManyInterfacesCountsNine) {
 }
 
 // A pad that could be searched but not be opened afterwards has no open handle to ask for sizes.
-TEST_F(NumberInfo, FailsForAPadThatCouldNotBeOpened) {
+TEST_F(NumberInfo, FailsForAPadThatCouldNotBeOpenedAfterItWasFound) {
     start_over();
     bus().plug(pad_of_type(1));
     int opened = 0;
     bus().hooks.open_path = [&](const std::string&) { return ++opened == 1 ? std::nullopt : std::optional(1); };
     Initialize();
     ASSERT_EQ(GetDeviceCount(&reply_), 1);
-    EXPECT_EQ(
-        record_of(GetFeatureReportSize(1, 0, &reply_)),
-        (Record{257, "GetFeatureReportSize", "Error of getting max packet size of hid interfaces for device: 1"}));
-    EXPECT_EQ(value_of(GetVendorId, 1), pad_of_type(1).vendor_id);
+    EXPECT_EQ(record_of(GetFeatureReportSize(1, 0, &reply_)),
+              (Record{257, "GetFeatureReportSize", "Error of switching to device: 1"}));
+    EXPECT_EQ(record_of(GetVendorId(1, &reply_)), (Record{257, "GetVendorId", "Error of switching to device: 1"}));
 }
 
 struct DeviceCall {

@@ -167,8 +167,8 @@ TEST_F(Queries, OfSizesNeedAnOpenPad) {
     bus().hooks.open_path = [&](const std::string&) { return ++opened == 1 ? std::nullopt : std::optional(1); };
     start(pad_of_type(1));
     bus().hooks = {};
-    EXPECT_EQ(core_get_max_packet_size_of_out_endpoint(), -1);
-    EXPECT_EQ(core_get_max_packet_size_of_input_report(), -1);
+    EXPECT_EQ(core_get_max_packet_size_of_out_endpoint(), -20);
+    EXPECT_EQ(core_get_max_packet_size_of_input_report(), -20);
 }
 
 struct TransferRequest {

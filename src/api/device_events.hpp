@@ -1,8 +1,0 @@
-// The application's device-removed callback.
-#pragma once
-
-namespace device_events {
-
-void forget_callback();
-
-} // namespace device_events

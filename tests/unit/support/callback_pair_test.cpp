@@ -1,0 +1,61 @@
+#include "support/callback_pair.hpp"
+
+#include <array>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Callback = int (*)();
+
+TEST(CallbackPair, HoldsWhatWasSetLast) {
+    CallbackPair<Callback> pair;
+    EXPECT_FALSE(pair.is_set());
+    EXPECT_EQ(pair.get().callback, nullptr);
+    EXPECT_EQ(pair.get().user_specific, nullptr);
+    int mark = 0;
+    pair.set([] { return 1; }, &mark);
+    EXPECT_TRUE(pair.is_set());
+    EXPECT_EQ(pair.get().callback(), 1);
+    EXPECT_EQ(pair.get().user_specific, &mark);
+    pair.set(nullptr, &mark);
+    EXPECT_FALSE(pair.is_set());
+    EXPECT_EQ(pair.get().user_specific, &mark);
+}
+
+TEST(CallbackPair, IsNeverTornByThreadsThatSetIt) {
+    static std::array<int, 3> marks;
+    static constexpr std::array<Callback, 3> callbacks{[] { return 0; }, [] { return 1; }, [] { return 2; }};
+    CallbackPair<Callback> pair;
+    pair.set(callbacks[0], &marks[0]);
+    std::atomic<bool> finished = false;
+    std::vector<std::thread> setters;
+    for (const std::size_t number : {1U, 2U}) {
+        setters.emplace_back([&pair, &finished, number] {
+            while (!finished) {
+                pair.set(callbacks[number], &marks[number]);
+            }
+        });
+    }
+    int torn = 0;
+    for (int i = 0; i < 200'000; ++i) {
+        const auto [callback, user_specific] = pair.get();
+        torn += user_specific == &marks[static_cast<std::size_t>(callback())] ? 0 : 1;
+    }
+    finished = true;
+    for (std::thread& setter : setters) {
+        setter.join();
+    }
+    EXPECT_EQ(torn, 0);
+}
+
+TEST(CallbackPair, CanBeSetByTheCallbackItself) {
+    static CallbackPair<void (*)(void*)> pair;
+    pair.set([](void*) { pair.set(nullptr, nullptr); }, nullptr);
+    const auto [callback, user_specific] = pair.get();
+    callback(user_specific);
+    EXPECT_FALSE(pair.is_set());
+}
+
+} // namespace
