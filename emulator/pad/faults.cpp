@@ -27,7 +27,7 @@ struct KindName {
     TransferSet strikes;
 };
 
-constexpr std::array<KindName, 18> kind_names{{
+constexpr std::array<KindName, 19> kind_names{{
     {"stall", FaultKind::stall, Parameter::none, 0, 0, transfers},
     {"silence", FaultKind::silence, Parameter::none, 0, 0, transfers},
     {"garbage", FaultKind::garbage, Parameter::none, 0, 0, transfers},
@@ -39,6 +39,7 @@ constexpr std::array<KindName, 18> kind_names{{
     {"split", FaultKind::split, Parameter::number, 1, 65535, messages},
     {"merge", FaultKind::merge, Parameter::none, 0, 0, messages},
     {"delay-reply", FaultKind::delay_reply, Parameter::number, 0, 3600000, messages},
+    {"twice", FaultKind::twice, Parameter::none, 0, 0, messages},
     {"drop", FaultKind::drop, Parameter::none, 0, 0, messages},
     {"wrong-component", FaultKind::wrong_component, Parameter::none, 0, 0, messages},
     {"wrong-result", FaultKind::wrong_result, Parameter::none, 0, 0, messages},

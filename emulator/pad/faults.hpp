@@ -33,6 +33,7 @@ enum class FaultKind {
     split,
     merge,
     delay_reply,
+    twice,
     drop,
     wrong_component,
     wrong_result,

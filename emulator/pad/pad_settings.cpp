@@ -106,7 +106,7 @@ PenMode pen_mode(const std::string& text) {
 
 using Setter = void (*)(PadSettings&, const std::string& value);
 
-constexpr std::array<std::pair<std::string_view, Setter>, 25> setters{{
+constexpr std::array<std::pair<std::string_view, Setter>, 26> setters{{
     {"type", [](PadSettings& pad, const std::string& v) { pad.type = parse_count(v, 0, 255); }},
     {"vendor",
      [](PadSettings& pad, const std::string& v) { pad.vendor_id = std::uint16_t(parse_number(v, 16, 0, 0xffff)); }},
@@ -134,6 +134,8 @@ constexpr std::array<std::pair<std::string_view, Setter>, 25> setters{{
     {"conf-fail", [](PadSettings& pad, const std::string& v) { pad.ssp.conf_fails = flag(v, "no", "yes"); }},
     {"connection",
      [](PadSettings& pad, const std::string& v) { pad.ssp.connection = std::uint8_t(parse_number(v, 10, 0, 255)); }},
+    {"set-connection",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.answers_set_connection = flag(v, "silent", "answered"); }},
     {"pen", [](PadSettings& pad, const std::string& v) { pad.pen.mode = pen_mode(v); }},
     {"pen-rate", [](PadSettings& pad, const std::string& v) { pad.pen.rate = parse_count(v, 0, fastest_pen); }},
     {"pen-size", [](PadSettings& pad, const std::string& v) { pad.pen.size = parse_count(v, 1, 64); }},

@@ -31,6 +31,7 @@ struct SspSettings {
     unsigned int conf_busy = 0; // state queries that still find a changed configuration being applied
     bool conf_fails = false;
     std::uint8_t connection = 0;
+    bool answers_set_connection = false;
 };
 
 // When a pad plays pen data that nobody has asked for through the control socket.

@@ -55,6 +55,7 @@ void SspOutbox::send(Bytes message, TransferKind kind) {
     std::chrono::milliseconds delay{0};
     const char* note = "";
     bool wait = false;
+    bool twice = false;
     for (auto* fault : verdict.alterations) {
         if (fault->kind == FaultKind::cut) {
             stream.resize(std::min<std::size_t>(stream.size(), fault->parameter));
@@ -66,6 +67,8 @@ void SspOutbox::send(Bytes message, TransferKind kind) {
             piece_size = fault->parameter;
         } else if (fault->kind == FaultKind::delay_reply) {
             delay += std::chrono::milliseconds(fault->parameter);
+        } else if (fault->kind == FaultKind::twice) {
+            twice = true;
         } else if (fault->kind == FaultKind::merge) {
             wait = true;
         } else if (fault->kind == FaultKind::drop) {
@@ -92,12 +95,18 @@ void SspOutbox::send(Bytes message, TransferKind kind) {
         held_.insert(held_.end(), stream.begin(), stream.end());
         return;
     }
+    const auto queue_all = [piece_size, twice](SspOutbox& outbox, const Bytes& bytes) {
+        outbox.queue(bytes, piece_size);
+        if (twice) {
+            outbox.queue(bytes, piece_size);
+        }
+    };
     if (delay.count() == 0) {
-        return queue(std::move(stream), piece_size);
+        return queue_all(*this, stream);
     }
-    loop_.call_after(delay, [self = std::weak_ptr(self_), stream = std::move(stream), piece_size] {
+    loop_.call_after(delay, [self = std::weak_ptr(self_), stream = std::move(stream), queue_all] {
         if (const auto outbox = self.lock()) {
-            (*outbox)->queue(stream, piece_size);
+            queue_all(**outbox, stream);
         }
     });
 }

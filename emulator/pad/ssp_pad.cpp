@@ -127,7 +127,7 @@ void SspPad::handle_base(std::uint8_t component, Payload request) {
     if (!answer) {
         ++refused_;
     }
-    if (known && !found->has_reply) {
+    if (known && !found->has_reply && !model_.settings().ssp.answers_set_connection) {
         return;
     }
     Bytes reply{request[0], answer ? result_ok : result_refused};

@@ -31,6 +31,7 @@ Options:
       modes=0:5:6:13      types of the signpad's modes, likewise
       conf-busy=0         state queries that find a changed configuration still being applied
       conf-fail=no        yes: a changed configuration fails
+      set-connection=silent  answered: setting the connection type is answered
       connection=0        connection type
       pen=follow          plays a signature as pen data while the program has it switched on; loop: always, also as
                           input reports of a HID pad; off: only on request
@@ -63,6 +64,7 @@ Faults of messages that the pad puts into its stream, on=ssp (replies, the defau
   split=BYTES           comes in pieces of at most so many bytes, each in a packet or report of its own
   merge                 waits and comes in one piece with the next bytes
   delay-reply=MILLISECONDS  comes late; later messages may overtake it
+  twice                 comes a second time
   drop                  does not come
   wrong-component       component id is one too high; what is no base message looks like one
   wrong-result          result is one too high; of a carried report the second byte
