@@ -411,6 +411,13 @@ typedef struct vx_device {
     uni_queue* ssp_unfinished; /* a message that a call had no time to complete: goes in front of the next read */
     int32_t keepers;           /* calls and receive threads that want the interface to stay open */
     uint8_t count_of_modes;    /* entries of modes_id_table that the pad listed; 0 until it was asked */
+    int32_t reports_due;       /* requests for a legacy report that have no answer yet */
+    int32_t replies_due;       /* other messages sent that have no answer yet */
+    int32_t slowest_report_ms; /* how long the pad lets a legacy report be waited for */
+    uint8_t left_over;         /* 1: an answer to an earlier question may wait, 2: to one of before the search */
+    uint8_t sends_unasked;     /* the pad has sent answers that nobody had asked for */
+    uint8_t report_in_doubt;   /* the next legacy report may be the answer to an earlier request */
+    uint8_t beginning_is_old;  /* what is in ssp_unfinished came before the last send */
 } vx_device;
 
 enum { VX_MAX_DEVICES = 16, VX_MAX_FURTHER_INTERFACES = 8 };

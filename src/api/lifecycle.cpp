@@ -124,6 +124,7 @@ int Deinitialize() {
     }
     VX_LOCK(general_lock, &gen_thread_mutex_lock);
     tear_down();
+    registry::forget_answers_left_behind();
     return scope.exit(0);
 }
 

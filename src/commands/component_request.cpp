@@ -1,5 +1,6 @@
 #include "commands/component_request.hpp"
 
+#include "exchange/ssp_engine.hpp"
 #include "support/print_helpers.hpp"
 #include "wire/ssp_base_message.hpp"
 
@@ -28,6 +29,14 @@ int send_to(trace::Location where, vx_device* device, const Request& request, in
     return result;
 }
 
+bool is_base(const Reply& reply) {
+    return ssp_base_message_is_it_old_message(reply.message()) == 0;
+}
+
+bool answers(const Reply& reply, int id, unsigned char message_id) {
+    return is_base(reply) && reply.message()[0] == id && !reply.payload().empty() && reply.data()[0] == message_id;
+}
+
 // A pad whose interface could not be opened again is as gone as one that the transport misses.
 bool is_lost(int result) {
     constexpr int removed = -20;
@@ -53,6 +62,24 @@ Answer receive(trace::Location where, vx_device* device, unsigned int time_out) 
     return {0, Reply{std::move(buffer), std::min(size, Reply::capacity)}};
 }
 
+Answer receive_from(trace::Location where, vx_device* device, unsigned int time_out, int id, unsigned char message_id) {
+    for (;;) {
+        Answer answer = receive(where, device, time_out);
+        if (!answer.reply) {
+            return answer;
+        }
+        if (answers(*answer.reply, id, message_id)) {
+            return answer; // what is due besides may come late, or never
+        }
+        if (!is_base(*answer.reply) || device->replies_due == 0) {
+            ssp_engine::expect_left_over(*device);
+            device->sends_unasked = ssp_engine::on_guard;
+            return answer;
+        }
+        VX_INFO_AT(where, "an answer to an earlier question is dropped");
+    }
+}
+
 Answer perform(trace::Location where, vx_device* device, const Request& request) {
     if (is_missing(where, device)) {
         return {-1, std::nullopt};
@@ -64,7 +91,7 @@ Answer perform(trace::Location where, vx_device* device, const Request& request)
     if (const int result = send_to(where, device, request, id); result != 0) {
         return {is_lost(result) ? device_lost : result, std::nullopt};
     }
-    Answer answer = receive(where, device, reply_time_out_ms);
+    Answer answer = receive_from(where, device, reply_time_out_ms, id, request.message_id);
     if (!answer.reply) {
         trace::error(where, "%s", request.no_reply);
         return {is_lost(answer.result) ? device_lost : -1, std::nullopt};
@@ -80,7 +107,14 @@ int send(trace::Location where, vx_device* device, const Request& request) {
         return -1;
     }
     const int id = look_up(where, device, request.component);
-    return id < 0 ? id : send_to(where, device, request, id);
+    if (id < 0) {
+        return id;
+    }
+    const int result = send_to(where, device, request, id);
+    if (result == 0) {
+        ssp_engine::expect_left_over(*device);
+    }
+    return result;
 }
 
 bool has_signpad_modes(const vx_device& device) {

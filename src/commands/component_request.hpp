@@ -40,6 +40,10 @@ struct Answer {
 // The pad's reply to what was sent last.
 Answer receive(trace::Location where, vx_device* device, unsigned int time_out);
 
+// The same, where answers to earlier requests that are still due are passed over. What else does not match is given to
+// the caller to refuse.
+Answer receive_from(trace::Location where, vx_device* device, unsigned int time_out, int id, unsigned char message_id);
+
 // A request and the texts by which the families differ.
 struct Request {
     ComponentType component;

@@ -1,4 +1,5 @@
 // The fixed commands: a 64-byte feature report to the pad and one back, tried three times with growing pauses.
+#include "exchange/ssp_engine.hpp"
 #include "support/clock.hpp"
 #include "transport/open_close.hpp"
 #include "transport/usb_id_tables.hpp"
@@ -76,9 +77,12 @@ bool receive(trace::Location where, vx_device& device, Report& reply) {
     return result == 0;
 }
 
-bool answers(trace::Location where, const Report& reply, Command command, const char* mismatch) {
+bool answers(trace::Location where, vx_device& device, const Report& reply, Command command, const char* mismatch) {
     if (reply[0] != command) {
         VX_INFO_AT(where, "%s", mismatch);
+        if (device.vcom_handle != nullptr) {
+            ssp_engine::expect_left_over(device);
+        }
         return false;
     }
     return true;
@@ -95,7 +99,7 @@ bool device_error(trace::Location where, const Report& reply) {
 // One attempt of a command whose reply echoes it: the request, the reply, its two header bytes.
 bool exchange(trace::Location where, vx_device& device, const Report& request, Report& reply, const char* mismatch) {
     return send(where, device, request) && receive(where, device, reply) &&
-           answers(where, reply, static_cast<Command>(request[0]), mismatch) && !device_error(where, reply);
+           answers(where, device, reply, static_cast<Command>(request[0]), mismatch) && !device_error(where, reply);
 }
 
 Report request_for(Command command) {
@@ -237,8 +241,8 @@ int core_set_pad_mode(vx_device* device, int mode, int option) {
                 return scope.exit(0);
             }
             Report reply;
-            if (receive(VX_HERE, *device, reply) &&
-                answers(VX_HERE, reply, VX_CMD_SET_PAD_MODE, "command in in_report_general not VX_CMD_SET_PAD_MODE")) {
+            if (receive(VX_HERE, *device, reply) && answers(VX_HERE, *device, reply, VX_CMD_SET_PAD_MODE,
+                                                            "command in in_report_general not VX_CMD_SET_PAD_MODE")) {
                 if (!confirms_mode(device->pad_type)) {
                     return scope.exit(0);
                 }

@@ -254,11 +254,11 @@ int ssp_common_components_id_initialize_table(vx_device* device) {
         VX_ERROR("function __send_ssp_message() return %d", result);
         return scope.exit(-1);
     }
-    const Answer answer = component_request::receive(VX_HERE, device, list_time_out_ms);
+    constexpr int asked = 0; // the message names no component
+    const Answer answer = component_request::receive_from(VX_HERE, device, list_time_out_ms, asked, list_components);
     if (!answer.reply) {
         return scope.exit(-1);
     }
-    constexpr int asked = 0; // the message names no component
     if (!component_request::is_from(VX_HERE, *answer.reply, asked) ||
         !is_list(VX_HERE, *answer.reply, component_list)) {
         return scope.exit(-1);

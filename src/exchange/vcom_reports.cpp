@@ -1,4 +1,5 @@
 // Reports of VCOM pads, carried as legacy messages over the message engine.
+#include "exchange/ssp_engine.hpp"
 #include "support/arguments.hpp"
 #include "support/owners.hpp"
 #include "transport/registry.hpp"
@@ -80,6 +81,7 @@ int vcom_feature_read(vx_device* device, void* data, unsigned int length) {
         return scope.exit(result);
     }
     if (!message.copy_report(VX_HERE, data, length)) {
+        ssp_engine::expect_left_over(*device);
         return scope.exit(-1);
     }
     VX_INFO("feature_report with size %u was gotten", length);

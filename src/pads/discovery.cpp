@@ -1,4 +1,5 @@
 // Start and stop of the core, the search for pads, and which pad is current.
+#include "exchange/ssp_engine.hpp"
 #include "pads/current_pad.hpp"
 #include "pads/hid_search.hpp"
 #include "support/owners.hpp"
@@ -74,6 +75,17 @@ void free_further_interfaces(vx_device& slot) {
         std::free(interface);
     }
     std::free(slot.interfaces);
+}
+
+// A HID pad keeps an answer that nobody fetched for whoever asks next; a VCOM pad is looked at by the search.
+void take_in_unread_answers(trace::Location where, vx_device& pad) {
+    if (pad.replies_due == 0 && pad.left_over == 0) {
+        return;
+    }
+    VX_LOCK(lock, pad.device_lock);
+    if (pad.hid != nullptr && pad.vcom_handle == nullptr) {
+        static_cast<void>(ssp_engine::absorb(where, pad));
+    }
 }
 
 // Whether reopening changes nothing: the pad is in use and open.
@@ -209,6 +221,7 @@ int core_close_all_devs_clear_mem(vx_registry* pads) {
         }
         clear_signature_rectangle(pad);
         close_further_interfaces(VX_HERE, pad, AfterClosing::clear);
+        take_in_unread_answers(VX_HERE, pad);
         core_close_dev(&pad);
         --pads->count_of_devices;
         registry::clear_record(pad);
@@ -230,6 +243,7 @@ int core_search_devices(vx_registry* pads) {
     core_close_all_devs_clear_mem(pads);
     search_hid_devices(pads);
     search_vcom_devices(pads);
+    registry::forget_answers_left_behind();
     return scope.exit(static_cast<int>(pads->count_of_devices));
 }
 

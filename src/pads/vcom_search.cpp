@@ -1,6 +1,7 @@
 // Finding VCOM pads: vendor interfaces with a bulk IN and a bulk OUT endpoint.
 #include VXPADCOM_USB_IDS_FILE
 
+#include "exchange/ssp_engine.hpp"
 #include "support/owners.hpp"
 #include "support/text.hpp"
 #include "transport/registry.hpp"
@@ -208,8 +209,12 @@ class Search {
         registry::create_lock(record);
         record.send_ssp_message = __send_ssp_message;
         record.receive_ssp_message = __receive_ssp_message;
-        core_set_pad_mode(&record, 1, 0);
-        if (const int result = ssp_common_get_pad_description(&record); result != 0) {
+        int result = greet(record);
+        // What came in place of an answer may have been left over from a program before.
+        if (result != 0 && ssp_engine::absorb(where_, record)) {
+            result = greet(record);
+        }
+        if (result != 0) {
             trace::error(where_, "ssp_common_get_pad_description() failed and return %d", result);
             return false;
         }
@@ -220,6 +225,11 @@ class Search {
             skip_ = true;
         }
         return true;
+    }
+
+    static int greet(vx_device& record) {
+        core_set_pad_mode(&record, 1, 0);
+        return ssp_common_get_pad_description(&record);
     }
 
     void take_over(vx_device& record) {

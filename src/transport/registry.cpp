@@ -15,6 +15,8 @@ namespace {
 vx_registry dev_shared_storage;
 std::atomic<vx_registry*> dev_shared{nullptr};
 thread_local vx_device* served = nullptr;
+// A record that was cleared left an answer unread on its HID pad, which keeps it for whoever asks next.
+std::atomic<bool> answer_left_behind{false};
 
 constexpr std::uint32_t signature_rectangle_types[] = {9, 11, 12, 15, 16, 17};
 constexpr std::uint32_t known_types[] = {1, 8, 9, 10, 11, 12, 13, 15, 16, 17};
@@ -183,6 +185,9 @@ void create_lock(vx_device& device) {
 }
 
 void clear_record(vx_device& device) {
+    if (device.hid_path[0] != '\0' && (device.replies_due > 0 || device.left_over != 0)) {
+        answer_left_behind = true;
+    }
     destroy_uni_queue(device.ssp_input_read);
     destroy_uni_queue(device.ssp_command_messages);
     destroy_uni_queue(device.ssp_unfinished);
@@ -195,6 +200,10 @@ void clear_record(vx_device& device) {
     device.interfaces = interfaces;
 }
 
+void forget_answers_left_behind() {
+    answer_left_behind = false;
+}
+
 bool take_over(trace::Location where, vx_registry& pads, vx_device& found, Transport transport) {
     const char* name = transport == Transport::hid ? "HID" : "VCOM";
     VX_INFO_AT(where, "%s device was found -> %s", name, found.product);
@@ -203,6 +212,10 @@ bool take_over(trace::Location where, vx_registry& pads, vx_device& found, Trans
                                  found.vendor_id, found.product_id, found.serial_number, found.device_uid,
                                  static_cast<int>(transport));
     VX_INFO_AT(where, "%s device has szPadSettings -> %s", name, found.szPadSettings);
+    if (transport == Transport::hid && answer_left_behind) {
+        found.left_over = 2;
+        found.replies_due = 1;
+    }
     Added added;
     if (vx_device* pad = find_pad(pads, found.szPadSettings)) {
         VX_INFO_AT(where, "Interface: %d of device: %s was found in device's list", found.interface_number,

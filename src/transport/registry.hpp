@@ -73,4 +73,7 @@ void clear_record(vx_device& device);
 enum class Transport : int { hid = 0, vcom = 1 };
 bool take_over(trace::Location where, vx_registry& pads, vx_device& found, Transport transport);
 
+// Pads found by a search are told of answers that records before them left unread; behind it that is done.
+void forget_answers_left_behind();
+
 } // namespace registry
