@@ -1,11 +1,12 @@
 #include "support/lock.hpp"
 
 #include "support/log_delivery.hpp"
+#include "support/switches.hpp"
 
 namespace trace {
 
 bool lock_lines_wanted() {
-    return switched_on("LIBVXPADCOM_DEBUG_MUTEX");
+    return switches::is_on(switches::Switch::locks);
 }
 
 void lock_line(LockEvent event, Location where, const char* expression) {

@@ -1,21 +1,20 @@
 #include "support/trace.hpp"
 
 #include "support/log_delivery.hpp"
+#include "support/switches.hpp"
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+using switches::Switch;
+
 namespace trace {
 namespace {
-
-constexpr const char* debug_switch = "LIBVXPADCOM_DEBUG";
-constexpr const char* function_switch = "LIBVXPADCOM_DEBUG_FUNC";
 
 constexpr const char* function_colour = "\033[34m";
 
@@ -31,11 +30,6 @@ void deliver(const char* kind, Location where, const char* text, const char* end
 }
 
 } // namespace
-
-bool switched_on(const char* variable) {
-    const char* value = std::getenv(variable);
-    return value != nullptr && std::atoi(value) > 0;
-}
 
 long thread_id() {
     return syscall(SYS_gettid);
@@ -67,7 +61,7 @@ void print_line(const char* colour, Location where, const char* format, ...) {
 }
 
 Listeners info_listeners() {
-    return {switched_on(debug_switch), log_delivery::is_wanted()};
+    return {switches::is_on(Switch::information), log_delivery::is_wanted()};
 }
 
 void info(Listeners listeners, Location where, Style style, const char* format, ...) {
@@ -137,13 +131,13 @@ void fatal_error(Location where, int error_number, const char* text) {
 }
 
 Scope::Scope(Location where) : where_{where}, exit_line_{where.line} {
-    if (switched_on(function_switch)) {
+    if (switches::is_on(Switch::functions)) {
         print_line(function_colour, where_, "%s(): enter.", where_.function);
     }
 }
 
 Scope::~Scope() {
-    if (!switched_on(function_switch)) {
+    if (!switches::is_on(Switch::functions)) {
         return;
     }
     char result[64] = "";

@@ -100,6 +100,5 @@ struct Timestamp {
 };
 Timestamp timestamp();
 long thread_id();
-bool switched_on(const char* variable);
 
 } // namespace trace

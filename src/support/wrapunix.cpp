@@ -1,5 +1,6 @@
 // Checked memory and file calls.
 #include "support/owners.hpp"
+#include "support/switches.hpp"
 #include "support/trace.hpp"
 
 #include <cerrno>
@@ -87,7 +88,7 @@ ssize_t Write(int fd, const void* buffer, size_t count) {
 
 int Close(int fd) {
     const int result = close(fd);
-    if (result == -1 && trace::switched_on("LIBVXPADCOM_DEBUG")) {
+    if (result == -1 && switches::is_on(switches::Switch::information)) {
         const KeptErrno kept;
         char reason[256];
         trace::print_line("\033[32m", VX_HERE, "error: %s(): close(): %s", __func__,

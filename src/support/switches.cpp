@@ -1,0 +1,172 @@
+// A call has dozens of trace points, and getenv() looks at every variable's text. What it found is therefore remembered
+// together with all that it depends on: environ, its slots and, for each switch, the slot that holds it. As long as
+// those are the same only the text in that slot is looked at; else everything is looked at anew.
+#include "support/switches.hpp"
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <emmintrin.h>
+#include <gnu/libc-version.h>
+#include <string_view>
+#include <unistd.h>
+
+namespace switches {
+namespace {
+
+constexpr std::array<std::string_view, 3> names{"LIBVXPADCOM_DEBUG", "LIBVXPADCOM_DEBUG_FUNC",
+                                                "LIBVXPADCOM_DEBUG_MUTEX"}; // in the order of Switch
+
+constexpr std::size_t most_variables = 1024; // with more of them getenv() is asked each time
+constexpr std::size_t slots_per_block = 8;
+constexpr std::size_t block = slots_per_block * sizeof(char*);
+constexpr std::size_t page = 4096;
+
+// Where a switch stands, or would stand if the last variable were replaced by it: a text that is put into the
+// environment after another one was taken out may have the same address and the same slot.
+struct Place {
+    std::uint16_t slot;
+    bool found;
+};
+
+// One for all threads. Who changes it makes the version odd meanwhile; what was read counts if the version was even and
+// is still the same afterwards. No slot below the count is ever null, so that no reader walks past the end of environ,
+// even if it reads while another thread writes.
+struct Memory {
+    std::atomic<std::uint32_t> version{0};
+    std::atomic<std::uint32_t> count{0};
+    std::atomic<char**> variables{nullptr}; // null: nothing is remembered
+    std::array<std::atomic<Place>, names.size()> places{};
+    alignas(block) std::array<std::atomic<char*>, most_variables> slots{};
+};
+Memory memory;
+static_assert(sizeof(std::atomic<char*>) == sizeof(char*));
+
+// A program may have a getenv() of its own: that one knows best, and is asked each time.
+bool getenv_reads_environ() {
+    Dl_info asked{};
+    Dl_info c_library{};
+    return dladdr(reinterpret_cast<void*>(&getenv), &asked) != 0 &&
+           dladdr(reinterpret_cast<void*>(&gnu_get_libc_version), &c_library) != 0 &&
+           asked.dli_fbase == c_library.dli_fbase;
+}
+const bool may_remember = getenv_reads_environ();
+
+bool is_positive(const char* value) {
+    return value != nullptr && std::atoi(value) > 0;
+}
+
+// The value in a text "name=value", or null where it has another name.
+const char* value_in(const char* text, std::string_view name) {
+    const bool matches =
+        text[0] == name[0] && std::strncmp(text, name.data(), name.size()) == 0 && text[name.size()] == '=';
+    return matches ? text + name.size() + 1 : nullptr;
+}
+
+// A block of slots, of which the first one exists. It is read as a whole where it lies on one page.
+[[gnu::no_sanitize("address", "thread")]] inline bool is_same_block(char* const* now, char* const* former) {
+    if (reinterpret_cast<std::uintptr_t>(now) % page > page - block) {
+        for (std::size_t i = 0; i < slots_per_block; ++i) {
+            if (now[i] != former[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+    const auto* left = reinterpret_cast<const __m128i*>(now);
+    const auto* right = reinterpret_cast<const __m128i*>(former);
+    const auto same = [=](int pair) {
+        return _mm_cmpeq_epi32(_mm_loadu_si128(left + pair), _mm_loadu_si128(right + pair));
+    };
+    return _mm_movemask_epi8(_mm_and_si128(_mm_and_si128(same(0), same(1)), _mm_and_si128(same(2), same(3)))) == 0xFFFF;
+}
+
+// Goes from front to back, so that no slot is read before those in front of it are known to be as they were. Like
+// getenv() it reads what another thread may be changing, which is the application's to prevent.
+[[gnu::no_sanitize("address", "thread")]] inline bool is_as_remembered(char* const* now, std::size_t count) {
+    const auto* former = reinterpret_cast<char* const*>(memory.slots.data());
+    if (count >= slots_per_block) {
+        for (std::size_t i = 0; i + slots_per_block <= count; i += slots_per_block) {
+            if (!is_same_block(now + i, former + i)) {
+                return false;
+            }
+        }
+        const std::size_t last = count - slots_per_block;
+        return is_same_block(now + last, former + last) && now[count] == nullptr;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (now[i] != former[i]) {
+            return false;
+        }
+    }
+    return now[count] == nullptr;
+}
+
+Place find(char* const* variables, std::size_t count, std::string_view name) {
+    for (std::size_t i = 0; i < count; ++i) {
+        if (value_in(variables[i], name) != nullptr) {
+            return {static_cast<std::uint16_t>(i), true};
+        }
+    }
+    return {static_cast<std::uint16_t>(count == 0 ? 0 : count - 1), false};
+}
+
+[[gnu::no_sanitize("thread"), gnu::noinline]] void remember(char** variables) {
+    std::size_t count = 0;
+    while (variables[count] != nullptr) {
+        if (++count > most_variables) {
+            return;
+        }
+    }
+    std::uint32_t version = memory.version.load(std::memory_order_relaxed);
+    if (version % 2 != 0 || !memory.version.compare_exchange_strong(version, version + 1)) {
+        return; // another thread is at it
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        memory.slots[i].store(variables[i], std::memory_order_relaxed);
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        memory.places[i].store(find(variables, count, names[i]), std::memory_order_relaxed);
+    }
+    memory.count.store(static_cast<std::uint32_t>(count), std::memory_order_release);
+    memory.variables.store(variables, std::memory_order_release);
+    memory.version.store(version + 2, std::memory_order_release);
+}
+
+[[gnu::noinline]] bool look_anew(const char* name) {
+    if (may_remember && environ != nullptr) {
+        remember(environ);
+    }
+    return is_positive(std::getenv(name));
+}
+
+} // namespace
+
+bool is_on(Switch which) {
+    const auto index = static_cast<std::size_t>(which);
+    const std::string_view name = names[index];
+    char** const variables = environ;
+    const std::uint32_t version = memory.version.load(std::memory_order_acquire);
+    if (version % 2 != 0 || variables == nullptr || memory.variables.load(std::memory_order_acquire) != variables) {
+        return look_anew(name.data());
+    }
+    const std::size_t count = memory.count.load(std::memory_order_acquire);
+    const Place place = memory.places[index].load(std::memory_order_acquire);
+    const bool same = is_as_remembered(variables, count);
+    std::atomic_signal_fence(std::memory_order_acquire); // the processor keeps loads in order
+    if (!same || memory.version.load(std::memory_order_acquire) != version) {
+        return look_anew(name.data());
+    }
+    if (count == 0) {
+        return false;
+    }
+    if (const char* value = value_in(variables[place.slot], name)) {
+        return is_positive(value);
+    }
+    return place.found && look_anew(name.data());
+}
+
+} // namespace switches

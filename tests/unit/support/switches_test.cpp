@@ -1,0 +1,291 @@
+// Whatever changes a trace switch, the very next trace point sees it.
+#include "support/lines.hpp"
+
+#include "vxpadcom/vxpadcom.h"
+
+#include <gmock/gmock.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+using standins::EnvironmentGuard;
+
+namespace {
+
+// Whether a call of the library writes enter and exit lines just now.
+bool is_traced() {
+    return !lines::written(STDOUT_FILENO, [] { IsInitialized(); }).empty();
+}
+
+// Gives environ back as it was, with a copy of its slots meanwhile.
+class OwnEnvironment {
+  public:
+    OwnEnvironment() {
+        for (char** slot = environ; *slot != nullptr; ++slot) {
+            slots.push_back(*slot);
+        }
+        slots.push_back(nullptr);
+        environ = slots.data();
+    }
+    ~OwnEnvironment() { environ = former_; }
+    OwnEnvironment(const OwnEnvironment&) = delete;
+    OwnEnvironment& operator=(const OwnEnvironment&) = delete;
+
+    std::vector<char*> slots;
+
+  private:
+    char** former_ = environ;
+};
+
+class Switches : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_FALSE(is_traced()); }
+    void TearDown() override {
+        unsetenv(lines::function_switch);
+        unsetenv("VXPAD_UNRELATED");
+        EXPECT_FALSE(is_traced());
+    }
+
+    lines::AllSwitchesOff off_;
+    std::array<char, 64> text_{"LIBVXPADCOM_DEBUG_FUNC=1"};
+    std::array<char, 64> other_{"VXPAD_UNRELATED=1"};
+};
+
+TEST_F(Switches, AreSeenWhenTheyAreSetAndTakenAway) {
+    for (int round = 0; round < 3; ++round) {
+        setenv(lines::function_switch, "1", 1);
+        EXPECT_TRUE(is_traced());
+        setenv(lines::function_switch, "0", 1);
+        EXPECT_FALSE(is_traced());
+        setenv(lines::function_switch, "2", 1);
+        EXPECT_TRUE(is_traced());
+        unsetenv(lines::function_switch);
+        EXPECT_FALSE(is_traced());
+    }
+}
+
+TEST_F(Switches, AreSeenWhenTextsArePutIntoTheEnvironment) {
+    putenv(text_.data());
+    EXPECT_TRUE(is_traced());
+    std::array<char, 64> off{"LIBVXPADCOM_DEBUG_FUNC=0"};
+    putenv(off.data());
+    EXPECT_FALSE(is_traced());
+    putenv(text_.data());
+    EXPECT_TRUE(is_traced());
+    unsetenv(lines::function_switch);
+}
+
+TEST_F(Switches, AreSeenWhenAValueIsEditedInPlace) {
+    putenv(text_.data());
+    char& digit = text_[std::strlen(text_.data()) - 1];
+    for (const char value : {'1', '0', '2', 'x', '1'}) {
+        digit = value;
+        EXPECT_EQ(is_traced(), value == '1' || value == '2') << value;
+    }
+    std::strcpy(&digit, "-1");
+    EXPECT_FALSE(is_traced());
+    std::strcpy(&digit, " +1");
+    EXPECT_TRUE(is_traced());
+    unsetenv(lines::function_switch);
+}
+
+TEST_F(Switches, AreSeenWhenTheirNameIsEditedInPlace) {
+    putenv(text_.data());
+    EXPECT_TRUE(is_traced());
+    text_[0] = 'X';
+    EXPECT_FALSE(is_traced());
+    text_[0] = 'L';
+    EXPECT_TRUE(is_traced());
+    unsetenv(lines::function_switch);
+}
+
+TEST_F(Switches, AreSeenInMemoryThatHeldAnotherVariable) {
+    putenv(other_.data());
+    EXPECT_FALSE(is_traced());
+    unsetenv("VXPAD_UNRELATED");
+    std::strcpy(other_.data(), "LIBVXPADCOM_DEBUG_FUNC=1");
+    putenv(other_.data()); // the same address in the same slot
+    EXPECT_TRUE(is_traced());
+    unsetenv(lines::function_switch);
+}
+
+TEST_F(Switches, AreSeenBehindTheFirstOfTwoOfTheSameName) {
+    OwnEnvironment own;
+    std::array<char, 64> second{"LIBVXPADCOM_DEBUG_FUNC=0"};
+    own.slots.insert(own.slots.end() - 1, {text_.data(), second.data()});
+    environ = own.slots.data();
+    EXPECT_TRUE(is_traced());
+    text_[0] = 'X';
+    EXPECT_FALSE(is_traced());
+    std::swap(text_, second);
+    EXPECT_FALSE(is_traced());
+    own.slots.pop_back();
+    own.slots.back() = nullptr;
+    EXPECT_FALSE(is_traced());
+}
+
+TEST_F(Switches, AreSeenInANewEnvironment) {
+    char** const former = environ;
+    std::array<char*, 2> only{text_.data(), nullptr};
+    environ = only.data();
+    EXPECT_TRUE(is_traced());
+    environ = former;
+    EXPECT_FALSE(is_traced());
+    std::array<char*, 1> nothing{};
+    environ = nothing.data();
+    EXPECT_FALSE(is_traced());
+    environ = nullptr;
+    EXPECT_FALSE(is_traced());
+    environ = only.data();
+    EXPECT_TRUE(is_traced());
+    environ = former;
+}
+
+TEST_F(Switches, AreSeenWhicheverSlotTheyAreWrittenInto) {
+    for (std::size_t size = 1; size < 40; ++size) {
+        std::vector<char*> slots(size, other_.data());
+        slots.push_back(nullptr);
+        char** const former = environ;
+        environ = slots.data();
+        for (std::size_t at = 0; at < size; ++at) {
+            EXPECT_FALSE(is_traced());
+            slots[at] = text_.data();
+            EXPECT_TRUE(is_traced()) << at << " of " << size;
+            slots[at] = other_.data();
+        }
+        environ = former;
+    }
+}
+
+TEST_F(Switches, AreSeenAtTheEndOfAnEnvironmentThatGrowsAndShrinksInPlace) {
+    std::vector<char*> slots(100);
+    char** const former = environ;
+    environ = slots.data();
+    for (std::size_t size = 0; size < 90; ++size) {
+        slots[size] = text_.data();
+        EXPECT_TRUE(is_traced()) << size;
+        slots[size] = nullptr;
+        EXPECT_FALSE(is_traced()) << size;
+        slots[size] = other_.data();
+        EXPECT_FALSE(is_traced()) << size;
+    }
+    for (std::size_t size = 89; size > 0; --size) {
+        slots[size] = nullptr;
+        EXPECT_FALSE(is_traced()) << size;
+    }
+    environ = former;
+}
+
+TEST_F(Switches, AreSeenAmongMoreVariablesThanAnyoneHas) {
+    for (const std::size_t size : {1023U, 1024U, 1025U, 3000U}) {
+        std::vector<char*> slots(size, other_.data());
+        slots.push_back(nullptr);
+        char** const former = environ;
+        environ = slots.data();
+        EXPECT_FALSE(is_traced());
+        slots[size - 1] = text_.data();
+        EXPECT_TRUE(is_traced()) << size;
+        slots[size - 1] = other_.data();
+        EXPECT_FALSE(is_traced()) << size;
+        environ = former;
+    }
+}
+
+TEST_F(Switches, AreReadNoFurtherThanTheMemoryReaches) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto* const end = reinterpret_cast<char**>(static_cast<char*>(memory) + page);
+    for (std::ptrdiff_t kept = 1; kept < 20; ++kept) {
+        ASSERT_EQ(mprotect(memory, 2 * page, PROT_READ | PROT_WRITE), 0);
+        char** const slots = end - kept;
+        std::fill_n(slots, 40, other_.data());
+        slots[40] = nullptr;
+        char** const former = environ;
+        environ = slots;
+        EXPECT_FALSE(is_traced());
+        // A shorter one at the same place, and behind it nothing any more.
+        slots[kept - 1] = nullptr;
+        ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+        EXPECT_FALSE(is_traced());
+        environ = former;
+    }
+    munmap(memory, 2 * page);
+}
+
+TEST_F(Switches, AreSeenFromWhicheverThread) {
+    for (int round = 0; round < 3; ++round) {
+        std::thread([] { setenv(lines::function_switch, "1", 1); }).join();
+        EXPECT_TRUE(is_traced());
+        std::thread([] { unsetenv(lines::function_switch); }).join();
+        EXPECT_FALSE(is_traced());
+        setenv(lines::function_switch, "1", 1);
+        bool traced = false;
+        std::thread([&] { traced = is_traced(); }).join();
+        EXPECT_TRUE(traced);
+        unsetenv(lines::function_switch);
+        std::thread([&] { traced = is_traced(); }).join();
+        EXPECT_FALSE(traced);
+    }
+}
+
+// As a debugger does that calls a function in the thread that it has stopped.
+TEST_F(Switches, AreSeenWhenTheCallingThreadIsInterruptedToSetThem) {
+    struct sigaction set {};
+    set.sa_handler = [](int) { setenv(lines::function_switch, "1", 1); };
+    struct sigaction former {};
+    sigaction(SIGUSR1, &set, &former);
+    raise(SIGUSR1);
+    sigaction(SIGUSR1, &former, nullptr);
+    EXPECT_TRUE(is_traced());
+    unsetenv(lines::function_switch);
+}
+
+TEST_F(Switches, AreReadByManyThreadsAtOnce) {
+    constexpr int threads = 4;
+    for (int round = 0; round < 20; ++round) {
+        const EnvironmentGuard unrelated("VXPAD_UNRELATED", round % 2 == 0 ? "1" : nullptr); // all look anew
+        const EnvironmentGuard on(lines::function_switch, round % 3 == 0 ? "1" : nullptr);
+        const std::string text = lines::written(STDOUT_FILENO, [] {
+            std::vector<std::thread> callers;
+            for (int i = 0; i < threads; ++i) {
+                callers.emplace_back([] {
+                    for (int call = 0; call < 20; ++call) {
+                        IsInitialized();
+                    }
+                });
+            }
+            for (std::thread& caller : callers) {
+                caller.join();
+            }
+        });
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), round % 3 == 0 ? 2 * 20 * threads : 0) << round;
+    }
+}
+
+TEST_F(Switches, AreSeenWhileTheEnvironmentIsChurned) {
+    std::array<std::string, 50> names;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        names[i] = "VXPAD_CHURN_" + std::to_string(i);
+    }
+    for (int round = 0; round < 4; ++round) {
+        for (const std::string& name : names) {
+            setenv(name.c_str(), std::to_string(round).c_str(), 1);
+            EXPECT_FALSE(is_traced());
+        }
+        setenv(lines::function_switch, "1", 1);
+        for (const std::string& name : names) {
+            unsetenv(name.c_str());
+            EXPECT_TRUE(is_traced());
+        }
+        unsetenv(lines::function_switch);
+    }
+}
+
+} // namespace
