@@ -22,15 +22,20 @@ constexpr std::array<std::string_view, 3> names{"LIBVXPADCOM_DEBUG", "LIBVXPADCO
 
 constexpr std::size_t most_variables = 1024; // with more of them getenv() is asked each time
 constexpr std::size_t slots_per_block = 8;
-constexpr std::size_t block = slots_per_block * sizeof(char*);
 constexpr std::size_t page = 4096;
 
 // Where a switch stands, or would stand if the last variable were replaced by it: a text that is put into the
 // environment after another one was taken out may have the same address and the same slot.
 struct Place {
-    std::uint16_t slot;
+    std::uint32_t slot;
     bool found;
 };
+std::uint32_t packed(Place place) {
+    return place.slot * 2 + (place.found ? 1 : 0);
+}
+Place unpacked(std::uint32_t word) {
+    return {word / 2, word % 2 != 0};
+}
 
 // One for all threads. Who changes it makes the version odd meanwhile; what was read counts if the version was even and
 // is still the same afterwards. No slot below the count is ever null, so that no reader walks past the end of environ,
@@ -39,8 +44,8 @@ struct Memory {
     std::atomic<std::uint32_t> version{0};
     std::atomic<std::uint32_t> count{0};
     std::atomic<char**> variables{nullptr}; // null: nothing is remembered
-    std::array<std::atomic<Place>, names.size()> places{};
-    alignas(block) std::array<std::atomic<char*>, most_variables> slots{};
+    std::array<std::atomic<std::uint32_t>, names.size()> places{};
+    alignas(slots_per_block * sizeof(char*)) std::array<std::atomic<char*>, most_variables> slots{};
 };
 Memory memory;
 static_assert(sizeof(std::atomic<char*>) == sizeof(char*));
@@ -66,16 +71,9 @@ const char* value_in(const char* text, std::string_view name) {
     return matches ? text + name.size() + 1 : nullptr;
 }
 
-// A block of slots, of which the first one exists. It is read as a whole where it lies on one page.
-[[gnu::no_sanitize("address", "thread")]] inline bool is_same_block(char* const* now, char* const* former) {
-    if (reinterpret_cast<std::uintptr_t>(now) % page > page - block) {
-        for (std::size_t i = 0; i < slots_per_block; ++i) {
-            if (now[i] != former[i]) {
-                return false;
-            }
-        }
-        return true;
-    }
+// Of slots of which the first one exists.
+[[gnu::no_sanitize("address", "thread"), gnu::always_inline]] inline bool is_same_block(char* const* now,
+                                                                                        char* const* former) {
     const auto* left = reinterpret_cast<const __m128i*>(now);
     const auto* right = reinterpret_cast<const __m128i*>(former);
     const auto same = [=](int pair) {
@@ -84,19 +82,8 @@ const char* value_in(const char* text, std::string_view name) {
     return _mm_movemask_epi8(_mm_and_si128(_mm_and_si128(same(0), same(1)), _mm_and_si128(same(2), same(3)))) == 0xFFFF;
 }
 
-// Goes from front to back, so that no slot is read before those in front of it are known to be as they were. Like
-// getenv() it reads what another thread may be changing, which is the application's to prevent.
-[[gnu::no_sanitize("address", "thread")]] inline bool is_as_remembered(char* const* now, std::size_t count) {
-    const auto* former = reinterpret_cast<char* const*>(memory.slots.data());
-    if (count >= slots_per_block) {
-        for (std::size_t i = 0; i + slots_per_block <= count; i += slots_per_block) {
-            if (!is_same_block(now + i, former + i)) {
-                return false;
-            }
-        }
-        const std::size_t last = count - slots_per_block;
-        return is_same_block(now + last, former + last) && now[count] == nullptr;
-    }
+[[gnu::no_sanitize("address", "thread")]] bool is_same_slot_by_slot(char* const* now, char* const* former,
+                                                                    std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         if (now[i] != former[i]) {
             return false;
@@ -105,13 +92,32 @@ const char* value_in(const char* text, std::string_view name) {
     return now[count] == nullptr;
 }
 
+// Goes from front to back, so that no slot is read before those in front of it are known to be as they were, but for
+// the rest of a block on the same page. Like getenv() it reads what another thread may be changing, which is the
+// application's to prevent.
+[[gnu::no_sanitize("address", "thread")]] inline bool is_as_remembered(char* const* now, std::size_t count) {
+    const auto* former = reinterpret_cast<char* const*>(memory.slots.data());
+    const bool one_page =
+        reinterpret_cast<std::uintptr_t>(now) / page == reinterpret_cast<std::uintptr_t>(now + count) / page;
+    if (count < slots_per_block || !one_page) {
+        return is_same_slot_by_slot(now, former, count);
+    }
+    for (std::size_t i = 0; i + slots_per_block <= count; i += slots_per_block) {
+        if (!is_same_block(now + i, former + i)) {
+            return false;
+        }
+    }
+    const std::size_t last = count - slots_per_block;
+    return is_same_block(now + last, former + last) && now[count] == nullptr;
+}
+
 Place find(char* const* variables, std::size_t count, std::string_view name) {
     for (std::size_t i = 0; i < count; ++i) {
         if (value_in(variables[i], name) != nullptr) {
-            return {static_cast<std::uint16_t>(i), true};
+            return {static_cast<std::uint32_t>(i), true};
         }
     }
-    return {static_cast<std::uint16_t>(count == 0 ? 0 : count - 1), false};
+    return {static_cast<std::uint32_t>(count == 0 ? 0 : count - 1), false};
 }
 
 [[gnu::no_sanitize("thread"), gnu::noinline]] void remember(char** variables) {
@@ -129,44 +135,47 @@ Place find(char* const* variables, std::size_t count, std::string_view name) {
         memory.slots[i].store(variables[i], std::memory_order_relaxed);
     }
     for (std::size_t i = 0; i < names.size(); ++i) {
-        memory.places[i].store(find(variables, count, names[i]), std::memory_order_relaxed);
+        memory.places[i].store(packed(find(variables, count, names[i])), std::memory_order_relaxed);
     }
     memory.count.store(static_cast<std::uint32_t>(count), std::memory_order_release);
     memory.variables.store(variables, std::memory_order_release);
     memory.version.store(version + 2, std::memory_order_release);
 }
 
-[[gnu::noinline]] bool look_anew(const char* name) {
+[[gnu::noinline]] bool look_anew(std::string_view name) {
     if (may_remember && environ != nullptr) {
         remember(environ);
     }
-    return is_positive(std::getenv(name));
+    return is_positive(std::getenv(name.data()));
+}
+
+[[gnu::noinline]] bool look_into(const char* text, std::string_view name, bool found) {
+    if (const char* value = value_in(text, name)) {
+        return is_positive(value);
+    }
+    return found && look_anew(name);
 }
 
 } // namespace
 
 bool is_on(Switch which) {
     const auto index = static_cast<std::size_t>(which);
-    const std::string_view name = names[index];
     char** const variables = environ;
     const std::uint32_t version = memory.version.load(std::memory_order_acquire);
     if (version % 2 != 0 || variables == nullptr || memory.variables.load(std::memory_order_acquire) != variables) {
-        return look_anew(name.data());
+        return look_anew(names[index]);
     }
-    const std::size_t count = memory.count.load(std::memory_order_acquire);
-    const Place place = memory.places[index].load(std::memory_order_acquire);
-    const bool same = is_as_remembered(variables, count);
+    const Place place = unpacked(memory.places[index].load(std::memory_order_acquire));
+    const bool same = is_as_remembered(variables, memory.count.load(std::memory_order_acquire));
     std::atomic_signal_fence(std::memory_order_acquire); // the processor keeps loads in order
     if (!same || memory.version.load(std::memory_order_acquire) != version) {
-        return look_anew(name.data());
+        return look_anew(names[index]);
     }
-    if (count == 0) {
+    const char* text = variables[place.slot]; // null where there is no variable at all
+    if (text == nullptr || (text[0] != names[index][0] && !place.found)) {
         return false;
     }
-    if (const char* value = value_in(variables[place.slot], name)) {
-        return is_positive(value);
-    }
-    return place.found && look_anew(name.data());
+    return look_into(text, names[index], place.found);
 }
 
 } // namespace switches
