@@ -13,12 +13,11 @@ bool is_empty(const uni_queue* queue) {
            static_cast<std::int32_t>(queue->size) < 1;
 }
 
-struct QueueName {
-    char text[64];
-    explicit QueueName(const uni_queue* queue) {
-        std::snprintf(text, sizeof text, "queue[%p]->mutex", static_cast<const void*>(queue));
-    }
-};
+void lock_line_of(const uni_queue* queue, trace::LockEvent event, trace::Location where) {
+    char name[64];
+    std::snprintf(name, sizeof name, "queue[%p]->mutex", static_cast<const void*>(queue));
+    trace::lock_line(event, where, name);
+}
 
 } // namespace
 
@@ -113,13 +112,12 @@ int __lock_uni_queue(uni_queue* queue) {
         return scope.exit(-1);
     }
     const bool wanted = trace::lock_lines_wanted();
-    const QueueName name{queue};
     if (wanted) {
-        trace::lock_line(trace::LockEvent::going_to_lock, VX_HERE, name.text);
+        lock_line_of(queue, trace::LockEvent::going_to_lock, VX_HERE);
     }
     const int result = pthread_mutex_lock(&queue->mutex);
     if (wanted) {
-        trace::lock_line(trace::LockEvent::locked, VX_HERE, name.text);
+        lock_line_of(queue, trace::LockEvent::locked, VX_HERE);
     }
     return scope.exit(result);
 }
