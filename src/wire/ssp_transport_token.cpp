@@ -1,7 +1,8 @@
 // Framing of messages in the byte stream. AA 55 02 starts a frame, AA 55 00 stands for the data bytes AA 55; a marker
 // with any other third byte is data. A frame ends where the next one starts or where the received bytes end.
 //
-// Both directions look for the marker's first byte with memchr and copy what lies between as a whole.
+// Both directions look at 16 bytes at once (SSE2 is part of every x86-64): a token is found by its three bytes alone,
+// as no two of them overlap.
 #include "wire/ssp_transport_token.hpp"
 
 #include "support/owners.hpp"
@@ -9,35 +10,89 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
+#include <cstring>
+#include <emmintrin.h>
 
 namespace ssp_transport_token {
 namespace {
 
 constexpr unsigned char SSP_TRANSPORT_TOKEN_TYPE_ESCAPED = 0;
 constexpr unsigned char SSP_TRANSPORT_TOKEN_TYPE_SOF = start_of_frame[2];
-constexpr std::array<unsigned char, token_size> escaped_marker{marker[0], marker[1], SSP_TRANSPORT_TOKEN_TYPE_ESCAPED};
 
 using Bytes = std::span<const unsigned char>;
 
-// Position of the marker, or the size of the bytes where there is none.
-std::size_t find_marker(Bytes bytes, std::size_t from) {
-    while (from + 1 < bytes.size()) {
-        // Markers in a row are met without a call.
-        if (bytes[from] != marker[0]) {
-            const auto* found =
-                static_cast<const unsigned char*>(std::memchr(bytes.data() + from, marker[0], bytes.size() - from - 1));
-            if (found == nullptr) {
-                break;
+constexpr std::size_t block_size = 16; // places where a token may begin
+constexpr std::size_t window_size = block_size + token_size - 1;
+
+// One bit for each place of a block.
+struct Tokens {
+    unsigned int markers = 0; // whatever stands behind them
+    unsigned int escaped_markers = 0;
+    unsigned int starts_of_frame = 0;
+};
+
+// The places of a value in a block.
+__m128i places_of(unsigned char value, const unsigned char* block) {
+    return _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block)),
+                          _mm_set1_epi8(static_cast<char>(value)));
+}
+
+__m128i places_of_marker(const unsigned char* window) {
+    return _mm_and_si128(places_of(marker[0], window), places_of(marker[1], window + 1));
+}
+
+unsigned int bits_of(__m128i places) {
+    return static_cast<unsigned int>(_mm_movemask_epi8(places));
+}
+
+Tokens find_tokens(const unsigned char* window) {
+    const __m128i markers = places_of_marker(window);
+    const unsigned char* types = window + marker.size();
+    return {bits_of(markers), bits_of(_mm_and_si128(markers, places_of(SSP_TRANSPORT_TOKEN_TYPE_ESCAPED, types))),
+            bits_of(_mm_and_si128(markers, places_of(SSP_TRANSPORT_TOKEN_TYPE_SOF, types)))};
+}
+
+constexpr std::size_t group_size = 4 * block_size;
+
+bool has_marker(const unsigned char* group) {
+    const auto markers = [group](std::size_t block) { return places_of_marker(group + block * block_size); };
+    return bits_of(_mm_or_si128(_mm_or_si128(markers(0), markers(1)), _mm_or_si128(markers(2), markers(3)))) != 0;
+}
+
+// Calls look(position, tokens) for the blocks that have markers, until it returns true.
+template <typename Look> void for_each_block(Bytes bytes, std::size_t from, Look look) {
+    for (; from + group_size + token_size <= bytes.size(); from += group_size) {
+        if (!has_marker(bytes.data() + from)) {
+            continue;
+        }
+        for (std::size_t block = from; block < from + group_size; block += block_size) {
+            if (look(block, find_tokens(bytes.data() + block))) {
+                return;
             }
-            from = static_cast<std::size_t>(found - bytes.data());
         }
-        if (bytes[from + 1] == marker[1]) {
-            return from;
-        }
-        ++from;
     }
-    return bytes.size();
+    for (; from + window_size <= bytes.size(); from += block_size) {
+        if (look(from, find_tokens(bytes.data() + from))) {
+            return;
+        }
+    }
+    for (; from < bytes.size(); from += block_size) {
+        std::array<unsigned char, window_size> filled_up;
+        filled_up.fill(0xFF); // is part of no token
+        std::memcpy(filled_up.data(), bytes.data() + from, std::min(window_size, bytes.size() - from));
+        if (look(from, find_tokens(filled_up.data()))) {
+            return;
+        }
+    }
+}
+
+unsigned int count(unsigned int bits) {
+    bits = (bits & 0x5555) + (bits >> 1 & 0x5555);
+    bits = (bits & 0x3333) + (bits >> 2 & 0x3333);
+    bits = (bits & 0x0F0F) + (bits >> 4 & 0x0F0F);
+    return (bits & 0xFF) + (bits >> 8);
 }
 
 // What lies in front of a start-of-frame token, or of the end of the bytes.
@@ -47,37 +102,68 @@ struct Stretch {
 };
 
 Stretch find_start_of_frame(Bytes bytes, std::size_t from) {
-    std::size_t escaped_markers = 0;
-    for (from = find_marker(bytes, from); from + token_size <= bytes.size(); from = find_marker(bytes, from)) {
-        const unsigned char type = bytes[from + marker.size()];
-        if (type == SSP_TRANSPORT_TOKEN_TYPE_SOF) {
-            return {from, escaped_markers};
+    Stretch stretch{bytes.size()};
+    for_each_block(bytes, from, [&stretch](std::size_t position, Tokens tokens) {
+        if (tokens.starts_of_frame == 0) {
+            stretch.escaped_markers += count(tokens.escaped_markers);
+            return false;
         }
-        // An escaped marker is skipped as a whole; of anything else the marker's first byte is data.
-        const bool escaped = type == SSP_TRANSPORT_TOKEN_TYPE_ESCAPED;
-        escaped_markers += escaped ? 1 : 0;
-        from += escaped ? token_size : 1;
-    }
-    return {bytes.size(), escaped_markers};
+        const unsigned int first = tokens.starts_of_frame & -tokens.starts_of_frame;
+        stretch.escaped_markers += count(tokens.escaped_markers & (first - 1));
+        stretch.end = position + static_cast<std::size_t>(std::countr_zero(first));
+        return true;
+    });
+    return stretch;
 }
 
-class Writer {
+// Copies bytes to a target, with a change behind some of the markers among them.
+class Copier {
   public:
-    explicit Writer(unsigned char* target) : next_{target} {}
-    // Nothing lies between markers in a row: that is not worth a call.
-    void put_run(Bytes bytes) {
-        if (!bytes.empty()) {
-            std::memcpy(next_, bytes.data(), bytes.size());
-            next_ += bytes.size();
+    Copier(Bytes source, unsigned char* target, std::size_t size)
+        : next_{source.data()}, end_{next_ + source.size()}, target_{target}, target_end_{target + size} {}
+
+    // What lies in front of a marker, and the marker. Nothing lies between markers in a row.
+    void copy_with(const unsigned char* found) {
+        if (found != next_) {
+            copy(static_cast<std::size_t>(found - next_));
+        }
+        target_ = std::copy(marker.begin(), marker.end(), target_);
+        next_ = found + marker.size();
+    }
+    void copy_rest() {
+        if (next_ != end_) {
+            std::memcpy(target_, next_, static_cast<std::size_t>(end_ - next_));
         }
     }
-    template <std::size_t size> void put(const std::array<unsigned char, size>& bytes) {
-        next_ = std::copy(bytes.begin(), bytes.end(), next_);
-    }
+    void put(unsigned char byte) { *target_++ = byte; }
+    void skip_one() { ++next_; }
 
   private:
-    unsigned char* next_;
+    void copy(std::size_t size) {
+        constexpr std::ptrdiff_t block = block_size;
+        if (size <= block_size && end_ - next_ >= block && target_end_ - target_ >= block) {
+            std::memcpy(target_, next_, block_size); // what is too much is written over
+        } else {
+            std::memcpy(target_, next_, size);
+        }
+        target_ += size;
+    }
+
+    const unsigned char* next_;
+    const unsigned char* end_;
+    unsigned char* target_;
+    unsigned char* target_end_;
 };
+
+// Calls act with the place of each of the chosen markers.
+template <typename Act> void for_each_marker(Bytes bytes, unsigned int Tokens::*chosen, Act act) {
+    for_each_block(bytes, 0, [&](std::size_t position, Tokens tokens) {
+        for (unsigned int left = tokens.*chosen; left != 0; left &= left - 1) {
+            act(bytes.data() + position + static_cast<std::size_t>(std::countr_zero(left)));
+        }
+        return false;
+    });
+}
 
 // Queues the bytes between two start-of-frame tokens, unescaped.
 void queue_frame(trace::Location where, uni_queue* queue, Bytes escaped, std::size_t escaped_markers) {
@@ -86,18 +172,14 @@ void queue_frame(trace::Location where, uni_queue* queue, Bytes escaped, std::si
     }
     const std::size_t size = escaped.size() - escaped_markers;
     Owned<unsigned char> frame{static_cast<unsigned char*>(Malloc(size))};
-    Writer writer{frame.get()};
-    std::size_t done = 0;
-    for (; escaped_markers > 0; --escaped_markers) {
-        std::size_t found = find_marker(escaped, done);
-        while (escaped[found + marker.size()] != SSP_TRANSPORT_TOKEN_TYPE_ESCAPED) {
-            found = find_marker(escaped, found + 1);
-        }
-        writer.put_run(escaped.subspan(done, found - done));
-        writer.put(marker);
-        done = found + token_size;
+    Copier copier{escaped, frame.get(), size};
+    if (escaped_markers > 0) {
+        for_each_marker(escaped, &Tokens::escaped_markers, [&copier](const unsigned char* found) {
+            copier.copy_with(found);
+            copier.skip_one();
+        });
     }
-    writer.put_run(escaped.subspan(done));
+    copier.copy_rest();
     if (add_uni_frame(queue, frame.get(), static_cast<unsigned int>(size)) == 1) {
         static_cast<void>(frame.release());
     }
@@ -138,25 +220,25 @@ int ssp_base_message_to_transport_token_data(const void* data, unsigned int len,
     }
     const Bytes message{static_cast<const unsigned char*>(data), len};
     std::size_t pairs = 0;
-    for (std::size_t pair = find_marker(message, 0); pair < message.size(); pair = find_marker(message, pair + 2)) {
-        ++pairs;
-    }
+    for_each_block(message, 0, [&pairs](std::size_t, Tokens tokens) {
+        pairs += count(tokens.markers);
+        return false;
+    });
     const std::size_t size = token_size + message.size() + pairs;
     if (size > INT_MAX) {
         VX_ERROR("Error, was processed %d of %u bytes", 0, len); // its size could not be told to the caller
         return scope.exit(-1);
     }
     auto* framed = static_cast<unsigned char*>(Malloc(size));
-    Writer writer{framed};
-    writer.put(start_of_frame);
-    std::size_t done = 0;
-    for (; pairs > 0; --pairs) {
-        const std::size_t found = find_marker(message, done);
-        writer.put_run(message.subspan(done, found - done));
-        writer.put(escaped_marker);
-        done = found + marker.size();
+    std::copy(start_of_frame.begin(), start_of_frame.end(), framed);
+    Copier copier{message, framed + token_size, size - token_size};
+    if (pairs > 0) {
+        for_each_marker(message, &Tokens::markers, [&copier](const unsigned char* found) {
+            copier.copy_with(found);
+            copier.put(SSP_TRANSPORT_TOKEN_TYPE_ESCAPED);
+        });
     }
-    writer.put_run(message.subspan(done));
+    copier.copy_rest();
     *out = framed;
     return scope.exit(static_cast<int>(size));
 }

@@ -170,7 +170,7 @@ Bytes random_bytes(std::mt19937& random, std::size_t size) {
 TEST_F(SspTransportTokenTest, ParsesRandomBytesAsTheModelDoes) {
     std::mt19937 random(20250301);
     for (int round = 0; round < 20'000; ++round) {
-        const Bytes given = random_bytes(random, 1 + random() % 48);
+        const Bytes given = random_bytes(random, 1 + random() % 100);
         const TokenModel model(given);
         Bytes stream = given;
         const int result = parse(stream);
@@ -180,10 +180,31 @@ TEST_F(SspTransportTokenTest, ParsesRandomBytesAsTheModelDoes) {
     }
 }
 
+// The bytes are looked at in blocks: tokens stand at and across every border of one.
+TEST_F(SspTransportTokenTest, TokensAreFoundWhereverTheyStand) {
+    const std::vector<Bytes> tokens{
+        {0xAA, 0x55, 2}, {0xAA, 0x55, 0}, {0xAA, 0x55, 0xAA, 0x55, 0}, {0xAA, 0x55, 0, 0xAA, 0x55, 2, 0xAA, 0x55, 0}};
+    for (std::size_t size = 1; size < 90; ++size) {
+        for (std::size_t at = 0; at < size; ++at) {
+            for (const Bytes& token : tokens) {
+                Bytes given = start_token + Bytes(size, 0x11);
+                const std::size_t fitting = std::min(token.size(), size - at); // the end may cut it
+                std::copy_n(token.begin(), fitting, given.begin() + static_cast<std::ptrdiff_t>(3 + at));
+                const TokenModel model(given);
+                Bytes stream = given;
+                ASSERT_EQ(parse(stream), static_cast<int>(model.frames.size()));
+                ASSERT_EQ(take_frames(), model.frames) << describe(given);
+                ASSERT_EQ(stream, model.data) << describe(given);
+                ASSERT_EQ(frame(given), framed(given)) << describe(given);
+            }
+        }
+    }
+}
+
 TEST_F(SspTransportTokenTest, FramesRandomMessagesAsTheModelDoesAndGetsThemBack) {
     std::mt19937 random(7);
     for (int round = 0; round < 20'000; ++round) {
-        const Bytes message = random_bytes(random, 1 + random() % 48);
+        const Bytes message = random_bytes(random, 1 + random() % 100);
         const Bytes stream = frame(message);
         ASSERT_EQ(stream, framed(message));
         ASSERT_THAT(frames_of(stream), ElementsAre(message)) << describe(message);
