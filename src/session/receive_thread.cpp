@@ -5,6 +5,7 @@
 #include "support/detached_thread.hpp"
 #include "support/memory.hpp"
 #include "support/owners.hpp"
+#include "support/timer_slack.hpp"
 
 #include <algorithm>
 #include <array>
@@ -52,12 +53,13 @@ int read_file(unsigned int device, unsigned int interface_number, Frame& frame) 
 }
 
 // Reads once, queues what came and pauses.
-void poll(trace::Location where, const ReceiveThread& thread, Frame& frame) {
+void poll(trace::Location where, const ReceiveThread& thread, Frame& frame, timer_slack::Rest& rest) {
     if (const int result = read_file(thread.device, thread.interface_number, frame); result != 0) {
         trace::error(where, "ReadFile() return exception %d", result);
         usleep(error_pause_us);
         return;
     }
+    rest.note(frame.length > 0);
     if (frame.length > 0) {
         if (add_uni_frame(thread.queue, frame.bytes.get(), frame.length) == 1) {
             static_cast<void>(frame.bytes.release());
@@ -66,6 +68,7 @@ void poll(trace::Location where, const ReceiveThread& thread, Frame& frame) {
         }
         frame = {};
     }
+    const timer_slack::Wide slack{rest.has_begun()};
     usleep(read_pause_us);
 }
 
@@ -119,8 +122,9 @@ void start_routine(ReceiveThread& thread) {
         const current_pad::KeepOpen keep_open{thread.pad, thread.interface_number};
         removal = switch_pen_data(call, thread, pen_data_on, removal);
         thread.started.give();
+        timer_slack::Rest rest;
         for (Frame frame; thread.running.load() != 0;) {
-            poll(VX_HERE, thread, frame);
+            poll(VX_HERE, thread, frame, rest);
         }
     }
     thread.left_loop.give();
