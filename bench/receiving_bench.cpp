@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t made_at = 12; // where in a packet: 64 bits, little-endian, nanoseconds of CLOCK_MONOTONIC
 constexpr std::chrono::seconds settling_time{1};
-constexpr std::chrono::seconds measuring_time{10};
+constexpr int measured_seconds = 10;
 
 struct Report {
     double made_us;
@@ -72,6 +72,24 @@ void tell_latencies(benchmark::State& state, const std::string& prefix, const st
     state.counters[prefix + "p99_us"] = quantile(0.99);
 }
 
+// Of the medians of single seconds.
+void tell_spread(benchmark::State& state, const std::vector<Report>& reports, double start_us) {
+    std::vector<std::vector<double>> seconds(measured_seconds);
+    for (const Report& report : reports) {
+        const auto second = static_cast<std::size_t>((report.made_us - start_us) / 1e6);
+        if (second < seconds.size()) {
+            seconds[second].push_back(report.delivered_us - report.made_us);
+        }
+    }
+    std::erase_if(seconds, [](const auto& latencies) { return latencies.empty(); });
+    std::vector<double> medians;
+    for (const auto& latencies : seconds) {
+        medians.push_back(statistics::median(latencies));
+    }
+    state.counters["median_spread_us"] =
+        medians.empty() ? std::numeric_limits<double>::quiet_NaN() : statistics::half_quartile_distance(medians);
+}
+
 double cpu_percent_of(const std::function<void()>& passing_time) {
     const double wall_s = paired::seconds(CLOCK_MONOTONIC);
     const double cpu_s = paired::seconds(CLOCK_PROCESS_CPUTIME_ID);
@@ -79,9 +97,18 @@ double cpu_percent_of(const std::function<void()>& passing_time) {
     return (paired::seconds(CLOCK_PROCESS_CPUTIME_ID) - cpu_s) / (paired::seconds(CLOCK_MONOTONIC) - wall_s) * 100;
 }
 
+// Second by second, so that the figure's spread can be told.
+std::vector<double> cpu_percents_of(const std::function<void()>& passing_a_second) {
+    std::vector<double> percents;
+    for (int second = 0; second < measured_seconds; ++second) {
+        percents.push_back(cpu_percent_of(passing_a_second));
+    }
+    return percents;
+}
+
 // The least that a thread costs which looks every 500 us.
 void pause_only() {
-    const auto end = std::chrono::steady_clock::now() + measuring_time;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds{1};
     while (std::chrono::steady_clock::now() < end) {
         usleep(500);
     }
@@ -99,10 +126,12 @@ void receive(benchmark::State& state) {
         } else {
             std::this_thread::sleep_for(settling_time);
             start_us = paired::seconds(CLOCK_MONOTONIC) * 1e6;
-            state.counters["cpu_%"] = cpu_percent_of([] { std::this_thread::sleep_for(measuring_time); });
+            const auto percents = cpu_percents_of([] { std::this_thread::sleep_for(std::chrono::seconds{1}); });
+            state.counters["cpu_%"] = statistics::median(percents);
+            state.counters["cpu_spread_%"] = statistics::half_quartile_distance(percents);
         }
         Deinitialize(); // no callback runs any more
-        state.counters["pauses_cpu_%"] = cpu_percent_of(pause_only);
+        state.counters["pauses_cpu_%"] = statistics::median(cpu_percents_of(pause_only));
     }
     // What had waited for the program to begin is old.
     std::erase_if(reports, [start_us](const Report& report) { return report.made_us < start_us; });
@@ -111,9 +140,47 @@ void receive(benchmark::State& state) {
         latencies_us.push_back(report.delivered_us - report.made_us);
     }
     tell_latencies(state, "", latencies_us);
+    tell_spread(state, reports, start_us);
     tell_latencies(state, "pauses_", latencies_of_the_pauses(reports));
 }
 
+// A pad that sends so seldom that the receive thread is at rest each time: when is a report in the queue? Nobody takes
+// it out, so that the callback thread's own pauses do not count; they come when all is over.
+void receive_from_rest(benchmark::State& state) {
+    constexpr unsigned int device = 1;
+    std::vector<Report> reports;
+    reports.reserve(1000);
+    std::vector<double> queued_us;
+    for ([[maybe_unused]] auto iteration : state) {
+        Initialize();
+        if (SetDataReceivingEnabled(device, 0, 1) != 0) {
+            state.SkipWithError("no such virtual pad");
+        } else {
+            const double end_us = paired::seconds(CLOCK_MONOTONIC) * 1e6 + measured_seconds * 1e6;
+            double now_us = 0;
+            while ((now_us = paired::seconds(CLOCK_MONOTONIC) * 1e6) < end_us) {
+                unsigned int waiting = 0;
+                GetDataPacketsAvailable(device, 0, &waiting);
+                queued_us.resize(waiting, now_us);
+                usleep(100);
+            }
+            SetOnDataReceivedHandler(device, 0, keep, &reports);
+            std::this_thread::sleep_for(settling_time);
+        }
+        Deinitialize();
+    }
+    std::vector<double> latencies_us;
+    for (std::size_t i = 1; i < queued_us.size() && i < reports.size(); ++i) { // the first ones may have waited
+        latencies_us.push_back(queued_us[i] - reports[i].made_us);
+    }
+    tell_latencies(state, "", latencies_us);
+    for (const char* unknown :
+         {"cpu_%", "cpu_spread_%", "median_spread_us", "pauses_cpu_%", "pauses_median_us", "pauses_p99_us"}) {
+        state.counters[unknown] = std::numeric_limits<double>::quiet_NaN();
+    }
+}
+
+BENCHMARK(receive_from_rest)->Name("receiving, from rest")->Iterations(1)->UseRealTime();
 BENCHMARK(receive)->Name("receiving, at rest")->Iterations(1)->UseRealTime();
 BENCHMARK(receive)->Name("receiving, 500 reports a second")->Iterations(1)->UseRealTime();
 BENCHMARK(receive)->Name("receiving, 1500 reports a second")->Iterations(1)->UseRealTime();
