@@ -35,12 +35,24 @@ void keep(void* reports, unsigned int /*device*/, unsigned int /*interface*/, co
     static_cast<std::vector<Report>*>(reports)->push_back({static_cast<double>(made_ns) / 1e3, now_us});
 }
 
+// How long a pause really is: the kernel ends it some 60 us late.
+double length_of_pause_us(useconds_t asked) {
+    std::vector<double> lengths_us;
+    for (int i = 0; i < 200; ++i) {
+        const double start_s = paired::seconds(CLOCK_MONOTONIC);
+        usleep(asked);
+        lengths_us.push_back((paired::seconds(CLOCK_MONOTONIC) - start_s) * 1e6);
+    }
+    return statistics::median(lengths_us);
+}
+
 // What the two threads' pauses alone make of these reports, if nothing else took any time: the receive thread looks
 // every 500 us; the callback thread pauses 1.5 ms, twice that, and so on while it finds nothing.
 std::vector<double> latencies_of_the_pauses(const std::vector<Report>& reports) {
-    constexpr double read_pause_us = 500;
     constexpr double first_delay_us = 1500;
     constexpr int phases = 20; // of the two threads against the pad
+    const double read_pause_us = length_of_pause_us(500);
+    const double late_us = length_of_pause_us(1500) - first_delay_us;
     std::vector<double> latencies;
     for (int phase = 0; phase < phases && !reports.empty(); ++phase) {
         double read_us = reports.front().made_us - read_pause_us * phase / phases;
@@ -51,7 +63,7 @@ std::vector<double> latencies_of_the_pauses(const std::vector<Report>& reports) 
                 read_us += read_pause_us;
             }
             while (look_us < read_us) {
-                look_us += delay_us;
+                look_us += delay_us + late_us;
                 delay_us += first_delay_us;
             }
             latencies.push_back(look_us - report.made_us);

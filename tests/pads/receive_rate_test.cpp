@@ -45,6 +45,7 @@ TEST_F(Rate, LosesNothing) {
     auto& application = receiver(hid_pad);
     application.listen();
     application.enable();
+    std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the receive thread is at rest as the reports begin
     const OnlyPauses pauses;
     to_pad("play", hid_pad, std::to_string(reports) + " " + std::to_string(rate));
     EXPECT_TRUE(wait_for([&] { return application.last() == reports - 1; }, patience));
