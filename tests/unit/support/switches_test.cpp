@@ -230,16 +230,19 @@ TEST_F(Switches, AreSeenFromWhicheverThread) {
     }
 }
 
-// As a debugger does that calls a function in the thread that it has stopped.
+// As a debugger does it with the thread that it has stopped.
 TEST_F(Switches, AreSeenWhenTheCallingThreadIsInterruptedToSetThem) {
+    static char text[] = "LIBVXPADCOM_DEBUG_FUNC=1";
+    static char* variables[] = {text, nullptr};
+    char** const former = environ;
     struct sigaction set {};
-    set.sa_handler = [](int) { setenv(lines::function_switch, "1", 1); };
-    struct sigaction former {};
-    sigaction(SIGUSR1, &set, &former);
+    set.sa_handler = [](int) { environ = variables; };
+    struct sigaction former_action {};
+    sigaction(SIGUSR1, &set, &former_action);
     raise(SIGUSR1);
-    sigaction(SIGUSR1, &former, nullptr);
+    sigaction(SIGUSR1, &former_action, nullptr);
     EXPECT_TRUE(is_traced());
-    unsetenv(lines::function_switch);
+    environ = former;
 }
 
 TEST_F(Switches, AreReadByManyThreadsAtOnce) {
