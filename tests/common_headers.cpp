@@ -1,0 +1,1 @@
+// A precompiled header belongs to a source.
