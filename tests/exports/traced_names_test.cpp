@@ -140,11 +140,12 @@ void receive_and_upload() {
     const standins::Bytes buffer(130);
     WriteFileBuffer(1, 3, buffer.data(), 130, &count);
     ReadFileBuffer(1, 3, nullptr, 0, nullptr);
-    SetOnDataReceivedHandler(1, 0, nullptr, nullptr);
-    bus.unplug(pad);
+    bus.unplug(pad); // the receive thread finds it gone, so it must be running still
     for (int i = 0; i < 5000 && bus.open_handles() > 0; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    EXPECT_EQ(bus.open_handles(), 0);
+    SetOnDataReceivedHandler(1, 0, nullptr, nullptr);
     Deinitialize();
     bus.hooks = {};
 }
