@@ -20,48 +20,93 @@ quietly() {
     return "$status"
 }
 
-# build_preset PRESET [CMAKE_OPTION...]: configures and builds $targets, or everything, with $runner in front.
-build_preset() {
+# configure_preset PRESET [CMAKE_OPTION...]: alone in the preset's directory.
+configure_preset() {
     local preset=$1
     shift
-    quietly "configure-$preset" cmake --preset "$preset" "$@" &&
-        quietly "build-$preset" "${runner[@]}" cmake --build --preset "$preset" --parallel "$jobs" \
-            ${targets[@]:+--target "${targets[@]}"}
+    {
+        flock 9
+        quietly "configure-$preset" cmake --preset "$preset" "$@"
+    } 9>"$logs/$preset.lock"
 }
 
-# failed_tests LOG: the end of what each failed test had to say, without passed cases and the library's error lines, and
-# the list of these tests.
+# build_preset PRESET [CMAKE_OPTION...]: configures and builds $targets, or everything, with $builder in front.
+build_preset() {
+    local preset=$1
+    configure_preset "$@" || return
+    {
+        flock 9
+        quietly "build-$preset" "${builder[@]}" cmake --build --preset "$preset" --parallel "$jobs" \
+            ${targets[@]:+--target "${targets[@]}"}
+    } 9>"$logs/$preset.lock"
+}
+
+# failed_tests LOG: what the failed cases of each failed test had to say, or a program's own words where it has none,
+# without what passed cases and the library's error lines say, and the list of these tests. A case that has not ended is
+# where its program did.
 failed_tests() {
     awk '
-        function flush_block(  i) {
-            if (failed && count > 80) print "(" count - 80 " lines left out)"
-            for (i = count > 80 ? count - 79 : 1; failed && i <= count; i++) print lines[i]
-            failed = count = 0
+        function keep(line) { if (++count <= 200) lines[count] = line; else last[count % 40] = line }
+        function flush_case(  i) { for (i = 1; i <= said; i++) keep(spoken[i]); said = 0 }
+        function flush_test(  i) {
+            flush_case()
+            for (i = 1; failed && i <= count && i <= 200; i++) print lines[i]
+            if (failed && count > 240) print "(" count - 240 " lines left out)"
+            for (i = count > 240 ? count - 39 : 201; failed && i <= count; i++) print last[i % 40]
+            failed = in_case = count = 0
         }
-        /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: / { flush_block()
+        /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: / { flush_test()
             failed = title = /\*\*\*/ && !/\*\*\*(Skipped|Not Run)/ }
-        /^ +Start +[0-9]+: / || /^[0-9]+% tests passed/ { flush_block() }
+        /^ +Start +[0-9]+: / || /^[0-9]+% tests passed/ { flush_test() }
         /^The following tests FAILED:/ { in_list = 1 }
         in_list { print; next }
         title { print; title = 0; next }
-        /^\[ +(RUN|OK) +\]/ || /^\033\[31m/ { next }
-        failed { lines[++count] = $0 }
+        { sub(/^\033\[0m/, "") }
+        !failed || /^\033\[31m/ { next }
+        /^\[ +RUN +\] / { flush_case(); in_case = 1 }
+        /^\[ +(OK|SKIPPED) +\] / && in_case { said = in_case = 0; next }
+        in_case { spoken[++said] = $0 }
+        /^\[ +FAILED +\] / && in_case { flush_case(); in_case = 0; next }
+        in_case || /^\[[-=]+\]/ || /^$/ { next }
+        { keep($0) }
     ' "$1"
 }
 
-# test_preset PRESET: runs the tests; no tests at all is a failure. Leaves ctest's closing line in $summary.
+# cases_of PRESET: how many test cases the programs of the last ctest have run.
+cases_of() {
+    awk '/^\[=+\] [0-9]+ tests? from .* ran\./ { cases += $2 } END { print cases + 0 }' \
+        "$root/build/$1/Testing/Temporary/LastTest.log"
+}
+
+# test_preset PRESET [CTEST_OPTION...]: runs the tests; no tests at all is a failure. Leaves ctest's closing line in
+# $summary and how many cases ran in $cases. Most tests wait for most of their time, hence two for each processor.
 test_preset() {
-    local log=$logs/test-$1.log status=0
-    "${runner[@]}" ctest --preset "$1" --parallel "$jobs" --timeout 300 --no-tests=error >"$log" 2>&1 || status=$?
+    local preset=$1 log=$logs/test-$1.log status=0
+    shift
+    "${runner[@]}" ctest --preset "$preset" --parallel $((2 * jobs)) --timeout 300 --no-tests=error \
+        --test-output-size-failed 50000000 "$@" >"$log" 2>&1 || status=$?
     if [ "$status" -ne 0 ]; then
         failed_tests "$log" >&2
         printf 'The whole output is in %s\n' "$log" >&2
     fi
     # shellcheck disable=SC2034 # read by the scripts
     summary=$(grep -E '^[0-9]+% tests passed' "$log" || echo "no tests ran")
+    # shellcheck disable=SC2034
+    cases=$(cases_of "$preset")
     return "$status"
 }
 
-# A command prefix for everything that runs what was built; test-sanitizers sets it.
+# keep_addresses: sanitizers' runtimes cannot place their shadow memory where the kernel spreads mappings over more than
+# 28 random bits, so what is run must be told to do without.
+keep_addresses() {
+    if [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 ] &&
+        setarch --addr-no-randomize true 2>/dev/null; then
+        runner=(setarch --addr-no-randomize)
+        builder=("${runner[@]}") # it runs what it has built
+    fi
+}
+
+# Command prefixes for what is run and for building.
 runner=()
+builder=()
 targets=()
