@@ -1,6 +1,7 @@
 // What the tests of the exported functions share.
 #pragma once
 
+#include "base/all_given_back.hpp"
 #include "captures.hpp"
 #include "standins.hpp"
 #include "vxpadcom/vxpadcom.h"
@@ -91,10 +92,7 @@ class Test : public testing::Test {
     void SetUp() override { start_over(); }
     void TearDown() override {
         Deinitialize();
-        EXPECT_THAT(standins::bus().misuses(), testing::IsEmpty());
-        EXPECT_EQ(standins::bus().open_handles(), 0);
-        EXPECT_EQ(standins::bus().open_lists(), 0);
-        EXPECT_EQ(standins::bus().usb_references(), 0);
+        standins::expect_all_given_back();
     }
 
     // Not initialized, no pads, nothing logged.

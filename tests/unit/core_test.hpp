@@ -1,6 +1,8 @@
 // What the tests of the core and the HID transport share.
 #pragma once
 
+#include "base/all_given_back.hpp"
+#include "base/pad_record.hpp"
 #include "captures.hpp"
 #include "standins.hpp"
 #include "vxpadcom/vxpadcom.h"
@@ -58,10 +60,7 @@ class CoreTest : public testing::Test {
     void TearDown() override {
         bus().hooks = {};
         core_uninitialize();
-        EXPECT_THAT(bus().misuses(), IsEmpty());
-        EXPECT_EQ(bus().open_handles(), 0);
-        EXPECT_EQ(bus().open_lists(), 0);
-        EXPECT_EQ(bus().usb_references(), 0);
+        standins::expect_all_given_back();
     }
 
     // The messages that the logging callback was given.
@@ -91,46 +90,19 @@ inline auto Says(const std::string& text) {
     return Contains(HasSubstr(text));
 }
 
-// A record of a pad as the search leaves it: closed, with a lock.
-class Record {
+// A record of a HID pad.
+class Record : public PadRecord {
   public:
-    explicit Record(const HidInterface& pad, unsigned pad_type = plain_type) {
-        device_.pad_type = pad_type;
-        device_.vendor_id = pad.vendor_id;
-        device_.product_id = pad.product_id;
-        device_.interface_number = static_cast<std::uint32_t>(pad.interface_number);
-        device_.in_use = 1;
-        pad.path.copy(device_.hid_path, sizeof device_.hid_path - 1);
-        device_.device_lock = &lock_;
+    explicit Record(const HidInterface& pad, unsigned pad_type = plain_type) : PadRecord(pad_type) {
+        get()->vendor_id = pad.vendor_id;
+        get()->product_id = pad.product_id;
+        get()->interface_number = static_cast<std::uint32_t>(pad.interface_number);
+        pad.path.copy(get()->hid_path, sizeof get()->hid_path - 1);
     }
-    ~Record() {
-        bus().hooks = {}; // they may refer to what is gone by now
-        __core_close_dev(&device_);
-    }
-    Record(const Record&) = delete;
-    Record& operator=(const Record&) = delete;
-
-    vx_device* get() { return &device_; }
-    vx_device* operator->() { return &device_; }
-
-    bool locked() {
-        if (pthread_mutex_trylock(&lock_) != 0)
-            return true;
-        pthread_mutex_unlock(&lock_);
-        return false;
-    }
-
-  private:
-    vx_device device_{};
-    pthread_mutex_t lock_ = PTHREAD_MUTEX_INITIALIZER;
 };
 
-// The same, open, and the opening forgotten by the log.
 struct OpenRecord : Record {
-    explicit OpenRecord(const HidInterface& pad, unsigned pad_type = plain_type) : Record(pad, pad_type) {
-        __core_open_dev(get());
-        bus().take_log();
-    }
+    explicit OpenRecord(const HidInterface& pad, unsigned pad_type = plain_type) : Record(pad, pad_type) { open(); }
 };
 
 // A registry of the test's own, in the state in which core_initialize() leaves the library's.

@@ -80,72 +80,36 @@ inline Bytes unframed(const Bytes& stream) {
     return message;
 }
 
-// A record of a VCOM pad as the search leaves it: closed, with a lock and a reference to its device.
-class VcomRecord {
+// A record of a VCOM pad, with a reference to its device.
+class VcomRecord : public PadRecord {
   public:
-    explicit VcomRecord(const UsbDevice& pad, unsigned pad_type = 0) {
+    explicit VcomRecord(const UsbDevice& pad, unsigned pad_type = 0) : PadRecord(pad_type) {
         libusb_device** list = nullptr;
         const auto count = libusb_get_device_list(nullptr, &list);
         for (ssize_t i = 0; i < count; ++i) {
             libusb_device_descriptor descriptor{};
             libusb_get_device_descriptor(list[i], &descriptor);
-            if (descriptor.idVendor == pad.vendor_id && descriptor.idProduct == pad.product_id)
-                device_.vcom_device = libusb_ref_device(list[i]);
+            if (descriptor.idVendor == pad.vendor_id && descriptor.idProduct == pad.product_id) {
+                get()->vcom_device = libusb_ref_device(list[i]);
+            }
         }
         libusb_free_device_list(list, 1);
-        device_.pad_type = pad_type;
-        device_.ep_in = 0x81;
-        device_.ep_out = 0x01;
-        device_.ep_in_max_packet_size = 512;
-        device_.ep_out_max_packet_size = 64;
-        device_.in_use = 1;
-        device_.device_lock = &lock_;
-        device_.send_ssp_message = __send_ssp_message;
-        device_.receive_ssp_message = __receive_ssp_message;
+        get()->ep_in = 0x81;
+        get()->ep_out = 0x01;
+        get()->ep_in_max_packet_size = 512;
+        get()->ep_out_max_packet_size = 64;
+        speak_ssp();
     }
-    ~VcomRecord() {
-        bus().hooks = {};
-        __core_close_dev(&device_);
-        destroy_uni_queue(device_.ssp_input_read);
-        destroy_uni_queue(device_.ssp_command_messages);
-        destroy_uni_queue(device_.ssp_unfinished);
-        libusb_unref_device(device_.vcom_device);
-    }
-    VcomRecord(const VcomRecord&) = delete;
-    VcomRecord& operator=(const VcomRecord&) = delete;
-
-    vx_device* get() { return &device_; }
-    vx_device* operator->() { return &device_; }
-
-    bool locked() {
-        if (pthread_mutex_trylock(&lock_) != 0)
-            return true;
-        pthread_mutex_unlock(&lock_);
-        return false;
-    }
-
-  private:
-    vx_device device_{};
-    pthread_mutex_t lock_ = PTHREAD_MUTEX_INITIALIZER;
 };
 
 struct OpenVcomRecord : VcomRecord {
-    explicit OpenVcomRecord(const UsbDevice& pad, unsigned pad_type = 0) : VcomRecord(pad, pad_type) {
-        __core_open_dev(get());
-        bus().take_log();
-    }
+    explicit OpenVcomRecord(const UsbDevice& pad, unsigned pad_type = 0) : VcomRecord(pad, pad_type) { open(); }
 };
 
 // The same over HID.
 struct OpenHidSspRecord : OpenRecord {
     explicit OpenHidSspRecord(const HidInterface& pad, unsigned pad_type = plain_type) : OpenRecord(pad, pad_type) {
-        get()->send_ssp_message = __send_ssp_message;
-        get()->receive_ssp_message = __receive_ssp_message;
-    }
-    ~OpenHidSspRecord() {
-        destroy_uni_queue(get()->ssp_input_read);
-        destroy_uni_queue(get()->ssp_command_messages);
-        destroy_uni_queue(get()->ssp_unfinished);
+        speak_ssp();
     }
 };
 
