@@ -21,8 +21,9 @@ namespace api {
 
 inline std::string narrow(const char16_t* text, std::size_t units) {
     std::string result;
-    for (std::size_t i = 0; i < units; ++i)
+    for (std::size_t i = 0; i < units; ++i) {
         result += text[i] < 0x80 ? static_cast<char>(text[i]) : '?';
+    }
     return result;
 }
 

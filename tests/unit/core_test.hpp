@@ -42,11 +42,11 @@ using testing::SizeIs;
 using testing::StartsWith;
 
 using Lines = std::vector<std::string>;
-using Pauses = std::vector<unsigned>;
+using Pauses = std::vector<unsigned int>;
 
 // Types whose signature rectangle the core clears, and one without such extra traffic.
 inline constexpr std::array rectangle_types{9U, 11U, 12U, 15U, 16U, 17U};
-inline constexpr unsigned plain_type = 10;
+inline constexpr unsigned int plain_type = 10;
 
 inline const std::string path = "1-1:1.0";
 
@@ -93,7 +93,7 @@ inline auto Says(const std::string& text) {
 // A record of a HID pad.
 class Record : public PadRecord {
   public:
-    explicit Record(const HidInterface& pad, unsigned pad_type = plain_type) : PadRecord(pad_type) {
+    explicit Record(const HidInterface& pad, unsigned int pad_type = plain_type) : PadRecord(pad_type) {
         get()->vendor_id = pad.vendor_id;
         get()->product_id = pad.product_id;
         get()->interface_number = static_cast<std::uint32_t>(pad.interface_number);
@@ -102,7 +102,7 @@ class Record : public PadRecord {
 };
 
 struct OpenRecord : Record {
-    explicit OpenRecord(const HidInterface& pad, unsigned pad_type = plain_type) : Record(pad, pad_type) { open(); }
+    explicit OpenRecord(const HidInterface& pad, unsigned int pad_type = plain_type) : Record(pad, pad_type) { open(); }
 };
 
 // A registry of the test's own, in the state in which core_initialize() leaves the library's.
@@ -111,8 +111,9 @@ class OwnRegistry {
     OwnRegistry() {
         for (std::size_t i = 0; i < VX_MAX_DEVICES; ++i) {
             registry_.devices[i].interfaces = tables_[i].data();
-            for (std::size_t k = 0; k < VX_MAX_FURTHER_INTERFACES; ++k)
+            for (std::size_t k = 0; k < VX_MAX_FURTHER_INTERFACES; ++k) {
                 tables_[i][k] = &further(i, k);
+            }
         }
     }
     ~OwnRegistry() { core_close_all_devs_clear_mem(&registry_); }
@@ -133,8 +134,9 @@ class OwnRegistry {
 // 200, 400, 800 ... µs: the pauses of a call that is tried again.
 inline Pauses growing_pauses(std::size_t count) {
     Pauses pauses;
-    for (unsigned pause = 200; pauses.size() < count; pause *= 2)
+    for (unsigned int pause = 200; pauses.size() < count; pause *= 2) {
         pauses.push_back(pause);
+    }
     return pauses;
 }
 
@@ -154,7 +156,7 @@ inline std::string nonblocking(const std::string& p = path) {
 inline std::string closed(const std::string& p = path) {
     return "hid_close(" + p + ")";
 }
-inline std::string paused(unsigned microseconds) {
+inline std::string paused(unsigned int microseconds) {
     return "usleep(" + std::to_string(microseconds) + ")";
 }
 // A 64-byte report with its id byte in front; bytes as hexadecimal text without the zeros at the end.

@@ -38,8 +38,9 @@ constexpr std::chrono::seconds bound{20}; // no wait is longer
 inline bool comes_true(const std::function<bool()>& condition) {
     const auto end = std::chrono::steady_clock::now() + bound;
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
+        if (std::chrono::steady_clock::now() > end) {
             return false;
+        }
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
     return true;
@@ -108,8 +109,9 @@ class Receiver {
             const std::lock_guard lock(mutex_);
             received_.push_back(one);
         }
-        if (then)
+        if (then) {
             then(one);
+        }
     }
 
     mutable std::mutex mutex_;
@@ -117,7 +119,7 @@ class Receiver {
 };
 
 // A report that is not zero anywhere and tells its pad and its place in the order.
-inline Bytes report_of(unsigned char pad, unsigned number, std::size_t size = 64) {
+inline Bytes report_of(unsigned char pad, unsigned int number, std::size_t size = 64) {
     Bytes report(size, pad);
     report[1] = static_cast<unsigned char>(1 + number % 251);
     report[2] = static_cast<unsigned char>(1 + number / 251 % 251);
@@ -143,8 +145,9 @@ class Interruption {
     static void receive(void* self, const char16_t* message) {
         auto& own = *static_cast<Interruption*>(self);
         const std::u16string_view text(message);
-        if (api::narrow(text.data(), text.size()).find(own.at_) == std::string::npos || ++own.times_ != own.which_)
+        if (api::narrow(text.data(), text.size()).find(own.at_) == std::string::npos || ++own.times_ != own.which_) {
             return;
+        }
         own.action_();
         own.done_ = true;
     }
@@ -181,7 +184,7 @@ inline void open_at_the_end_of_this_thread(std::shared_ptr<Gate> gate) {
 // The library's pauses are real, but short.
 inline void pause_briefly() {
     const auto guard = bus().lock();
-    bus().hooks.usleep = [](unsigned microseconds) {
+    bus().hooks.usleep = [](unsigned int microseconds) {
         std::this_thread::sleep_for(std::chrono::microseconds(std::min(microseconds, 200U)));
     };
 }
@@ -194,8 +197,9 @@ class Receiving : public api::TwoPads, protected Overhearing {
         pause_briefly();
     }
     void TearDown() override {
-        for (Gate& gate : gates)
+        for (Gate& gate : gates) {
             gate.open();
+        }
         TwoPads::TearDown();
     }
 
@@ -227,8 +231,8 @@ class Receiving : public api::TwoPads, protected Overhearing {
             return times(line) == before;
         });
     }
-    static unsigned available(unsigned device = 1, unsigned interface = 0) {
-        unsigned count = preset;
+    static unsigned int available(unsigned int device = 1, unsigned int interface = 0) {
+        unsigned int count = preset;
         EXPECT_EQ(GetDataPacketsAvailable(device, interface, &count), 0);
         return count;
     }

@@ -7,7 +7,8 @@ namespace core_test {
 
 class SspPadTest : public CoreTest {
   protected:
-    explicit SspPadTest(unsigned pad_type = 15) : model(described_as(pad_type)), record(std::in_place, pad, pad_type) {
+    explicit SspPadTest(unsigned int pad_type = 15)
+        : model(described_as(pad_type)), record(std::in_place, pad, pad_type) {
         bus().cost_us["libusb_bulk_transfer"] = 1000;
         model.attach(pad);
         forget();
@@ -30,8 +31,9 @@ class SspPadTest : public CoreTest {
     // Fills the tables, so that only the request under test is seen.
     void know_tables() {
         ssp_common_components_id_initialize_table(device());
-        if (device()->pad_type >= 15)
+        if (device()->pad_type >= 15) {
             ssp_common_ct_signpad_initialize_modes_id_table(device());
+        }
         model.asked.clear();
         forget();
     }

@@ -29,8 +29,9 @@ inline Bytes part(const Bytes& bytes, std::size_t from, std::size_t count = Byte
 // Bytes that count up, so that a lost or doubled one shows.
 inline Bytes counting(std::size_t size, unsigned char first = 1) {
     Bytes bytes(size);
-    for (std::size_t i = 0; i < size; ++i)
+    for (std::size_t i = 0; i < size; ++i) {
         bytes[i] = static_cast<unsigned char>(first + i);
+    }
     return bytes;
 }
 
@@ -53,15 +54,17 @@ inline Bytes framed(const Bytes& message) {
     Bytes stream = start_token;
     for (std::size_t i = 0; i < message.size(); ++i) {
         stream.push_back(message[i]);
-        if (i > 0 && message[i - 1] == 0xAA && message[i] == 0x55)
+        if (i > 0 && message[i - 1] == 0xAA && message[i] == 0x55) {
             stream.push_back(0);
+        }
     }
     return stream;
 }
 inline Bytes framed(const std::vector<Bytes>& messages) {
     Bytes stream;
-    for (const Bytes& message : messages)
+    for (const Bytes& message : messages) {
         stream = stream + framed(message);
+    }
     return stream;
 }
 
@@ -83,7 +86,7 @@ inline Bytes unframed(const Bytes& stream) {
 // A record of a VCOM pad, with a reference to its device.
 class VcomRecord : public PadRecord {
   public:
-    explicit VcomRecord(const UsbDevice& pad, unsigned pad_type = 0) : PadRecord(pad_type) {
+    explicit VcomRecord(const UsbDevice& pad, unsigned int pad_type = 0) : PadRecord(pad_type) {
         libusb_device** list = nullptr;
         const auto count = libusb_get_device_list(nullptr, &list);
         for (ssize_t i = 0; i < count; ++i) {
@@ -103,12 +106,12 @@ class VcomRecord : public PadRecord {
 };
 
 struct OpenVcomRecord : VcomRecord {
-    explicit OpenVcomRecord(const UsbDevice& pad, unsigned pad_type = 0) : VcomRecord(pad, pad_type) { open(); }
+    explicit OpenVcomRecord(const UsbDevice& pad, unsigned int pad_type = 0) : VcomRecord(pad, pad_type) { open(); }
 };
 
 // The same over HID.
 struct OpenHidSspRecord : OpenRecord {
-    explicit OpenHidSspRecord(const HidInterface& pad, unsigned pad_type = plain_type) : OpenRecord(pad, pad_type) {
+    explicit OpenHidSspRecord(const HidInterface& pad, unsigned int pad_type = plain_type) : OpenRecord(pad, pad_type) {
         speak_ssp();
     }
 };
@@ -137,13 +140,14 @@ constexpr unsigned char no_legacy = 0;
 constexpr int commands = 0;
 constexpr int pen_data = 1;
 
-inline Received receive(vx_device* device, int selector = commands, unsigned time_out = 1000,
-                        unsigned char legacy_flag = no_legacy, unsigned capacity = 2048) {
+inline Received receive(vx_device* device, int selector = commands, unsigned int time_out = 1000,
+                        unsigned char legacy_flag = no_legacy, unsigned int capacity = 2048) {
     Bytes buffer(std::size_t{capacity} + 1, 0xEE);
-    unsigned length = capacity;
+    unsigned int length = capacity;
     const int result = __receive_ssp_message(device, buffer.data(), &length, time_out, legacy_flag, selector);
-    if (result != 0)
+    if (result != 0) {
         return {result};
+    }
     EXPECT_LE(length, capacity);
     EXPECT_EQ(buffer[capacity], 0xEE);
     return {result, part(buffer, 0, length)};
@@ -168,16 +172,19 @@ class SspPad {
 
     std::vector<Bytes> answer(const Bytes& message) {
         asked.push_back(message);
-        if (replace)
-            if (auto replies = replace(message))
+        if (replace) {
+            if (auto replies = replace(message)) {
                 return *replies;
+            }
+        }
         return own_answer(message);
     }
 
     void attach(UsbDevice& pad) {
         pad.answer = [this](UsbDevice& device, const Bytes& sent) {
-            for (const Bytes& reply : answer(unframed(sent)))
+            for (const Bytes& reply : answer(unframed(sent))) {
                 device.incoming.push_back(framed(reply));
+            }
         };
     }
 
@@ -185,14 +192,17 @@ class SspPad {
     void attach(HidInterface& pad) {
         bus().hooks.send_feature = [this, &pad, stream = Bytes()](HidInterface&,
                                                                   std::span<const unsigned char> report) mutable {
-            if (report.size() > 2 && report[1] == 0xF8)
+            if (report.size() > 2 && report[1] == 0xF8) {
                 stream.insert(stream.end(), report.begin() + 2, report.end());
+            }
             const Bytes message = unframed(stream);
             if (message.size() > 3 && message.size() == 4U + message[1] + 256U * message[2]) {
                 stream.clear();
-                for (const Bytes& reply : answer(message))
-                    for (const Bytes& piece : ssp_reports(framed(reply)))
+                for (const Bytes& reply : answer(message)) {
+                    for (const Bytes& piece : ssp_reports(framed(reply))) {
                         pad.feature_replies.push_back(piece);
+                    }
+                }
             }
             return std::optional<int>();
         };
@@ -200,12 +210,15 @@ class SspPad {
 
     Bytes description() const {
         Bytes payload{0x10, 1};
-        for (const std::uint32_t number : {vendor_id, product_id, 1U, 2U, 3U, 4U, 5U})
-            for (int i = 0; i < 4; ++i)
+        for (const std::uint32_t number : {vendor_id, product_id, 1U, 2U, 3U, 4U, 5U}) {
+            for (int i = 0; i < 4; ++i) {
                 payload.push_back(static_cast<unsigned char>(number >> (8 * i)));
+            }
+        }
         payload.push_back(static_cast<unsigned char>(serial_number.size()));
-        for (const char letter : serial_number)
+        for (const char letter : serial_number) {
             payload.push_back(static_cast<unsigned char>(letter));
+        }
         return payload;
     }
 
@@ -217,27 +230,33 @@ class SspPad {
 
     Bytes mode_list() const {
         Bytes payload{0x12, 1, static_cast<unsigned char>(modes.size())};
-        for (const std::uint32_t type : modes)
-            for (int i = 0; i < 4; ++i)
+        for (const std::uint32_t type : modes) {
+            for (int i = 0; i < 4; ++i) {
                 payload.push_back(static_cast<unsigned char>(type >> (8 * i)));
+            }
+        }
         return payload;
     }
 
   private:
     std::vector<Bytes> own_answer(const Bytes& message) {
-        if (message == Bytes{0xC0, 0})
+        if (message == Bytes{0xC0, 0}) {
             return {legacy(feature_)};
+        }
         if ((message[0] & 0x80) != 0) {
             feature_ = Bytes(64);
             feature_[0] = message[1];
-            if (message[1] == 0x01)
+            if (message[1] == 0x01) {
                 mode = message[2];
-            if (message[1] == 0x27)
+            }
+            if (message[1] == 0x27) {
                 feature_[11] = mode;
+            }
             return {};
         }
-        if (message == Bytes{0, 0, 0, 0x10})
+        if (message == Bytes{0, 0, 0, 0x10}) {
             return {base(0, component_list())};
+        }
         const unsigned char id = message[0];
         const unsigned char type = id < components.size() ? components[id] : 0;
         const unsigned char command = message[3];
@@ -266,7 +285,7 @@ class SspPad {
 };
 
 // Ids with which a VCOM pad of this type describes itself.
-inline SspPad described_as(unsigned pad_type) {
+inline SspPad described_as(unsigned int pad_type) {
     const HidInterface ids = pad_of_type(pad_type);
     SspPad pad;
     pad.vendor_id = ids.vendor_id;
@@ -278,7 +297,7 @@ inline SspPad described_as(unsigned pad_type) {
 inline std::string bulk_out(const Bytes& stream, const std::string& name = "usb1") {
     return "libusb_bulk_transfer(" + name + ", 01, " + describe(stream) + ", 1000)";
 }
-inline std::string bulk_in(std::size_t size, unsigned time_out, const std::string& name = "usb1") {
+inline std::string bulk_in(std::size_t size, unsigned int time_out, const std::string& name = "usb1") {
     return "libusb_bulk_transfer(" + name + ", 81, " + std::to_string(size) + ", " + std::to_string(time_out) + ")";
 }
 inline std::string usb_opened(const std::string& name = "usb1") {

@@ -21,15 +21,18 @@ class Exceptions : public api::Test {
 constexpr const char* handle_message = "Error of input parameters, incorrect unsigned int exception_handle";
 
 TEST_F(Exceptions, HandlesRunFrom1To63AndStartAgain) {
-    for (int round = 0; round < 3; ++round)
-        for (int expected = 1; expected <= 63; ++expected)
+    for (int round = 0; round < 3; ++round) {
+        for (int expected = 1; expected <= 63; ++expected) {
             EXPECT_EQ(file_one(), expected);
+        }
+    }
 }
 
 TEST_F(Exceptions, TheRingKeepsTheLast63) {
     const int first = TranslateErrorCode(0, nullptr, 0, nullptr);
-    for (int i = 0; i < 62; ++i)
+    for (int i = 0; i < 62; ++i) {
         file_one();
+    }
     EXPECT_EQ(record_of(first).function, "TranslateErrorCode");
     EXPECT_EQ(file_one(), first);
     EXPECT_EQ(record_of(first).function, "GetDeviceCount");
@@ -78,7 +81,7 @@ TEST_F(Exceptions, NameAndMessageCountTheTerminatorAndTheTypeDoesNot) {
     } members[] = {{GetExceptionType, "libvxpadcom", 11},
                    {GetExceptionName, "GetDeviceCount", 15},
                    {GetExceptionMessage, "Error of input parameters, unsigned int *reply is NULL", 55}};
-    for (const auto& member : members)
+    for (const auto& member : members) {
         for (const unsigned int size : {1U, 5U, 11U, 14U, 15U, 16U, 54U, 55U, 56U, 400U}) {
             GuardedText text(size);
             unsigned int reply = 0;
@@ -89,6 +92,7 @@ TEST_F(Exceptions, NameAndMessageCountTheTerminatorAndTheTypeDoesNot) {
             EXPECT_TRUE(text.zero_from(visible));
             EXPECT_TRUE(text.guards_untouched());
         }
+    }
 }
 
 TEST_F(Exceptions, Handle0IsEmptyOnceAnythingWasFiled) {
@@ -108,8 +112,9 @@ TEST_F(Exceptions, Handle0IsEmptyOnceAnythingWasFiled) {
 }
 
 TEST_F(Exceptions, Handle0StaysEmptyWhenTheRingHasWrapped) {
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         file_one();
+    }
     unsigned int reply = api::preset;
     EXPECT_EQ(GetExceptionCode(0, &reply), 0);
     EXPECT_EQ(reply, 0U);
@@ -141,23 +146,28 @@ TEST_P(ExceptionReader, RefusesHandle0BeforeAnythingWasFiled) {
 
 TEST_P(ExceptionReader, RefusesHandlesThatWereNeverFilled) {
     file_one();
-    for (const unsigned int handle : {20U, 62U, 63U})
+    for (const unsigned int handle : {20U, 62U, 63U}) {
         expect_refused(handle);
+    }
 }
 
 TEST_P(ExceptionReader, RefusesHandlesBeyondTheRing) {
-    for (int i = 0; i < 63; ++i)
+    for (int i = 0; i < 63; ++i) {
         file_one();
-    for (const unsigned int handle : {64U, 65U, 1000U, 0x80000000U, 0xFFFFFFFFU})
+    }
+    for (const unsigned int handle : {64U, 65U, 1000U, 0x80000000U, 0xFFFFFFFFU}) {
         expect_refused(handle);
+    }
 }
 
 TEST_P(ExceptionReader, RefusesHandlesOfTheTimeBeforeATearDown) {
-    for (int i = 0; i < 10; ++i)
+    for (int i = 0; i < 10; ++i) {
         file_one();
+    }
     Deinitialize();
-    for (const unsigned int handle : {5U, 10U})
+    for (const unsigned int handle : {5U, 10U}) {
         expect_refused(handle);
+    }
     Initialize();
     EXPECT_EQ(file_one(), 1);
 }

@@ -43,8 +43,9 @@ class TextInfo : public api::Test {
     static void expect_text(ReadText read, const std::string& text, std::size_t counted) {
         for (const std::size_t size :
              {std::size_t{1}, std::size_t{4}, text.size(), text.size() + 1, std::size_t{600}}) {
-            if (size == 0)
+            if (size == 0) {
                 continue;
+            }
             GuardedText result(size);
             unsigned int reply = 0;
             ASSERT_EQ(read(1, result.data(), result.size(), &reply), 0);
@@ -200,8 +201,9 @@ TEST_F(NumberInfo, KeepsTheTransportProtocolOfEachPadAsAFlag) {
 
 TEST_F(NumberInfo, OfManyInterfacesCountsNine) {
     start_over();
-    for (int i = 0; i < 40; ++i)
+    for (int i = 0; i < 40; ++i) {
         bus().plug(pad_of_type(9, "1-1:1." + std::to_string(i), i));
+    }
     Initialize();
     EXPECT_EQ(GetDeviceCount(&reply_), 1);
     EXPECT_EQ(value_of(GetEndPointCount, 1), 9U);

@@ -21,8 +21,9 @@ class Lifecycle : public api::Test {
 
     // A pad for each number from 1, all of one model.
     static void plug(int pads) {
-        for (int pad = 1; pad <= pads; ++pad)
+        for (int pad = 1; pad <= pads; ++pad) {
             bus().plug(pad_of_type(9, "1-" + std::to_string(pad) + ":1.0", 0, L"SN" + std::to_wstring(pad)));
+        }
     }
 };
 

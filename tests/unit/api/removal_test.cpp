@@ -171,11 +171,13 @@ INSTANTIATE_TEST_SUITE_P(Operations, RemovedPad, testing::ValuesIn(operations),
 TEST_F(Removal, IsLoggedWithTheCoresFunction) {
     find_out();
     const LogCapture log;
-    for (const Operation& operation : operations)
+    for (const Operation& operation : operations) {
         operation.call(0);
+    }
     for (const char* function : {"core_get_serial_number(char *)", "core_get_pad_product_id()", "core_get_vendor_id()",
-                                 "core_get_pad_bcd_device()", "core_get_count_of_hid_interfaces()"})
+                                 "core_get_pad_bcd_device()", "core_get_count_of_hid_interfaces()"}) {
         EXPECT_EQ(log.count(std::string("Error, function ") + function + " return -20"), 1) << function;
+    }
 }
 
 TEST_F(Removal, LastsUntilTheNextInitialize) {
@@ -257,19 +259,21 @@ TEST_F(Removal, MayBeLoggedFromTheHandler) {
 class CatchRemoving : public Removal {};
 
 TEST_F(CatchRemoving, ReactsToItsCodeOnly) {
-    for (const int code : {0, 1, -1, -2, -4, -7, -19, -21, 20, 258})
+    for (const int code : {0, 1, -1, -2, -4, -7, -19, -21, 20, 258}) {
         catch_removing_device(code, 1, 0);
+    }
     EXPECT_THAT(notices, IsEmpty());
     catch_removing_device(-20, 1, 0);
     expect_one_notice();
 }
 
 TEST_F(CatchRemoving, PassesEveryNumberOnAndIndexesNothingWithIt) {
-    for (const unsigned int device : {0U, 1U, 15U, 16U, 17U, 0x80000000U, 0xFFFFFFFFU})
+    for (const unsigned int device : {0U, 1U, 15U, 16U, 17U, 0x80000000U, 0xFFFFFFFFU}) {
         for (const unsigned int interface : {0U, 7U, 8U, 9U, 0x80000000U, 0xFFFFFFFFU}) {
             catch_removing_device(-20, device, interface);
             expect_one_notice(device);
         }
+    }
 }
 
 TEST_F(CatchRemoving, WorksBeforeTheStart) {
@@ -316,8 +320,9 @@ TEST(DeviceEvents, WhatIsNotImplementedSaysSoAndSucceeds) {
     standins::OutputCapture errors(STDERR_FILENO);
     EXPECT_EQ(LogDeviceStatistics(17), 0);
     EXPECT_THAT(errors.text(), testing::HasSubstr("Function LogDeviceStatistics() not implemented yet."));
-    for (const char* name : {"SetOnDeviceArrivedHandler", "TriggerOnDeviceArrivedEvents", "LogDeviceStatistics"})
+    for (const char* name : {"SetOnDeviceArrivedHandler", "TriggerOnDeviceArrivedEvents", "LogDeviceStatistics"}) {
         EXPECT_EQ(log.count(std::string("Function ") + name + "() not implemented yet."), 1) << name;
+    }
 }
 
 } // namespace

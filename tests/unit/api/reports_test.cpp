@@ -18,8 +18,9 @@ class Reports : public api::TwoPads {
   protected:
     static Bytes counting(std::size_t size) {
         Bytes bytes(size);
-        for (std::size_t i = 0; i < size; ++i)
+        for (std::size_t i = 0; i < size; ++i) {
             bytes[i] = static_cast<unsigned char>(i + 1);
+        }
         return bytes;
     }
 };
@@ -204,12 +205,14 @@ TEST_P(AnyTransfer, ReachesTheInterfaceThatIsNamed) {
     offer_input();
     EXPECT_EQ(transfer(0, 65), 0);
     EXPECT_EQ(reply_, 65U);
-    for (const std::string& call : bus().log())
+    for (const std::string& call : bus().log()) {
         EXPECT_NE(call.find("1-1:1.0"), std::string::npos) << call;
+    }
     EXPECT_EQ(transfer(1, 65), 0);
     EXPECT_EQ(reply_, 65U);
-    for (const std::string& call : bus().log())
+    for (const std::string& call : bus().log()) {
         EXPECT_EQ(call.find("1-1:1.0"), std::string::npos) << call;
+    }
 }
 
 TEST_P(AnyTransfer, OpensAFurtherInterfaceOnceOnFirstUse) {
@@ -222,8 +225,9 @@ TEST_P(AnyTransfer, OpensAFurtherInterfaceOnceOnFirstUse) {
 }
 
 TEST_P(AnyTransfer, RefusesInterfacesThatThePadDoesNotHave) {
-    for (const unsigned int interface : {2U, 3U, 7U, 8U, 9U, 10U, 63U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU})
+    for (const unsigned int interface : {2U, 3U, 7U, 8U, 9U, 10U, 63U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
         expect_untouched_failure(interface, 65);
+    }
 }
 
 TEST_P(AnyTransfer, RefusesAnEmptyReport) {
@@ -238,14 +242,16 @@ TEST_P(AnyTransfer, RefusesAnEmptyReport) {
 TEST_P(AnyTransfer, OfANinthInterfaceWorksAndOfATenthFails) {
     start_over();
     std::vector<standins::HidInterface*> interfaces;
-    for (int i = 0; i < 12; ++i)
+    for (int i = 0; i < 12; ++i) {
         interfaces.push_back(&bus().plug(pad_of_type(9, "1-1:1." + std::to_string(i), i)));
+    }
     Initialize();
     interfaces[8]->input_reports.push_back(Bytes(64, 8));
     EXPECT_EQ(transfer(8, 65), 0);
     EXPECT_EQ(reply_, 65U);
-    for (const unsigned int interface : {9U, 10U, 11U, 0xFFFFFFFFU})
+    for (const unsigned int interface : {9U, 10U, 11U, 0xFFFFFFFFU}) {
         expect_untouched_failure(interface, 65);
+    }
 }
 
 TEST_P(AnyTransfer, FailsCleanlyOnceAndWorksAgain) {
@@ -333,8 +339,9 @@ TEST_F(Reports, AFailureNamesTheCoresFunctionAndResult) {
     ReadFile(1, 0, buffer.data(), 1, &reply_);
     GetFeature(1, 5, buffer.data(), 2, &reply_);
     for (const char* function : {"core_set_hid_feature_report", "core_set_unsync_hid_output_report",
-                                 "core_get_hid_input_report", "core_get_hid_feature_report"})
+                                 "core_get_hid_input_report", "core_get_hid_feature_report"}) {
         EXPECT_EQ(log.count(std::string("Error, function ") + function + "() return -1"), 1) << function;
+    }
 }
 
 } // namespace

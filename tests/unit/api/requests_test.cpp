@@ -127,8 +127,9 @@ TEST_F(Queries, LogTheirAnswers) {
           std::string("core_get_pad_bcd_device(): Pad's bcdDevice: 0"),
           std::string("core_get_count_of_hid_interfaces(): Pad's have 1 interfaces"),
           std::string("core_get_pad_name(): Pad Name of current dev: Pad 100 "),
-          std::string("core_get_pad_manufacturer(): Pad's manufacturer of current dev: ACME")})
+          std::string("core_get_pad_manufacturer(): Pad's manufacturer of current dev: ACME")}) {
         EXPECT_EQ(log.count("info: " + message + "\n"), 1) << message;
+    }
 }
 
 TEST_F(Queries, OfTextsNeedABuffer) {
@@ -215,8 +216,9 @@ TEST_P(TransferRequests, PassTheBoundWithTheCountAndThenFindNothingOpen) {
 
 TEST_P(TransferRequests, OfNineInterfacesFindNoTenth) {
     start_over();
-    for (int i = 0; i < 9; ++i)
+    for (int i = 0; i < 9; ++i) {
         bus().plug(pad_of_type(9, "1-1:1." + std::to_string(i), i));
+    }
     Initialize();
     ASSERT_EQ(core_get_count_of_hid_interfaces(), 9);
     bus().take_log();
@@ -241,8 +243,9 @@ TEST_P(TransferRequests, ExcludeOneAnotherOnOneInterface) {
     std::atomic<int> inside = 0;
     std::atomic<int> overlaps = 0;
     const auto watch = [&](auto&&...) -> std::optional<int> {
-        if (++inside > 1)
+        if (++inside > 1) {
             ++overlaps;
+        }
         std::this_thread::yield();
         --inside;
         return std::nullopt;
@@ -252,11 +255,13 @@ TEST_P(TransferRequests, ExcludeOneAnotherOnOneInterface) {
     bus().hooks.read = watch;
     std::thread other([] {
         std::array<unsigned char, 64> mine{};
-        for (int i = 0; i < 50; ++i)
+        for (int i = 0; i < 50; ++i) {
             core_get_hid_feature_report(0, mine.data(), 64);
+        }
     });
-    for (int i = 0; i < 50; ++i)
+    for (int i = 0; i < 50; ++i) {
         call(0);
+    }
     other.join();
     bus().hooks = {};
     EXPECT_EQ(overlaps, 0);

@@ -69,8 +69,9 @@ TEST_F(SayHello, LogsItsSteps) {
          {"wstr_length(text):  3", "wstr_to_astr() populate:  abc", "result string: someText = \"abc\", string size: ",
           "buf_len: 17", "sizeof(pwc): 512", "befor call conversion for string:: someText = \"abc\", string size: ",
           "after astr_to_wstr() do wstr_length()  16", "wchar_t pwc[VXPAD_MAX_STRING_LENGTH]: someText = \"abc\"",
-          "res_text:  someText = \"abc\", *reply: 17"})
+          "res_text:  someText = \"abc\", *reply: 17"}) {
         EXPECT_EQ(log.count(std::string("info: SayHello(): ") + message), 1) << message;
+    }
 }
 
 TEST_F(SayHello, LogsTheLengthOfWhatItConverted) {

@@ -41,13 +41,13 @@ class SspApiTest : public Test {
         model_.asked.clear();
     }
 
-    int send(const Bytes& message, unsigned device = 1, unsigned interface = 0) {
-        return SendSspMessage(device, interface, message.data(), static_cast<unsigned>(message.size()));
+    int send(const Bytes& message, unsigned int device = 1, unsigned int interface = 0) {
+        return SendSspMessage(device, interface, message.data(), static_cast<unsigned int>(message.size()));
     }
 
     UsbDevice* pad_ = nullptr;
     SspPad model_;
-    unsigned reply_ = preset;
+    unsigned int reply_ = preset;
     Bytes buffer_ = Bytes(200, 0xEE);
 };
 
@@ -88,9 +88,10 @@ TEST_F(SspApiTest, BadArgumentsAreFiledBeforeThePadIsSelected) {
           "Error of input parameters, unsigned int *reply is NULL");
     check(ReceiveSspMessage(99, 0, nullptr, 0, 100, &reply_), "ReceiveSspMessage",
           "Error of input parameters, const void *dst is NULL");
-    for (const unsigned length : {0U, 1U})
+    for (const unsigned int length : {0U, 1U}) {
         check(ReceiveSspMessage(99, 0, &byte, length, 100, &reply_), "ReceiveSspMessage",
               "Error of input parameters, const unsigned int dst_length is <= 1");
+    }
     EXPECT_EQ(reply_, preset);
     EXPECT_THAT(bus().log(), IsEmpty());
 }
@@ -171,15 +172,16 @@ TEST_F(SspApiInterfacesTest, RemovalOfTheInterfaceIsToldAndLeavesThePad) {
         bus().plug_again(*further_);
         ASSERT_EQ(Initialize(), 0);
         removed = 0;
-        SetOnDeviceRemovedHandler([](void*, unsigned device) { removed += device == 1 ? 1 : 100; }, nullptr);
+        SetOnDeviceRemovedHandler([](void*, unsigned int device) { removed += device == 1 ? 1 : 100; }, nullptr);
         EXPECT_EQ(send(component_query, 1, 1), 0);
         bus().unplug(*further_);
-        if (sending)
+        if (sending) {
             EXPECT_EQ(record_of(send(component_query, 1, 1)),
                       (Record{invalid_handle, "SendSspMessage", "Error of send ssp message for device: 1"}));
-        else
+        } else {
             EXPECT_EQ(record_of(ReceiveSspMessage(1, 1, buffer_.data(), 200, 100, &reply_)),
                       (Record{invalid_handle, "ReceiveSspMessage", "Error of receive ssp message for device: 1"}));
+        }
         EXPECT_EQ(removed, 1);
         EXPECT_EQ(send(component_query, 1, 0), 0);
         EXPECT_EQ(removed, 1);
@@ -193,11 +195,12 @@ TEST_F(SspApiTest, PadPulledOutAtAnyTransfer) {
         bus().plug_again(*pad_);
         ASSERT_EQ(Initialize(), 0);
         removed = 0;
-        SetOnDeviceRemovedHandler([](void*, unsigned device) { removed += device == 1 ? 1 : 100; }, nullptr);
+        SetOnDeviceRemovedHandler([](void*, unsigned int device) { removed += device == 1 ? 1 : 100; }, nullptr);
         int transfers = 0;
         const auto pull = [&] {
-            if (transfers++ == at)
+            if (transfers++ == at) {
                 bus().unplug(*pad_);
+            }
         };
         bus().hooks.bulk_out = [&](UsbDevice&, std::span<const unsigned char>, int&) {
             pull();
@@ -211,14 +214,18 @@ TEST_F(SspApiTest, PadPulledOutAtAnyTransfer) {
         int result = 0;
         for (int round = 0; result == 0 && round < 5; ++round) {
             result = send(component_query);
-            if (result == 0)
+            if (result == 0) {
                 result = ReceiveSspMessage(1, 0, buffer_.data(), 200, 50, &reply_);
-            if (result == 0)
+            }
+            if (result == 0) {
                 result = SetFeature(1, 0, report.data(), 65, &reply_);
-            if (result == 0)
+            }
+            if (result == 0) {
                 result = GetFeature(1, 0, buffer_.data(), 65, &reply_);
-            if (result == 0)
+            }
+            if (result == 0) {
                 result = WriteFile(1, 0, report.data(), 65, &reply_);
+            }
         }
         EXPECT_EQ(record_of(result).code, invalid_handle) << at;
         EXPECT_EQ(removed, 1) << at;
@@ -275,7 +282,7 @@ TEST_F(SspApiTest, ShortLegacyReplyIsFilledUpWithZeros) {
 
 TEST_F(SspApiTest, IdleReadFileOfAVcomPadSucceedsAndReopens) {
     reply_ = preset;
-    unsigned size = 0;
+    unsigned int size = 0;
     ASSERT_EQ(GetFeatureReportSize(1, 0, &size), 0);
     EXPECT_EQ(ReadFile(1, 0, buffer_.data(), 513, &reply_), 0);
     EXPECT_EQ(reply_, preset);

@@ -18,15 +18,17 @@ class Threads : public api::TwoPads {
     static void run(const std::vector<std::function<void()>>& tasks, int times = 60) {
         std::barrier round(static_cast<std::ptrdiff_t>(tasks.size()));
         std::vector<std::thread> threads;
-        for (const auto& task : tasks)
+        for (const auto& task : tasks) {
             threads.emplace_back([&task, &round, times] {
                 for (int i = 0; i < times; ++i) {
                     task();
                     round.arrive_and_wait();
                 }
             });
-        for (std::thread& thread : threads)
+        }
+        for (std::thread& thread : threads) {
             thread.join();
+        }
     }
 
     static void fail_and_read(int (*fail)(), const std::string& function) {

@@ -9,9 +9,9 @@ namespace {
 constexpr std::size_t chunk = 65; // report-id byte and report
 
 // A buffer whose pieces all differ.
-Bytes pieces(unsigned count, std::size_t rest = 0) {
+Bytes pieces(unsigned int count, std::size_t rest = 0) {
     Bytes buffer;
-    for (unsigned i = 0; i < count; ++i) {
+    for (unsigned int i = 0; i < count; ++i) {
         buffer.push_back(0xEE); // a report id, which never reaches the pad
         const Bytes report = report_of(0x77, i);
         buffer.insert(buffer.end(), report.begin(), report.end());
@@ -40,8 +40,8 @@ class Upload : public Receiving {
         };
     }
 
-    int upload(const Bytes& buffer, unsigned mask = 1, unsigned device = 1) {
-        return WriteFileBuffer(device, mask, buffer.data(), static_cast<unsigned>(buffer.size()), &reply_);
+    int upload(const Bytes& buffer, unsigned int mask = 1, unsigned int device = 1) {
+        return WriteFileBuffer(device, mask, buffer.data(), static_cast<unsigned int>(buffer.size()), &reply_);
     }
 
     struct Sent {
@@ -54,8 +54,9 @@ class Upload : public Receiving {
     }
     std::vector<Bytes> sent_reports() const {
         std::vector<Bytes> reports;
-        for (const Sent& one : sent())
+        for (const Sent& one : sent()) {
             reports.push_back(one.report);
+        }
         return reports;
     }
     std::size_t sent_over(const std::string& path) const {
@@ -63,20 +64,22 @@ class Upload : public Receiving {
         return static_cast<std::size_t>(
             std::count_if(all.begin(), all.end(), [&](const Sent& one) { return one.path == path; }));
     }
-    static std::vector<Bytes> reports_of(unsigned from, unsigned to) {
+    static std::vector<Bytes> reports_of(unsigned int from, unsigned int to) {
         std::vector<Bytes> reports;
-        for (unsigned i = from; i < to; ++i)
+        for (unsigned int i = from; i < to; ++i) {
             reports.push_back(report_of(0x77, i));
+        }
         return reports;
     }
     // No interface answers any more.
-    void fail_after(unsigned count) {
+    void fail_after(unsigned int count) {
         const auto guard = bus().lock();
         bus().cost_us["hid_send_feature_report"] = 600'000;
         bus().hooks.send_feature = [this, count](HidInterface& pad, std::span<const unsigned char> report) {
             const std::lock_guard lock(mutex_);
-            if (sent_.size() >= count)
+            if (sent_.size() >= count) {
                 return std::optional(-1);
+            }
             sent_.push_back({pad.path, Bytes(report.begin() + 1, report.end())});
             return std::optional(static_cast<int>(report.size()));
         };
@@ -84,8 +87,9 @@ class Upload : public Receiving {
     // Ends what an upload that failed has left behind.
     void use_up() {
         const Bytes buffer = pieces(1);
-        for (int i = 0; i < 3; ++i)
+        for (int i = 0; i < 3; ++i) {
             upload(buffer);
+        }
     }
 
     mutable std::mutex mutex_;
@@ -152,7 +156,7 @@ TEST_F(Upload, OverAFurtherInterfaceOnly) {
 }
 
 TEST_F(Upload, WithoutAnInterfaceReturnsAtOnce) {
-    for (const unsigned mask : {0U, 4U, 0xFFFFFFFCU}) {
+    for (const unsigned int mask : {0U, 4U, 0xFFFFFFFCU}) {
         reply_ = preset;
         EXPECT_EQ(upload(pieces(5), mask), 0);
         EXPECT_EQ(reply_, 0U);
@@ -189,8 +193,9 @@ TEST_F(Upload, LogsWhatItDoes) {
     for (const char* line :
          {"count_of_threads 1", "before FOR: count_of_threads: 1, data_size: 66560 ", "end_point_id_mask: 00000001",
           "Thread 0 was started... ", "Collect information from started Threads.. ", "max_packet_size 64",
-          "device: 2, interface: 0, start_pos: 65, data_size: 66560 ", " Data: 66560 Bytes"})
+          "device: 2, interface: 0, start_pos: 65, data_size: 66560 ", " Data: 66560 Bytes"}) {
         EXPECT_EQ(log.count(line), 1) << line;
+    }
     EXPECT_EQ(log.count("Going to processing, device:2, interface: 0, data:"), 1);
     EXPECT_EQ(log.count("start_pos: 66560, info->data_size: 66560 "), 1);
     EXPECT_EQ(log.count("Thread going to EXIT: ptr_data: "), 1);
@@ -204,11 +209,12 @@ TEST_F(Upload, TellsItsSpeed) {
     {
         const auto guard = bus().lock();
         bus().hooks.send_feature = [&](HidInterface&, std::span<const unsigned char> report) {
-            if (!passed.exchange(true))
+            if (!passed.exchange(true)) {
                 bus().advance_us(1'000'000);
+            }
             return std::optional(static_cast<int>(report.size()));
         };
-        bus().hooks.usleep = [](unsigned microseconds) {
+        bus().hooks.usleep = [](unsigned int microseconds) {
             bus().advance_us(-std::int64_t{microseconds}); // the waiting costs nothing
             std::this_thread::sleep_for(std::chrono::microseconds(100));
         };
@@ -222,7 +228,7 @@ TEST_F(Upload, TellsItsSpeed) {
 TEST_F(Upload, ThatTookNoTimeHasNoSpeed) {
     {
         const auto guard = bus().lock();
-        bus().hooks.usleep = [](unsigned microseconds) {
+        bus().hooks.usleep = [](unsigned int microseconds) {
             bus().advance_us(-std::int64_t{microseconds});
             std::this_thread::sleep_for(std::chrono::microseconds(100));
         };
@@ -332,8 +338,9 @@ TEST_F(Upload, ThatFailsHalfWayTellsHowFarItCameAndGoesOnFromThereTheNextTime) {
     EXPECT_EQ(upload(pieces(10)), 0);
     EXPECT_EQ(reply_, 6 * chunk) << "one piece is lost, the rest follows";
     auto expected = reports_of(0, 3);
-    for (const Bytes& report : reports_of(4, 10))
+    for (const Bytes& report : reports_of(4, 10)) {
         expected.push_back(report);
+    }
     EXPECT_EQ(sent_reports(), expected);
     EXPECT_EQ(upload(pieces(1)), 0);
     EXPECT_EQ(reply_, chunk) << "used up: the next begins at the beginning";
@@ -402,8 +409,9 @@ TEST_F(Upload, StopsForOneWhoAsks) {
     {
         const auto guard = bus().lock();
         bus().hooks.send_feature = [&](HidInterface&, std::span<const unsigned char> report) {
-            if (!asked.exchange(true))
+            if (!asked.exchange(true)) {
                 std::atomic_ref(interface_routine_terminate).store(1);
+            }
             return std::optional(static_cast<int>(report.size()));
         };
     }
@@ -456,8 +464,9 @@ TEST_F(Upload, GoesToItsPadWhileAnotherThreadUsesAnother) {
     std::thread other([&] {
         std::array<char16_t, 32> text{};
         unsigned int length = 0;
-        while (!finished)
+        while (!finished) {
             EXPECT_EQ(GetSerialNumber(2, text.data(), 32, &length), 0);
+        }
     });
     EXPECT_EQ(upload(pieces(300), 3), 0);
     finished = true;

@@ -29,7 +29,7 @@ class PadRecord {
     }
 
   protected:
-    explicit PadRecord(unsigned pad_type) {
+    explicit PadRecord(unsigned int pad_type) {
         device_.pad_type = pad_type;
         device_.in_use = 1;
         device_.device_lock = &lock_;

@@ -14,8 +14,9 @@ Bytes reply(std::initializer_list<unsigned char> start) {
 
 Bytes status_reply(unsigned char mode, unsigned char error = 0) {
     Bytes bytes = reply({0x27, error, 0xee, 0xee, 0xee, 0xee});
-    for (std::size_t i = 6; i < 20; ++i)
+    for (std::size_t i = 6; i < 20; ++i) {
         bytes[i] = static_cast<unsigned char>(100 + i);
+    }
     bytes[11] = mode;
     return bytes;
 }
@@ -29,7 +30,7 @@ class LegacyCommandsTest : public CoreTest {
     // The pauses that the commands make between attempts, without those inside of transfers.
     static Pauses attempts_pauses() {
         Pauses pauses = bus().pauses();
-        std::erase_if(pauses, [](unsigned pause) { return pause % 1000 != 0; });
+        std::erase_if(pauses, [](unsigned int pause) { return pause % 1000 != 0; });
         return pauses;
     }
 
@@ -110,8 +111,9 @@ TEST_P(CommonAttemptTest, ThreeWrongEchoesEndTheCommand) {
     EXPECT_EQ(count(asked()), 3U);
     EXPECT_EQ(attempts_pauses(), three_pauses);
     EXPECT_EQ(times_said(GetParam().wrong_echo), 3);
-    for (const char* const pause : {"1000", "3000", "7000"})
+    for (const char* const pause : {"1000", "3000", "7000"}) {
         EXPECT_EQ(times_said(std::string("failed, going to try again after usleep(") + pause + ")"), 1);
+    }
     EXPECT_EQ(times_said("end of attempts, exit with error..."), 1);
     EXPECT_FALSE(record.locked());
 }
@@ -164,7 +166,7 @@ TEST_P(CommonAttemptTest, LockIsHeldOverAllAttemptsAndPausesOrNotTouched) {
     OpenRecord record(pad);
     answer(reply({0x12}), 2);
     std::vector<bool> locked;
-    bus().hooks.usleep = [&](unsigned) { locked.push_back(record.locked()); };
+    bus().hooks.usleep = [&](unsigned int) { locked.push_back(record.locked()); };
     bus().hooks.send_feature = [&](HidInterface&, std::span<const unsigned char>) -> std::optional<int> {
         locked.push_back(record.locked());
         return std::nullopt;
@@ -310,7 +312,7 @@ constexpr std::array confirming_types{8U, 9U, 10U, 11U, 12U, 13U, 15U, 16U, 17U}
 
 class SetPadModeTest : public LegacyCommandsTest {};
 
-class ConfirmedModeTest : public SetPadModeTest, public testing::WithParamInterface<unsigned> {};
+class ConfirmedModeTest : public SetPadModeTest, public testing::WithParamInterface<unsigned int> {};
 
 INSTANTIATE_TEST_SUITE_P(Types, ConfirmedModeTest, testing::ValuesIn(confirming_types));
 
@@ -318,8 +320,9 @@ TEST_P(ConfirmedModeTest, IsConfirmedByTheStatus) {
     OpenRecord record(pad, GetParam());
     EXPECT_EQ(core_set_pad_mode(record.get(), 3, 7), 3);
     Lines expected{sent("01 03 07"), asked(), sent("27"), asked()};
-    if (GetParam() == 8)
+    if (GetParam() == 8) {
         expected.insert(expected.begin(), paused(1'000'000));
+    }
     EXPECT_EQ(bus().log(), expected);
     EXPECT_THAT(said(), Says("*** going to set pad mode 3"));
     EXPECT_THAT(said(), Says("Device status mode: 3"));
@@ -333,14 +336,15 @@ TEST_P(ConfirmedModeTest, DeviceErrorIsTriedAgain) {
     EXPECT_EQ(count(sent("01 03")), 2U);
     EXPECT_THAT(said(), Says("error: device: switch mode not allowed"));
     Pauses expected{1000};
-    if (GetParam() == 8) // a second before each write
+    if (GetParam() == 8) { // a second before each write
         expected = {1'000'000, 1000, 1'000'000};
+    }
     EXPECT_EQ(bus().pauses(), expected);
 }
 
 // Types without confirmation: the device's error byte is not looked at either.
 TEST_F(SetPadModeTest, UnknownTypesAreDoneWithTheEcho) {
-    for (const unsigned type : {0U, 2U, 7U, 14U, 18U}) {
+    for (const unsigned int type : {0U, 2U, 7U, 14U, 18U}) {
         OpenRecord record(pad, type);
         answer(reply({0x01, 27}));
         EXPECT_GE(core_set_pad_mode(record.get(), 3, 0), 0);
@@ -382,7 +386,7 @@ TEST_F(SetPadModeTest, TypeEightWaitsASecondBeforeEveryWrite) {
 }
 
 TEST_F(SetPadModeTest, FailedWritesEndTheCommandAfterThreeAttempts) {
-    for (const unsigned type : {plain_type, 1U}) {
+    for (const unsigned int type : {plain_type, 1U}) {
         OpenRecord record(pad, type);
         bus().hooks.send_feature = always{-1};
         EXPECT_EQ(core_set_pad_mode(record.get(), 3, 0), -1);
@@ -432,8 +436,9 @@ TEST_F(SetPadModeTest, PadThatStaysInAnotherModeIsComplainedOfOnStandardError) {
     OpenRecord record(pad);
     const standins::OutputCapture errors(STDERR_FILENO);
     EXPECT_EQ(core_set_pad_mode(record.get(), 3, 0), 3);
-    for (const char* times : {"32", "64", "128"})
+    for (const char* times : {"32", "64", "128"}) {
         EXPECT_THAT(errors.text(), HasSubstr(std::string("the pad named mode 2, not 3, ") + times + " times"));
+    }
     EXPECT_EQ(times_said("it is asked on"), 3);
 }
 
@@ -489,8 +494,9 @@ TEST_F(SetPadModeTest, ConfirmationSurvivesAFailedQuery) {
 TEST_F(SetPadModeTest, StatusThatFailsSlowlyEndsTheCommandToo) {
     OpenRecord record(pad);
     bus().hooks.get_feature = [](HidInterface& asked_pad, std::span<unsigned char>) -> std::optional<int> {
-        if (asked_pad.last_request[0] == 0x27)
+        if (asked_pad.last_request[0] == 0x27) {
             return -1;
+        }
         return std::nullopt;
     };
     EXPECT_EQ(core_set_pad_mode(record.get(), 3, 0), -1);
@@ -501,9 +507,10 @@ TEST_F(SetPadModeTest, PadPulledOutWhileItIsConfirmedEndsTheCommand) {
     OpenRecord record(pad);
     answer(reply({0x01, 0}));
     answer(status_reply(1), 5);
-    bus().hooks.usleep = [&](unsigned pause) {
-        if (pause == 300'000)
+    bus().hooks.usleep = [&](unsigned int pause) {
+        if (pause == 300'000) {
             bus().unplug(pad);
+        }
     };
     EXPECT_EQ(core_set_pad_mode(record.get(), 3, 0), -1);
     EXPECT_EQ(record->was_removed, 1);
@@ -516,7 +523,7 @@ TEST_F(SetPadModeTest, LockIsHeldThroughoutIncludingTheConfirmation) {
     answer(status_reply(1), 2);
     answer(status_reply(3));
     std::vector<bool> locked;
-    bus().hooks.usleep = [&](unsigned) { locked.push_back(record.locked()); };
+    bus().hooks.usleep = [&](unsigned int) { locked.push_back(record.locked()); };
     EXPECT_EQ(core_set_pad_mode(record.get(), 3, 0), 3);
     EXPECT_THAT(locked, ElementsAre(true, true, true));
     EXPECT_FALSE(record.locked());

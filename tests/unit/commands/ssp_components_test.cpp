@@ -45,8 +45,9 @@ TEST_F(SspComponentsTest, CountIsNotBelievedBeyondTheBytesThatCame) {
     reply_to(component_query, {base(0, list(0x10, 255, {5, 11}))});
     EXPECT_EQ(id_of(11), 1);
     EXPECT_EQ(id_of(3), -2);
-    for (std::size_t i = 2; i < 128; ++i)
+    for (std::size_t i = 2; i < 128; ++i) {
         EXPECT_EQ(device()->components_id_table[i], 0);
+    }
 }
 
 TEST_F(SspComponentsTest, CountBoundsTheBytesThatCame) {
@@ -172,19 +173,19 @@ TEST_F(SspComponentsTest, ReplyComesInABufferOfTheCallers) {
 
 // Through the record's entries, with the flags of a reply.
 TEST_F(SspComponentsTest, TransportIsReachedThroughTheRecord) {
-    static std::vector<unsigned> seen;
+    static std::vector<unsigned int> seen;
     seen.clear();
-    device()->send_ssp_message = [](vx_device*, void*, unsigned size) {
+    device()->send_ssp_message = [](vx_device*, void*, unsigned int size) {
         seen.push_back(size);
         return 42;
     };
-    device()->receive_ssp_message = [](vx_device*, void*, unsigned*, unsigned time_out, unsigned char flag,
+    device()->receive_ssp_message = [](vx_device*, void*, unsigned int*, unsigned int time_out, unsigned char flag,
                                        int selector) {
-        seen.insert(seen.end(), {time_out, flag, static_cast<unsigned>(selector)});
+        seen.insert(seen.end(), {time_out, flag, static_cast<unsigned int>(selector)});
         return -33;
     };
     unsigned char byte = 0;
-    unsigned size = 1;
+    unsigned int size = 1;
     EXPECT_EQ(send_ssp_message(device(), &byte, 9), 42);
     EXPECT_EQ(receive_ssp_message(device(), &byte, &size, 77, 1, 1), -33);
     EXPECT_THAT(seen, ElementsAre(9U, 77U, 0U, 0U));
@@ -289,7 +290,7 @@ TEST_F(SspComponentsTest, FailedModeQueryLeavesTheTableEmptyAndIsAskedAgain) {
 }
 
 TEST_F(SspComponentsTest, OnlyTypes15To17HaveModes) {
-    for (const unsigned type : {0U, 1U, 8U, 13U, 14U, 18U}) {
+    for (const unsigned int type : {0U, 1U, 8U, 13U, 14U, 18U}) {
         device()->pad_type = type;
         forget();
         EXPECT_EQ(mode_of(5), -1);
@@ -304,7 +305,7 @@ TEST_F(SspComponentsTest, OnlyTypes15To17HaveModes) {
         EXPECT_THAT(bus().log(), IsEmpty()) << type;
         EXPECT_EQ(device()->components_id_table[0], 0);
     }
-    for (const unsigned type : {15U, 16U, 17U}) {
+    for (const unsigned int type : {15U, 16U, 17U}) {
         device()->pad_type = type;
         std::fill(std::begin(device()->modes_id_table), std::end(device()->modes_id_table), 0U);
         model.asked.clear();

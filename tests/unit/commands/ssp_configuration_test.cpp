@@ -21,8 +21,9 @@ class SspConfigurationTest : public SspPadTest {
     void states(std::vector<int> values) {
         model.replace = [values = std::move(values),
                          at = std::size_t{0}](const Bytes& message) mutable -> std::optional<std::vector<Bytes>> {
-            if (message != state_query)
+            if (message != state_query) {
                 return std::nullopt;
+            }
             const int state = values[std::min(at++, values.size() - 1)];
             return std::vector<Bytes>{base(2, {0x10, 1, static_cast<unsigned char>(state)})};
         };
@@ -78,8 +79,9 @@ TEST_F(SspConfigurationTest, WaitRepeatsOnUnknownStatesAndFailures) {
 
     int queries = 0;
     model.replace = [&](const Bytes&) -> std::optional<std::vector<Bytes>> {
-        if (++queries == 1)
+        if (++queries == 1) {
             return std::vector<Bytes>{base(2, {0x10, 0, 0})};
+        }
         return std::nullopt;
     };
     EXPECT_EQ(wait(), 0);
@@ -185,7 +187,7 @@ TEST_F(SspConfigurationTest, WaitAndSetOfARemovedRecordEndAtOnce) {
 }
 
 TEST_F(SspConfigurationTest, OtherTypesDoNotWait) {
-    for (const unsigned type : {0U, 8U, 14U, 18U}) {
+    for (const unsigned int type : {0U, 8U, 14U, 18U}) {
         device()->pad_type = type;
         EXPECT_EQ(wait(), 0);
     }
@@ -276,7 +278,7 @@ TEST_F(SspConfigurationTest, MissingArguments) {
 
 struct Button {
     unsigned char code;
-    unsigned mode;
+    unsigned int mode;
     const char* key;
 };
 const Button buttons[] = {
@@ -296,8 +298,8 @@ const Button buttons[] = {
 
 TEST_F(SspConfigurationTest, EveryButtonOfEveryModeHasItsKey) {
     know_tables();
-    for (unsigned mode = 0; mode < 8; ++mode) {
-        for (unsigned code = 0; code < 256; ++code) {
+    for (unsigned int mode = 0; mode < 8; ++mode) {
+        for (unsigned int code = 0; code < 256; ++code) {
             const auto button = std::find_if(std::begin(buttons), std::end(buttons),
                                              [&](const Button& one) { return one.code == code && one.mode == mode; });
             model.asked.clear();
@@ -323,7 +325,7 @@ TEST_F(SspConfigurationTest, ButtonThatAModeLacksFailsWithoutTraffic) {
 }
 
 TEST_F(SspConfigurationTest, OnlyType17RotatesBy180) {
-    for (const unsigned type : {15U, 16U}) {
+    for (const unsigned int type : {15U, 16U}) {
         device()->pad_type = type;
         know_tables();
         EXPECT_EQ(ssp_common_set_button_state(device(), 205, 1, 255, 0), 0);

@@ -30,8 +30,9 @@ TEST_F(SspPadDescTest, EveryFieldOfADescriptionIsTraced) {
     Lines fields;
     for (const std::string& line : said()) {
         const std::string name = "struct ct_signpad_get_pad_description_reply: header->";
-        if (const auto at = line.find(name); at != std::string::npos)
+        if (const auto at = line.find(name); at != std::string::npos) {
             fields.push_back(line.substr(at + name.size(), line.find_last_not_of('\n') + 1 - at - name.size()));
+        }
     }
     EXPECT_THAT(fields, ElementsAre("message_id: 0x10", "protocol_result: 0x1", "vendor_id: 0x89abcdef",
                                     "product_id: 0x1020304", "version_major: 0x1", "version_minor: 0x2",
@@ -214,7 +215,7 @@ TEST_F(SspPadDescTest, BiodataEndsWithALossThatOnlyItsResultOrTheMarkTells) {
     know_tables();
     static int sends;
     sends = 0;
-    device()->send_ssp_message = [](vx_device*, void*, unsigned) {
+    device()->send_ssp_message = [](vx_device*, void*, unsigned int) {
         ++sends;
         return -4;
     };
@@ -226,7 +227,7 @@ TEST_F(SspPadDescTest, BiodataEndsWithALossThatOnlyItsResultOrTheMarkTells) {
 
     device()->was_removed = 0;
     forget();
-    device()->send_ssp_message = [](vx_device* marked, void*, unsigned) {
+    device()->send_ssp_message = [](vx_device* marked, void*, unsigned int) {
         ++sends;
         marked->was_removed = 1;
         return -1;

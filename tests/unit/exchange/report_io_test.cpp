@@ -6,7 +6,7 @@ namespace {
 
 struct Transfer {
     const char* name;
-    int (*run)(vx_device* device, void* data, unsigned length);
+    int (*run)(vx_device* device, void* data, unsigned int length);
     const char* call;    // of hidapi
     const char* failure; // text
     bool locks;          // takes device_lock itself
@@ -22,7 +22,7 @@ constexpr auto write_failed = "write function failed with return code -1";
 
 class TransferTest : public CoreTest, public testing::WithParamInterface<Transfer> {
   protected:
-    int run(vx_device* device, unsigned length = 64) {
+    int run(vx_device* device, unsigned int length = 64) {
         Bytes data(64, 0x5a);
         return GetParam().run(device, data.data(), length);
     }
@@ -40,9 +40,10 @@ INSTANTIATE_TEST_SUITE_P(
     All, TransferTest,
     testing::Values(
         Transfer{"feature_read", core_feature_read, "hid_get_feature_report", read_failed, false, tries_until_time_out},
-        Transfer{"feature_write", [](vx_device* d, void* data, unsigned n) { return core_feature_write(d, data, n); },
+        Transfer{"feature_write",
+                 [](vx_device* d, void* data, unsigned int n) { return core_feature_write(d, data, n); },
                  "hid_send_feature_report", write_failed, false, tries_until_time_out},
-        Transfer{"output_write", [](vx_device* d, void* data, unsigned n) { return core_output_write(d, data, n); },
+        Transfer{"output_write", [](vx_device* d, void* data, unsigned int n) { return core_output_write(d, data, n); },
                  "hid_send_feature_report", write_failed, true, tries_until_time_out},
         Transfer{"input_read", core_input_read, "hid_read", read_failed, true, 1}),
     [](const auto& test) { return test.param.name; });
@@ -161,8 +162,9 @@ TEST_F(ReportIoTest, FeatureReadTracesTheLength) {
 TEST_F(ReportIoTest, DataArrivesAsItWasSent) {
     OpenRecord record(pad);
     Bytes data(64);
-    for (std::size_t i = 0; i < data.size(); ++i)
+    for (std::size_t i = 0; i < data.size(); ++i) {
         data[i] = static_cast<unsigned char>(0x80 + i);
+    }
     const Bytes original = data;
     EXPECT_EQ(core_feature_write(record.get(), data.data(), 64), 0);
     EXPECT_EQ(pad.last_request, original);
@@ -223,7 +225,7 @@ TEST_F(ReportIoTest, RemovedCheckReplacesAnyResultOfARemovedPad) {
 // Report sizes.
 
 TEST_F(ReportIoTest, ReportSizesAreConstantsOfTheModel) {
-    for (const unsigned type : {1U, 8U, 9U, 10U, 17U}) {
+    for (const unsigned int type : {1U, 8U, 9U, 10U, 17U}) {
         OpenRecord record(pad, type);
         EXPECT_EQ(hid_get_max_packet_size_of_out_endpoint(record.get()), 64);
         EXPECT_EQ(hid_get_max_packet_size_of_input_report(record.get()), type == 1 ? 20 : 64);

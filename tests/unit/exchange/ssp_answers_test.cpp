@@ -17,7 +17,7 @@ class SspAnswersTest : public CoreTest {
     }
 
     // Writes a number and reads a report; the number in it, or a negative result.
-    int ask(unsigned number) {
+    int ask(unsigned int number) {
         Bytes report(64);
         report[0] = static_cast<unsigned char>(number);
         report[1] = static_cast<unsigned char>(number >> 8);
@@ -61,7 +61,7 @@ class SspAnswersTest : public CoreTest {
 
 TEST_F(SspAnswersTest, OnePenRecordAheadOfAReplyShiftsNoLaterReport) {
     pad.leave(pen({0, 0}));
-    for (unsigned i = 1; i <= 10; ++i) {
+    for (unsigned int i = 1; i <= 10; ++i) {
         EXPECT_EQ(ask(i), static_cast<int>(i));
     }
     EXPECT_EQ(pad.requests, 11) << "asked once more where the pen record came first";
@@ -93,8 +93,8 @@ TEST_P(SspPadsOfAllKinds, GiveEachReportToItsOwnCallBesidePenData) {
     pad.latency = GetParam().latency;
     pad.answers_pending_once = GetParam().pending_once;
     pad.pen_period = 2 * ms;
-    const unsigned calls = GetParam().latency > 50 * ms ? 30 : 1000;
-    for (unsigned i = 1; i <= calls; ++i) {
+    const unsigned int calls = GetParam().latency > 50 * ms ? 30 : 1000;
+    for (unsigned int i = 1; i <= calls; ++i) {
         ASSERT_EQ(ask(i), static_cast<int>(i));
         expect_no_pen_data_lost();
     }
@@ -105,7 +105,7 @@ TEST_P(SspPadsOfAllKinds, GiveEachReportToItsOwnCallBesidePenData) {
 TEST_F(SspAnswersTest, TenThousandReportsBesidePenData) {
     pad.latency = 300;
     pad.pen_period = 2 * ms;
-    for (unsigned i = 1; i <= 10'000; ++i) {
+    for (unsigned int i = 1; i <= 10'000; ++i) {
         ASSERT_EQ(ask(i), static_cast<int>(i));
         expect_no_pen_data_lost();
     }
@@ -118,11 +118,11 @@ TEST_F(SspAnswersTest, PadThatAnswersTwoRequestsOnceIsNotAskedMoreAndMoreOften) 
     pad.latency = 1 * ms;
     pad.answers_pending_once = true;
     pad.pen_period = 2 * ms;
-    for (unsigned i = 1; i <= 500; ++i) {
+    for (unsigned int i = 1; i <= 500; ++i) {
         ASSERT_EQ(ask(i), static_cast<int>(i));
     }
     const int of_first = std::exchange(pad.requests, 0);
-    for (unsigned i = 1; i <= 500; ++i) {
+    for (unsigned int i = 1; i <= 500; ++i) {
         ASSERT_EQ(ask(i), static_cast<int>(i));
     }
     EXPECT_LE(of_first, 1100);
@@ -131,12 +131,12 @@ TEST_F(SspAnswersTest, PadThatAnswersTwoRequestsOnceIsNotAskedMoreAndMoreOften) 
 
 TEST_F(SspAnswersTest, PadThatNeverAnswersIsAskedOnceACall) {
     pad.is_silent = true;
-    for (unsigned i = 1; i <= 20; ++i) {
+    for (unsigned int i = 1; i <= 20; ++i) {
         EXPECT_EQ(ask(i), -1);
     }
     EXPECT_EQ(pad.requests, 20);
     pad.is_silent = false;
-    for (unsigned i = 1; i <= 20; ++i) {
+    for (unsigned int i = 1; i <= 20; ++i) {
         EXPECT_EQ(ask(i), static_cast<int>(i));
     }
     EXPECT_EQ(pad.requests, 40);
@@ -146,7 +146,7 @@ TEST_F(SspAnswersTest, ReportThatComesBehindItsOwnCallIsNoLaterCalls) {
     pad.latency = 1100 * ms;
     EXPECT_EQ(ask(1), -1);
     pad.latency = 100 * ms;
-    for (unsigned i = 2; i <= 10; ++i) {
+    for (unsigned int i = 2; i <= 10; ++i) {
         EXPECT_EQ(ask(i), static_cast<int>(i));
     }
 }

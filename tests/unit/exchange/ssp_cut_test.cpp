@@ -16,10 +16,12 @@ struct Messages {
 // Everything that a record receives until nothing more comes.
 Messages receive_all(vx_device* device) {
     Messages all;
-    for (Received one = receive(device, commands, 50); one.result == 0; one = receive(device, commands, 50))
+    for (Received one = receive(device, commands, 50); one.result == 0; one = receive(device, commands, 50)) {
         all.replies.push_back(one.message);
-    for (Received one = receive(device, pen_data, 50); one.result == 0; one = receive(device, pen_data, 50))
+    }
+    for (Received one = receive(device, pen_data, 50); one.result == 0; one = receive(device, pen_data, 50)) {
         all.pen_data.push_back(one.message);
+    }
     return all;
 }
 
@@ -45,8 +47,9 @@ const std::vector<Bytes>& mixed() {
 
 Messages sorted(const std::vector<Bytes>& messages) {
     Messages all;
-    for (const Bytes& message : messages)
+    for (const Bytes& message : messages) {
         (message[0] >= 0xC0 ? all.pen_data : all.replies).push_back(message);
+    }
     return all;
 }
 
@@ -92,8 +95,9 @@ TEST_F(SspCutTest, OverVcomInPiecesOfOneSize) {
     for (std::size_t size = 1; size < 70; ++size) {
         OpenVcomRecord record(pad);
         pad.incoming.clear();
-        for (std::size_t at = 0; at < stream.size(); at += size)
+        for (std::size_t at = 0; at < stream.size(); at += size) {
             pad.incoming.push_back(part(stream, at, size));
+        }
         ASSERT_EQ(receive_all(record.get()), sorted(mixed())) << "pieces of " << size;
         bus().take_log();
     }
@@ -106,10 +110,11 @@ TEST_F(SspCutTest, OverVcomRandomMessagesInRandomPieces) {
     bus().cost_us["libusb_bulk_transfer"] = 10;
     for (int round = 0; round < 300; ++round) {
         std::vector<Bytes> chosen;
-        for (unsigned i = 0; i < 1 + random() % 8; ++i) {
+        for (unsigned int i = 0; i < 1 + random() % 8; ++i) {
             Bytes payload(1 + random() % 20);
-            for (unsigned char& byte : payload)
+            for (unsigned char& byte : payload) {
                 byte = often[random() % std::size(often)];
+            }
             const auto kind = random() % 3;
             chosen.push_back(kind == 0   ? pen(payload)
                              : kind == 1 ? legacy(payload)
@@ -135,8 +140,9 @@ TEST_F(SspCutTest, OverHidAtEveryByte) {
     for (std::size_t shift = 0; shift < 62; ++shift) {
         OpenHidSspRecord record(pad);
         pad.feature_replies.clear();
-        for (const Bytes& report : ssp_reports(Bytes(shift, 0x11) + stream))
+        for (const Bytes& report : ssp_reports(Bytes(shift, 0x11) + stream)) {
             pad.feature_replies.push_back(report);
+        }
         pad.feature_replies.insert(pad.feature_replies.end(), 400, Bytes(64));
         ASSERT_EQ(receive_all(record.get()), sorted(mixed())) << "shifted by " << shift;
         bus().take_log();

@@ -14,7 +14,7 @@ class SspEngineHidTest : public CoreTest {
     }
 
     int send(Bytes message) {
-        return __send_ssp_message(record->get(), message.data(), static_cast<unsigned>(message.size()));
+        return __send_ssp_message(record->get(), message.data(), static_cast<unsigned int>(message.size()));
     }
 
     HidInterface& pad = bus().plug(pad_of_type(plain_type));
@@ -63,8 +63,9 @@ TEST_F(SspEngineHidTest, FailedReportOfAPulledOutPadGivesMinusTwenty) {
 // The first read of a cycle asks for 64 bytes with a request; a continuation reads without one.
 TEST_F(SspEngineHidTest, FirstReadRequestsAndContinuationDoesNot) {
     const Bytes stream = framed(base(2, counting(100)));
-    for (const Bytes& report : ssp_reports(stream))
+    for (const Bytes& report : ssp_reports(stream)) {
         pad.feature_replies.push_back(report);
+    }
     EXPECT_EQ(receive(record->get()), (Received{0, base(2, counting(100))}));
     EXPECT_THAT(bus().log(), ElementsAre(sent("f9"), asked(), asked()));
 }
@@ -89,19 +90,22 @@ TEST_F(SspEngineHidTest, FailedContinuationStillDeliversWhatIsQueued) {
 
 // Without a legacy request: those exist over VCOM only.
 TEST_F(SspEngineHidTest, LegacyFlagOnlyDropsOldReplies) {
-    for (const Bytes& report : ssp_reports(framed({base(1, {1}), base(1, {2})})))
+    for (const Bytes& report : ssp_reports(framed({base(1, {1}), base(1, {2})}))) {
         pad.feature_replies.push_back(report);
+    }
     EXPECT_EQ(receive(record->get()), (Received{0, base(1, {1})}));
-    for (const Bytes& report : ssp_reports(framed({base(1, {3})})))
+    for (const Bytes& report : ssp_reports(framed({base(1, {3})}))) {
         pad.feature_replies.push_back(report);
+    }
     forget();
     EXPECT_EQ(receive(record->get(), pen_data, 1000, 1), (Received{0, base(1, {3})}));
     EXPECT_THAT(bus().log(), ElementsAre(sent("f9"), asked()));
 }
 
 TEST_F(SspEngineHidTest, OtherLegacyFlagsServeAnOldReply) {
-    for (const Bytes& report : ssp_reports(framed({base(1, {1}), base(1, {2})})))
+    for (const Bytes& report : ssp_reports(framed({base(1, {1}), base(1, {2})}))) {
         pad.feature_replies.push_back(report);
+    }
     EXPECT_EQ(receive(record->get()), (Received{0, base(1, {1})}));
     forget();
     EXPECT_EQ(receive(record->get(), pen_data, 1000, 2), (Received{0, base(1, {2})}));

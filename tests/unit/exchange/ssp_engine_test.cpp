@@ -15,10 +15,11 @@ class SspEngineTest : public CoreTest, public testing::WithParamInterface<Transp
     SspEngineTest() {
         bus().cost_us["hid_get_feature_report"] = 1000;
         bus().cost_us["libusb_bulk_transfer"] = 1000;
-        if (GetParam() == Transport::hid)
+        if (GetParam() == Transport::hid) {
             hid_record_.emplace(hid_pad_);
-        else
+        } else {
             vcom_record_.emplace(vcom_pad_);
+        }
         forget();
     }
 
@@ -36,12 +37,14 @@ class SspEngineTest : public CoreTest, public testing::WithParamInterface<Transp
             vcom_pad_.incoming.push_back(stream);
             return;
         }
-        for (const Bytes& report : ssp_reports(stream))
+        for (const Bytes& report : ssp_reports(stream)) {
             hid_pad_.feature_replies.push_back(report);
+        }
     }
     void feed_in_pieces(const Bytes& stream, std::size_t size) {
-        for (std::size_t at = 0; at < stream.size(); at += size)
+        for (std::size_t at = 0; at < stream.size(); at += size) {
             feed(part(stream, at, size));
+        }
     }
     // What one read costs.
     static void set_cost(std::int64_t microseconds) {
@@ -50,8 +53,9 @@ class SspEngineTest : public CoreTest, public testing::WithParamInterface<Transp
     }
     // Nothing more comes: a HID pad answers that it has nothing.
     void stay_silent() {
-        if (hid_record_)
+        if (hid_record_) {
             hid_pad_.feature_replies.insert(hid_pad_.feature_replies.end(), 4000, Bytes(64));
+        }
     }
     void unplug() { hid_record_ ? bus().unplug(hid_pad_) : bus().unplug(vcom_pad_); }
     Lines reopened() const {
@@ -59,8 +63,9 @@ class SspEngineTest : public CoreTest, public testing::WithParamInterface<Transp
                                             : Lines{usb_closed(), usb_opened()};
     }
     std::size_t reads() const {
-        if (GetParam() == Transport::hid)
+        if (GetParam() == Transport::hid) {
             return bus().log("hid_get_feature_report").size();
+        }
         const Lines log = bus().log("libusb_bulk_transfer");
         return static_cast<std::size_t>(std::count_if(
             log.begin(), log.end(), [](const std::string& line) { return line.find(", 81, ") != std::string::npos; }));
@@ -159,15 +164,17 @@ TEST_P(SspEngineTest, MessageOfManyReadsIsDeliveredOnce) {
 TEST_P(SspEngineTest, UnbrokenStreamOfPenDataLosesNothingBetweenCalls) {
     set_cost(30'000);
     std::vector<Bytes> records;
-    for (unsigned char i = 0; i < 200; ++i)
+    for (unsigned char i = 0; i < 200; ++i) {
         records.push_back(pen(Bytes{i} + counting(10, i)));
+    }
     feed_in_pieces(framed(records), GetParam() == Transport::hid ? 62 : 64);
     stay_silent();
     std::vector<Bytes> received;
     for (int calls = 0; received.size() < records.size() && calls < 400; ++calls) {
         const Received one = receive(record(), pen_data, 100);
-        if (one.result == 0)
+        if (one.result == 0) {
             received.push_back(one.message);
+        }
     }
     EXPECT_EQ(received, records);
 }
@@ -193,16 +200,19 @@ TEST_P(SspEngineTest, SlowMessageIsCompletedByTheNextCall) {
 TEST_P(SspEngineTest, MarkersOfASlowMessageSurviveTheEndOfACall) {
     set_cost(60'000);
     Bytes payload;
-    while (payload.size() < 300)
+    while (payload.size() < 300) {
         payload = payload + Bytes{0xAA, 0x55, 2, 0xAA, 0x55, 0, 0xAA};
+    }
     const Bytes reply = base(2, payload);
     for (std::size_t size = 55; size <= 62; ++size) {
-        if (GetParam() == Transport::hid && size != 62)
+        if (GetParam() == Transport::hid && size != 62) {
             continue; // reports have one size
+        }
         feed_in_pieces(framed(reply), size);
         Received one{-7};
-        for (int calls = 0; one.result == -7 && calls < 10; ++calls)
+        for (int calls = 0; one.result == -7 && calls < 10; ++calls) {
             one = receive(record(), commands, 100);
+        }
         EXPECT_EQ(one, (Received{0, reply})) << size;
     }
 }
@@ -237,10 +247,11 @@ TEST_P(SspEngineTest, NoiseIsPausedOverAndTheMessageBehindItComes) {
 }
 
 TEST_P(SspEngineTest, TokenWithNothingBehindAndNothingToComeEndsInTheTimeOut) {
-    if (GetParam() == Transport::hid)
+    if (GetParam() == Transport::hid) {
         feed(Bytes(59) + start_token);
-    else
+    } else {
         feed(start_token);
+    }
     stay_silent();
     const auto started = bus().now_us();
     EXPECT_LT(receive(record(), commands, 200).result, 0);
@@ -294,8 +305,8 @@ TEST_P(SspEngineTest, OnlyOtherMessagesEndInTheTimeOutOfTheEngine) {
 
 TEST_P(SspEngineTest, BadArgumentsOfReceivingComeBeforeAnyTraffic) {
     unsigned char data[4];
-    unsigned none = 0;
-    unsigned four = 4;
+    unsigned int none = 0;
+    unsigned int four = 4;
     vx_device closed_record{};
     EXPECT_EQ(__receive_ssp_message(nullptr, nullptr, nullptr, 100, 0, 0), -1);
     EXPECT_EQ(__receive_ssp_message(nullptr, nullptr, &none, 100, 0, 0), -1);
@@ -340,8 +351,9 @@ TEST_P(SspEngineTest, LockingLayerHoldsTheLockDuringTheWork) {
     std::vector<bool> locked;
     const auto note = [&] {
         const bool free = pthread_mutex_trylock(record()->device_lock) == 0;
-        if (free)
+        if (free) {
             pthread_mutex_unlock(record()->device_lock);
+        }
         locked.push_back(!free);
     };
     bus().hooks.send_feature = [&](HidInterface&, std::span<const unsigned char>) {
@@ -359,7 +371,7 @@ TEST_P(SspEngineTest, LockingLayerHoldsTheLockDuringTheWork) {
     EXPECT_THAT(locked, ElementsAre(true, false));
     bus().hooks = {};
     feed(framed({pen({1}), base(0, {1})}));
-    unsigned length = 4;
+    unsigned int length = 4;
     EXPECT_EQ(lock_dev_and_receive_ssp_message(record(), message.data(), &length, 100, 0), 0);
     EXPECT_EQ(message, base(0, {1})); // it serves replies
     note();
@@ -377,7 +389,7 @@ TEST_P(SspEngineTest, LockingLayerWorksWithoutALock) {
 TEST_P(SspEngineTest, LockingLayerReopensOnceMoreAndGivesMinusOne) {
     stay_silent();
     Bytes message(4);
-    unsigned length = 4;
+    unsigned int length = 4;
     EXPECT_EQ(lock_dev_and_receive_ssp_message(record(), message.data(), &length, 50, 0), -1);
     EXPECT_EQ(bus().log(GetParam() == Transport::hid ? "hid_open_path" : "libusb_open").size(), 2U);
     EXPECT_EQ(record()->was_removed, 0);
@@ -416,8 +428,8 @@ TEST_P(SspEngineTest, FailedSendOfAPulledOutPad) {
 
 TEST_P(SspEngineTest, BadArgumentsOfTheLockingLayer) {
     unsigned char data[4] = {};
-    unsigned none = 0;
-    unsigned four = 4;
+    unsigned int none = 0;
+    unsigned int four = 4;
     EXPECT_EQ(lock_dev_and_send_ssp_message(record(), data, 0), -1);
     EXPECT_EQ(lock_dev_and_send_ssp_message(record(), nullptr, 4), -1);
     EXPECT_EQ(lock_dev_and_send_ssp_message(nullptr, data, 4), -1);

@@ -14,7 +14,7 @@ class SspEngineVcomTest : public CoreTest {
     }
 
     int send(Bytes message) {
-        return __send_ssp_message(record->get(), message.data(), static_cast<unsigned>(message.size()));
+        return __send_ssp_message(record->get(), message.data(), static_cast<unsigned int>(message.size()));
     }
     void feed(const Bytes& stream) { pad.incoming.push_back(stream); }
 

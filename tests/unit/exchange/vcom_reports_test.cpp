@@ -74,7 +74,7 @@ TEST_F(VcomReportsTest, WritesAreLegacyMessages) {
         for (const std::size_t size : {1U, 40U, 64U}) {
             pad.outgoing.clear();
             const Bytes report = counting(size);
-            EXPECT_EQ(write(record->get(), report.data(), static_cast<unsigned>(size)), 0);
+            EXPECT_EQ(write(record->get(), report.data(), static_cast<unsigned int>(size)), 0);
             EXPECT_THAT(pad.outgoing, ElementsAre(framed(legacy(report))));
         }
     }

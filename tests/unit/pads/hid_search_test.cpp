@@ -9,7 +9,7 @@
 namespace core_test {
 namespace {
 
-std::string ids_text(const char* format, unsigned vendor_id, unsigned product_id) {
+std::string ids_text(const char* format, unsigned int vendor_id, unsigned int product_id) {
     char text[128];
     std::snprintf(text, sizeof text, format, vendor_id, product_id);
     return text;
@@ -48,15 +48,17 @@ class HidSearchTest : public CoreTest {
 // The id tables.
 
 TEST_F(HidSearchTest, HidTableIsFourVendorsWithTheSameProductsAndAFifthWithTwo) {
-    for (std::size_t vendor = 0; vendor < 4; ++vendor)
+    for (std::size_t vendor = 0; vendor < 4; ++vendor) {
         for (std::size_t product = 0; product < 13; ++product) {
             EXPECT_EQ(table[vendor * 13 + product].vendor_id, table[vendor * 13].vendor_id);
             EXPECT_EQ(table[vendor * 13 + product].product_id, table[product].product_id);
         }
+    }
     EXPECT_EQ(table[52].vendor_id, table[53].vendor_id);
     std::set<std::uint32_t> vendors;
-    for (std::size_t i = 0; i < 54; ++i)
+    for (std::size_t i = 0; i < 54; ++i) {
         vendors.insert(table[i].vendor_id);
+    }
     EXPECT_THAT(vendors, SizeIs(5));
     EXPECT_FALSE(vendors.contains(0));
     EXPECT_EQ(table[54].vendor_id, 0U);
@@ -68,8 +70,9 @@ TEST_F(HidSearchTest, VcomTableIsFourVendorsWithTheSameTwoProductsAndOneMorePair
         EXPECT_EQ(vcom_device_list[i].product_id, vcom_device_list[i % 2].product_id);
     }
     std::set<std::uint32_t> vendors;
-    for (std::size_t i = 0; i < 9; ++i)
+    for (std::size_t i = 0; i < 9; ++i) {
         vendors.insert(vcom_device_list[i].vendor_id);
+    }
     EXPECT_THAT(vendors, SizeIs(5));
     EXPECT_FALSE(vendors.contains(0));
     EXPECT_EQ(vcom_device_list[9].vendor_id, 0U);
@@ -78,14 +81,16 @@ TEST_F(HidSearchTest, VcomTableIsFourVendorsWithTheSameTwoProductsAndOneMorePair
 TEST_F(HidSearchTest, EmptyBusIsAskedForEveryPairInOrder) {
     EXPECT_EQ(search_hid_devices(registry.get()), -1);
     Lines expected;
-    for (std::size_t i = 0; i < 54; ++i)
+    for (std::size_t i = 0; i < 54; ++i) {
         expected.push_back(enumerated(table[i]));
+    }
     EXPECT_THAT(bus().log("hid_enumerate"), ElementsAreArray(expected));
     EXPECT_EQ(times_said("looking for hid_device_list"), 54);
-    for (const std::size_t i : {0U, 53U}) // the letter j is part of the text
+    for (const std::size_t i : {0U, 53U}) { // the letter j is part of the text
         EXPECT_THAT(said(), Says(ids_text("looking for hid_device_list[j].vendor_id -> %x, "
                                           "hid_device_list[j].product_id -> %x",
                                           table[i].vendor_id, table[i].product_id)));
+    }
 }
 
 TEST_F(HidSearchTest, TableEndsAtAVendorIdOfZeroAndOnlyLowHalvesAreEnumerated) {
@@ -115,8 +120,9 @@ TEST_F(HidSearchTest, InterfaceIsOpenedOnceReadAndClosed) {
          {"FW info: major->2", "FW info: minor->5", "FW info: patch->7", "FW info: revision->11",
           "FW info: manufacturer->ACME", "HID device was found -> ", "HID device has SerialNumber -> SN0001",
           "HID device has szPadSettings -> 000000000000000001HID: ACME Pad 100 (", "Going to call hid_close(",
-          "done successful"})
+          "done successful"}) {
         EXPECT_THAT(said(), Says(text));
+    }
 }
 
 TEST_F(HidSearchTest, RecordHoldsWhatTheSearchLearned) {
@@ -153,8 +159,8 @@ TEST_F(HidSearchTest, RecordHoldsWhatTheSearchLearned) {
 }
 
 TEST_F(HidSearchTest, PadTypesFollowFromVendorAndProduct) {
-    const std::map<unsigned, int> products_of_type{{9, 2},  {10, 2}, {11, 1}, {12, 1},
-                                                   {13, 2}, {15, 1}, {16, 2}, {17, 2}};
+    const std::map<unsigned int, int> products_of_type{{9, 2},  {10, 2}, {11, 1}, {12, 1},
+                                                       {13, 2}, {15, 1}, {16, 2}, {17, 2}};
     for (std::size_t vendor = 0; vendor < 4; ++vendor) {
         OwnRegistry found;
         bus().reset();
@@ -163,7 +169,7 @@ TEST_F(HidSearchTest, PadTypesFollowFromVendorAndProduct) {
             bus().plug(pad_with(ids.vendor_id, ids.product_id, std::to_string(product)));
         }
         EXPECT_EQ(search_hid_devices(found.get()), 13);
-        std::map<unsigned, int> seen;
+        std::map<unsigned int, int> seen;
         for (std::size_t i = 0; i < 13; ++i) {
             ++seen[found.slot(i).pad_type];
             EXPECT_EQ(found.slot(i).model_param_1, 0U);
@@ -177,7 +183,7 @@ TEST_F(HidSearchTest, TypesOneAndEightHaveModelParameters) {
     bus().plug(pad_of_type(1, "one"));
     bus().plug(pad_of_type(8, "eight"));
     EXPECT_EQ(search_hid_devices(registry.get()), 2);
-    std::set<unsigned> types;
+    std::set<unsigned int> types;
     for (const std::size_t i : {0U, 1U}) {
         types.insert(registry.slot(i).pad_type);
         EXPECT_EQ(registry.slot(i).model_param_1, 690U);
@@ -237,8 +243,9 @@ TEST_F(HidSearchTest, StringsThatCannotBeReadAreEmpty) {
 TEST_F(HidSearchTest, UnreadableSerialNumberIsNotTakenFromTheProduct) {
     bus().plug(pad_of_type(plain_type));
     bus().hooks.get_string = [](HidInterface&, std::string_view which, std::span<wchar_t>) -> std::optional<int> {
-        if (which == "hid_get_serial_number_string")
+        if (which == "hid_get_serial_number_string") {
             return -1;
+        }
         return std::nullopt;
     };
     EXPECT_EQ(search_hid_devices(registry.get()), 1);
@@ -275,13 +282,14 @@ TEST_F(HidSearchTest, LongPathIsCutInTheRecordOnly) {
 // Several pads and interfaces.
 
 TEST_F(HidSearchTest, InterfacesOfOnePadShareASlot) {
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         bus().plug(pad_of_type(plain_type, "1-1:1." + std::to_string(i), i));
+    }
     EXPECT_EQ(search_hid_devices(registry.get()), 1);
     EXPECT_EQ(registry->count_of_devices, 1);
     EXPECT_EQ(registry.slot(0).count_of_interfaces, 3);
     EXPECT_EQ(registry.slot(1).in_use, 0);
-    for (unsigned k = 0; k < 2; ++k) {
+    for (unsigned int k = 0; k < 2; ++k) {
         const vx_device& further = registry.further(0, k);
         EXPECT_EQ(further.in_use, 1);
         EXPECT_EQ(text_of(further.hid_path), "1-1:1." + std::to_string(k + 1));
@@ -313,8 +321,9 @@ TEST_F(HidSearchTest, PadsAreFoundInTheOrderOfTheTable) {
 }
 
 TEST_F(HidSearchTest, InterfacesBeyondTheNinthAreSilentlyDropped) {
-    for (int i = 0; i < 40; ++i)
+    for (int i = 0; i < 40; ++i) {
         bus().plug(pad_of_type(plain_type, "1-1:1." + std::to_string(i), i));
+    }
     EXPECT_EQ(search_hid_devices(registry.get()), 1);
     EXPECT_EQ(registry.slot(0).count_of_interfaces, 9);
     EXPECT_EQ(text_of(registry.further(0, 7).hid_path), "1-1:1.8");
@@ -323,8 +332,9 @@ TEST_F(HidSearchTest, InterfacesBeyondTheNinthAreSilentlyDropped) {
 }
 
 TEST_F(HidSearchTest, PadsBeyondTheSixteenthAreSilentlyDropped) {
-    for (int i = 0; i < 18; ++i)
+    for (int i = 0; i < 18; ++i) {
         bus().plug(pad_of_type(plain_type, std::to_string(i), 0, L"SN" + std::to_wstring(i)));
+    }
     EXPECT_EQ(search_hid_devices(registry.get()), 16);
     EXPECT_EQ(registry->count_of_devices, 16);
     EXPECT_EQ(text_of(registry.slot(15).hid_path), "15");
@@ -333,8 +343,9 @@ TEST_F(HidSearchTest, PadsBeyondTheSixteenthAreSilentlyDropped) {
 }
 
 TEST_F(HidSearchTest, NewPadForAFullRegistryStillGivesTheCount) {
-    for (int i = 0; i < 16; ++i)
+    for (int i = 0; i < 16; ++i) {
         bus().plug(pad_of_type(plain_type, std::to_string(i), 0, L"SN" + std::to_wstring(i)));
+    }
     search_hid_devices(registry.get());
     bus().reset();
     bus().plug(pad_of_type(plain_type, "new", 0, L"NEW"));

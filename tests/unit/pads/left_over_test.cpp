@@ -28,16 +28,16 @@ TEST_F(LeftOverTest, VcomPadIsFoundWhateverAProgramBeforeHasLeft) {
         {legacy(Bytes(64, 1)), pen({1}), legacy(Bytes(64, 1)), base(0, {0x10, 1, 1, 2})},
         {base(2, counting(700))},
     };
-    for (const auto& messages : left) {
+    for (const auto& waiting : left) {
         UsbDevice& pad = bus().plug(vcom_pad());
         SspPad model = described_as(15);
         model.attach(pad);
         std::size_t records = 0;
-        for (const Bytes& message : messages) {
+        for (const Bytes& message : waiting) {
             pad.incoming.push_back(framed(message));
             records += message[0] >= 0xC0 ? 1 : 0;
         }
-        EXPECT_EQ(search_vcom_devices(pads->get()), 1) << describe(messages[0]);
+        EXPECT_EQ(search_vcom_devices(pads->get()), 1) << describe(waiting[0]);
         EXPECT_EQ(queued(pads->get()->devices[0].ssp_input_read), static_cast<int>(records)) << "pen data is kept";
         core_close_all_devs_clear_mem(pads->get());
         bus().reset();
@@ -50,8 +50,9 @@ TEST_F(LeftOverTest, VcomPadThatSendsPenDataAllTheTimeIsFound) {
     SspPad model = described_as(15);
     pad.answer = [&](UsbDevice& device, const Bytes& sent) {
         device.incoming.push_back(framed(pen({1})));
-        for (const Bytes& reply : model.answer(unframed(sent)))
+        for (const Bytes& reply : model.answer(unframed(sent))) {
             device.incoming.push_back(framed(reply));
+        }
     };
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(search_vcom_devices(pads->get()), 1);
@@ -80,13 +81,14 @@ class LeftOverHidTest : public CoreTest {
     }
     static Bytes received() {
         Bytes data(200);
-        unsigned size = 200;
+        unsigned int size = 200;
         return core_receive_ssp_message(0, data.data(), &size, 100) == 0 ? part(data, 0, size) : Bytes{};
     }
     // Nothing waits: reports of zeros.
     void answer(const Bytes& message) {
-        for (const Bytes& report : ssp_reports(framed(message)))
+        for (const Bytes& report : ssp_reports(framed(message))) {
             waiting.push_back(report);
+        }
     }
 
     HidInterface& pad = bus().plug(pad_of_type(15));

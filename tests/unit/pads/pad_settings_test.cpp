@@ -5,11 +5,11 @@ namespace core_test {
 namespace {
 
 struct Identity {
-    unsigned pad_type = plain_type;
+    unsigned int pad_type = plain_type;
     std::string manufacturer = "ACME";
     std::string product = "Pad 100 ";
-    unsigned vendor_id = 0x1a2b;
-    unsigned product_id = 0x3c;
+    unsigned int vendor_id = 0x1a2b;
+    unsigned int product_id = 0x3c;
     std::string serial_number = "SN0042";
     int transport = 0;
 };
@@ -41,12 +41,13 @@ TEST_F(PadSettingsTest, VcomTextHasNoBlankOfItsOwnBeforeTheParenthesis) {
 }
 
 TEST_F(PadSettingsTest, OtherTransportsAreNotNamed) {
-    for (const int transport : {2, -1, 99})
+    for (const int transport : {2, -1, 99}) {
         EXPECT_EQ(settings_of({.transport = transport}), "000000000000000001ACME Pad 100 (1a2b/3c/000D/SN0042)");
+    }
 }
 
 TEST_F(PadSettingsTest, OnlyKnownTypesHaveAnIdentity) {
-    for (unsigned type = 0; type < 40; ++type) {
+    for (unsigned int type = 0; type < 40; ++type) {
         const bool known = type == 1 || (type >= 8 && type <= 17 && type != 14);
         EXPECT_EQ(settings_of({.pad_type = type}),
                   known ? "000000000000000001HID: ACME Pad 100 (1a2b/3c/000D/SN0042)" : "000000000000000001no pad")

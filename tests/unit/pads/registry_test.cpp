@@ -16,7 +16,7 @@ Lines operator+(Lines a, const Lines& b) {
 class RegistryTest : public CoreTest {
   protected:
     // Plugs in pads "a", "b", "c" ... of one type with serial numbers SNa, SNb, SNc ...
-    void plug(std::size_t count, unsigned type = plain_type) {
+    void plug(std::size_t count, unsigned int type = plain_type) {
         for (std::size_t i = 0; i < count; ++i) {
             const char letter = static_cast<char>('a' + i);
             bus().plug(pad_of_type(type, {letter}, 0, L"SN" + std::wstring(1, static_cast<wchar_t>(letter))));
@@ -148,8 +148,9 @@ TEST_F(RegistryTest, FirstPadFoundBecomesCurrentAndIsOpened) {
 TEST_F(RegistryTest, SixteenPadsAtMost) {
     plug(18);
     EXPECT_EQ(start(), 16);
-    for (int i = 0; i < 15; ++i)
+    for (int i = 0; i < 15; ++i) {
         EXPECT_EQ(core_set_device_to_current(nullptr), 0);
+    }
     EXPECT_EQ(current_settings(), settings('p'));
     EXPECT_EQ(core_set_device_to_current(nullptr), 0);
     EXPECT_EQ(current_settings(), settings('a'));
@@ -157,8 +158,9 @@ TEST_F(RegistryTest, SixteenPadsAtMost) {
 }
 
 TEST_F(RegistryTest, FurtherInterfacesStayClosedWhenTheirPadBecomesCurrent) {
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         bus().plug(pad_of_type(plain_type, "1-1:1." + std::to_string(i), i));
+    }
     EXPECT_EQ(start(), 1);
     EXPECT_EQ(core_get_count_of_hid_interfaces(), 3);
     EXPECT_EQ(bus().open_handles(), 1);
@@ -197,7 +199,7 @@ TEST_F(RegistryTest, SearchThatFindsNothingAfterOneThatDidLeavesAClearedCurrentP
 
 // Clearing the signature rectangle.
 
-class RectangleTest : public RegistryTest, public testing::WithParamInterface<unsigned> {
+class RectangleTest : public RegistryTest, public testing::WithParamInterface<unsigned int> {
   protected:
     static bool has_rectangle() {
         return std::find(rectangle_types.begin(), rectangle_types.end(), GetParam()) != rectangle_types.end();
@@ -253,8 +255,9 @@ TEST_F(RegistryTest, FailedRectangleDoesNotSpoilTheSearch) {
     plug(1, rectangle_types[0]);
     core_initialize();
     bus().hooks.get_feature = [](HidInterface& pad, std::span<unsigned char>) -> std::optional<int> {
-        if (pad.last_request[0] == 0x65)
+        if (pad.last_request[0] == 0x65) {
             return -1;
+        }
         return std::nullopt;
     };
     EXPECT_EQ(core_looking_for_devices(), 1);
@@ -289,9 +292,10 @@ TEST_F(RegistryTest, NamedPadBecomesCurrentAndTheFormerStaysOpen) {
     EXPECT_THAT(bus().log(), ElementsAre(opened("c"), blocking("c")));
     EXPECT_EQ(bus().open_handles(), 2);
     EXPECT_THAT(said(), Says("print Pad Settings for all(3) found devices:"));
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_THAT(said(),
                     Says("devices[" + std::to_string(i) + "].szPadSettings: " + settings(static_cast<char>('a' + i))));
+    }
     EXPECT_THAT(said(), Says("device with Pad Settings: " + settings('c') + " was found "));
     EXPECT_EQ(current_settings(), settings('c'));
     EXPECT_EQ(core_set_device_to_current(nullptr), 0); // the position moved along: c is followed by a
@@ -428,12 +432,14 @@ class OwnRegistryTest : public CoreTest {
 
     // A pad with three interfaces and a second pad, all records open.
     void fill() {
-        for (int i = 0; i < 3; ++i)
+        for (int i = 0; i < 3; ++i) {
             bus().plug(pad_of_type(plain_type, "a" + std::to_string(i), i, L"SNa"));
+        }
         bus().plug(pad_of_type(plain_type, "b0", 0, L"SNb"));
         ASSERT_EQ(core_search_devices(registry.get()), 2);
-        for (vx_device* const record : records())
+        for (vx_device* const record : records()) {
             core_open_dev(record);
+        }
         ASSERT_EQ(bus().open_handles(), 4);
         forget();
     }

@@ -16,8 +16,9 @@ class OtherThread {
   public:
     // Whether the call has its result while the hook still holds the first thread up.
     template <class Call> void start(Call call, std::chrono::milliseconds bound = std::chrono::milliseconds(100)) {
-        if (started_.exchange(true))
+        if (started_.exchange(true)) {
             return;
+        }
         result_ = std::async(std::launch::async, call);
         waited_ = result_.wait_for(bound) == std::future_status::timeout;
     }
@@ -38,7 +39,7 @@ class SspCoreTest : public CoreTest {
     }
 
     // The library's registry with a VCOM pad, current and open.
-    void start(unsigned pad_type = 10) {
+    void start(unsigned int pad_type = 10) {
         model = described_as(pad_type);
         model.attach(pad);
         core_initialize();
@@ -46,12 +47,12 @@ class SspCoreTest : public CoreTest {
         model.asked.clear();
         forget();
     }
-    int send(unsigned interface, Bytes message) {
+    int send(unsigned int interface, Bytes message) {
         return core_send_ssp_message(interface, message.data(), static_cast<int>(message.size()));
     }
-    Received receive_from(unsigned interface, unsigned time_out = 100) {
+    Received receive_from(unsigned int interface, unsigned int time_out = 100) {
         Bytes buffer(64);
-        unsigned size = 64;
+        unsigned int size = 64;
         const int result = core_receive_ssp_message(interface, buffer.data(), &size, time_out);
         return result == 0 ? Received{0, part(buffer, 0, size)} : Received{result};
     }
@@ -88,8 +89,8 @@ TEST_F(SspCoreTest, InterfaceZeroIsThePadItselfAndNotOpened) {
 TEST_F(SspCoreTest, ArgumentsOfTheRequests) {
     start();
     Bytes data(4);
-    unsigned none = 0;
-    unsigned four = 4;
+    unsigned int none = 0;
+    unsigned int four = 4;
     EXPECT_EQ(core_send_ssp_message(9, nullptr, 0), -1);
     EXPECT_EQ(core_send_ssp_message(9, data.data(), 0), -1);
     EXPECT_EQ(core_send_ssp_message(9, data.data(), 4), -1);
@@ -130,8 +131,9 @@ TEST_F(SspCoreTest, FurtherInterfaceIsOpenedFirst) {
     EXPECT_EQ(send(1, {0, 0, 0, 0x10}), 0);
     EXPECT_THAT(bus().log(), ElementsAre(opened("1-1:1.1"), blocking("1-1:1.1"),
                                          "hid_send_feature_report(1-1:1.1, 9: 00 f8 aa 55 02 00 00 00 10)"));
-    for (const Bytes& report : ssp_reports(framed(base(0, {1}))))
+    for (const Bytes& report : ssp_reports(framed(base(0, {1})))) {
         further.feature_replies.push_back(report);
+    }
     EXPECT_EQ(receive_from(1), (Received{0, base(0, {1})}));
     EXPECT_EQ(bus().log("hid_open_path").size(), 1U);
     const Bytes report(64);
@@ -144,8 +146,9 @@ TEST_F(SspCoreTest, FurtherInterfaceIsOpenedFirst) {
 // All records of the pad are in use, so the count names none.
 TEST_F(SspCoreTest, InterfaceWithoutARecordIsReported) {
     bus().unplug(pad);
-    for (int number = 0; number < 9; ++number)
+    for (int number = 0; number < 9; ++number) {
         bus().plug(pad_of_type(plain_type, "1-1:1." + std::to_string(number), number));
+    }
     core_initialize();
     ASSERT_EQ(core_looking_for_devices(), 1);
     ASSERT_EQ(core_get_count_of_hid_interfaces(), 9);
@@ -161,8 +164,9 @@ TEST_F(SspCoreTest, UnfinishedMessageIsGoneWithItsPad) {
     start();
     bus().cost_us["libusb_bulk_transfer"] = 60'000;
     const Bytes stream = framed(base(2, counting(100)));
-    for (std::size_t at = 0; at < 90; at += 30)
+    for (std::size_t at = 0; at < 90; at += 30) {
         pad.incoming.push_back(part(stream, at, 30));
+    }
     EXPECT_EQ(receive_from(0).result, -1);
     EXPECT_THAT(pad.incoming, IsEmpty());
     bus().cost_us["libusb_bulk_transfer"] = 1000;
@@ -195,20 +199,24 @@ TEST_F(SspCoreTest, PadPulledOutAtAnyTransferOfAnExchange) {
         start();
         int transfers = 0;
         bus().hooks.bulk_out = [&](UsbDevice&, std::span<const unsigned char>, int&) {
-            if (transfers++ == at)
+            if (transfers++ == at) {
                 bus().unplug(pad);
+            }
             return std::optional<int>();
         };
         bus().hooks.bulk_in = [&](UsbDevice&, std::span<unsigned char>, int&) {
-            if (transfers++ == at)
+            if (transfers++ == at) {
                 bus().unplug(pad);
+            }
             return std::optional<int>();
         };
         int result = send(0, component_query);
-        if (result == 0)
+        if (result == 0) {
             result = receive_from(0).result;
-        if (result == 0)
+        }
+        if (result == 0) {
             result = receive_from(0).result;
+        }
         EXPECT_EQ(result, -20) << at;
         EXPECT_EQ(bus().open_handles(), 0);
         bus().hooks = {};
@@ -254,8 +262,9 @@ TEST_F(SspCoreTest, FailedSwitchingReopens) {
     model.replace = [](const Bytes&) { return std::optional(std::vector<Bytes>{base(1, {0x11, 0})}); };
     OtherThread other;
     bus().hooks.usb = [&](UsbDevice&, std::string_view which) {
-        if (which == "libusb_open")
+        if (which == "libusb_open") {
             other.start([] { return core_clear_ssp_input_queue(), 0; });
+        }
         return std::optional<int>();
     };
     EXPECT_EQ(core_enable_ssp_biodata_sending(), -1);
@@ -345,8 +354,9 @@ TEST_F(SspCoreTest, ThreadsShareAPad) {
     std::vector<std::thread> threads;
     std::atomic<bool> done{false};
     threads.emplace_back([&] {
-        while (!done)
+        while (!done) {
             core_clear_ssp_input_queue();
+        }
     });
     threads.emplace_back([&] {
         while (!done) {
@@ -362,8 +372,9 @@ TEST_F(SspCoreTest, ThreadsShareAPad) {
         }
     }
     done = true;
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
 }
 
 } // namespace

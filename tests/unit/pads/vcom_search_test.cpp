@@ -18,7 +18,7 @@ class VcomSearchTest : public CoreTest {
     }
 
     // A pad that answers, of a type.
-    UsbDevice& plug(unsigned pad_type, const std::string& name = "usb1", std::size_t which = 0,
+    UsbDevice& plug(unsigned int pad_type, const std::string& name = "usb1", std::size_t which = 0,
                     const std::string& serial_number = "SN0300") {
         models_.push_back(std::make_unique<SspPad>(described_as(pad_type)));
         models_.back()->serial_number = serial_number;
@@ -32,9 +32,11 @@ class VcomSearchTest : public CoreTest {
     // The calls between a pad's opening and its closing, transfers left out.
     Lines calls(const std::string& name = "usb1") const {
         Lines chosen;
-        for (const std::string& line : bus().log())
-            if (line.find(name) != std::string::npos && line.find("bulk_transfer") == std::string::npos)
+        for (const std::string& line : bus().log()) {
+            if (line.find(name) != std::string::npos && line.find("bulk_transfer") == std::string::npos) {
                 chosen.push_back(line);
+            }
+        }
         return chosen;
     }
 
@@ -46,15 +48,17 @@ class VcomSearchTest : public CoreTest {
 
 TEST_F(VcomSearchTest, TableHasFourVendorsWithTwoProductsAndANamedPair) {
     std::size_t count = 0;
-    while (vcom_device_list[count].vendor_id != 0)
+    while (vcom_device_list[count].vendor_id != 0) {
         ++count;
+    }
     ASSERT_EQ(count, 9U);
     for (std::size_t i = 0; i < 8; ++i) {
         EXPECT_EQ(vcom_device_list[i].vendor_id, vcom_device_list[i / 2 * 2].vendor_id);
         EXPECT_EQ(vcom_device_list[i].product_id, vcom_device_list[i % 2].product_id);
     }
-    for (std::size_t i = 0; i < 8; ++i)
+    for (std::size_t i = 0; i < 8; ++i) {
         EXPECT_NE(vcom_device_list[named_entry].vendor_id, vcom_device_list[i].vendor_id);
+    }
 }
 
 TEST_F(VcomSearchTest, WithoutARegistryNothingIsSearchedOrCleared) {
@@ -208,9 +212,11 @@ TEST_F(VcomSearchTest, EndOfEachOpenedDeviceIsTraced) {
     bus().plug(other); // not opened
     EXPECT_EQ(search(), 1);
     Lines ends;
-    for (const std::string& line : said())
-        if (line.find("before ") != std::string::npos && line.find("list") == std::string::npos)
+    for (const std::string& line : said()) {
+        if (line.find("before ") != std::string::npos && line.find("list") == std::string::npos) {
             ends.push_back(line);
+        }
+    }
     const auto closing = HasSubstr("before libusb_close(vcom_handle);");
     const auto freeing = HasSubstr("before free(desc);");
     EXPECT_THAT(ends, ElementsAre(closing, freeing, closing, freeing, closing, freeing));
@@ -252,8 +258,9 @@ TEST_F(VcomSearchTest, PadPulledOutAtAnyTransferLeavesNothingBehind) {
         UsbDevice& pad = plug(15);
         int transfers = 0;
         const auto pull = [&] {
-            if (transfers++ == at)
+            if (transfers++ == at) {
                 bus().unplug(pad);
+            }
         };
         bus().hooks.bulk_in = [&](UsbDevice&, std::span<unsigned char>, int&) {
             pull();
@@ -328,10 +335,12 @@ TEST_F(VcomSearchTest, NamedVendorsDeviceNeedsAnAcceptedManufacturer) {
         bus().unplug(pad);
         return registered;
     };
-    for (const char* accepted : {"Quillon", "Quillon Pads Ltd", "Kesta", "KestaX", "mirlo", "mirlo gmbh"})
+    for (const char* accepted : {"Quillon", "Quillon Pads Ltd", "Kesta", "KestaX", "mirlo", "mirlo gmbh"}) {
         EXPECT_TRUE(accepts(accepted)) << accepted;
-    for (const char* rejected : {"quillon", "Quillo", "KESTA", "Mirlo", " mirlo", "ACME", ""})
+    }
+    for (const char* rejected : {"quillon", "Quillo", "KESTA", "Mirlo", " mirlo", "ACME", ""}) {
         EXPECT_FALSE(accepts(rejected)) << rejected;
+    }
 }
 
 TEST_F(VcomSearchTest, RejectedDeviceIsNotAskedFurther) {
@@ -430,7 +439,7 @@ struct EndpointCase {
     const char* name;
     std::vector<standins::UsbConfiguration> configurations;
     int in; // -1: not registered
-    unsigned in_size;
+    unsigned int in_size;
     int out;
 };
 
@@ -547,7 +556,7 @@ TEST_F(VcomSearchTest, SecondInterfaceHoldsItsTypeOnly) {
     EXPECT_THAT(said(), Says("was found in device's list"));
     // Everything copes with it.
     Bytes data(64);
-    unsigned length = 64;
+    unsigned int length = 64;
     EXPECT_EQ(core_open_dev(&second), 0);
     EXPECT_EQ(core_feature_read(&second, data.data(), 64), -1);
     EXPECT_EQ(core_output_write(&second, data.data(), 64), -1);
@@ -560,8 +569,9 @@ TEST_F(VcomSearchTest, SecondInterfaceHoldsItsTypeOnly) {
 }
 
 TEST_F(VcomSearchTest, PadsAndInterfacesThatDoNotFitLeaveNothingBehind) {
-    for (int i = 0; i < 18; ++i)
+    for (int i = 0; i < 18; ++i) {
         plug(15, "usb" + std::to_string(i), 0, "SN" + std::to_string(100 + i));
+    }
     EXPECT_EQ(search(), 16);
     EXPECT_EQ(pads->get()->count_of_devices, 16);
     EXPECT_EQ(bus().usb_references(), 16);
@@ -570,8 +580,9 @@ TEST_F(VcomSearchTest, PadsAndInterfacesThatDoNotFitLeaveNothingBehind) {
 
     bus().reset();
     bus().cost_us["libusb_bulk_transfer"] = 1000;
-    for (int i = 0; i < 11; ++i)
+    for (int i = 0; i < 11; ++i) {
         plug(15, "usb" + std::to_string(i));
+    }
     EXPECT_EQ(search(), 1);
     EXPECT_EQ(pads->slot(0).count_of_interfaces, 9);
     EXPECT_EQ(bus().usb_references(), 1);
@@ -580,8 +591,9 @@ TEST_F(VcomSearchTest, PadsAndInterfacesThatDoNotFitLeaveNothingBehind) {
 TEST_F(VcomSearchTest, PenDataAndRepliesOfTheSearchBelongToTheRecord) {
     plug(15);
     model().replace = [this](const Bytes& message) -> std::optional<std::vector<Bytes>> {
-        if (message == base(1, {0x10, 0, 0}))
+        if (message == base(1, {0x10, 0, 0})) {
             return {{pen({1}), base(1, model().description())}};
+        }
         return std::nullopt;
     };
     EXPECT_EQ(search(), 1);

@@ -6,7 +6,7 @@ namespace {
 
 struct DeviceCall {
     const char* name;
-    std::function<int(unsigned device)> call;
+    std::function<int(unsigned int device)> call;
 };
 void PrintTo(const DeviceCall& call, std::ostream* stream) {
     *stream << call.name;
@@ -18,25 +18,25 @@ unsigned int number;
 
 std::vector<DeviceCall> device_calls() {
     return {
-        {"GetSerialNumber", [](unsigned device) { return GetSerialNumber(device, text.data(), 64, &number); }},
-        {"GetProductName", [](unsigned device) { return GetProductName(device, 0, text.data(), 64, &number); }},
-        {"GetVendorName", [](unsigned device) { return GetVendorName(device, text.data(), 64, &number); }},
-        {"GetProductId", [](unsigned device) { return GetProductId(device, 0, &number); }},
-        {"GetVendorId", [](unsigned device) { return GetVendorId(device, &number); }},
-        {"GetUsbVersion", [](unsigned device) { return GetUsbVersion(device, &number); }},
-        {"GetEndPointCount", [](unsigned device) { return GetEndPointCount(device, &number); }},
-        {"GetFeatureReportSize", [](unsigned device) { return GetFeatureReportSize(device, 0, &number); }},
-        {"GetUsedTransportProtocol", [](unsigned device) { return GetUsedTransportProtocol(device, &number); }},
-        {"SetUsedTransportProtocol", [](unsigned device) { return SetUsedTransportProtocol(device, 1); }},
-        {"GetBytesToSend", [](unsigned device) { return GetBytesToSend(device, &number); }},
-        {"SetFeature", [](unsigned device) { return SetFeature(device, 0, bytes.data(), 65, &number); }},
-        {"GetFeature", [](unsigned device) { return GetFeature(device, 0, bytes.data(), 65, &number); }},
-        {"WriteFile", [](unsigned device) { return WriteFile(device, 0, bytes.data(), 65, &number); }},
-        {"ReadFile", [](unsigned device) { return ReadFile(device, 0, bytes.data(), 65, &number); }},
-        {"WriteFileBuffer", [](unsigned device) { return WriteFileBuffer(device, 1, bytes.data(), 65, &number); }},
-        {"SendSspMessage", [](unsigned device) { return SendSspMessage(device, 0, bytes.data(), 4); }},
+        {"GetSerialNumber", [](unsigned int device) { return GetSerialNumber(device, text.data(), 64, &number); }},
+        {"GetProductName", [](unsigned int device) { return GetProductName(device, 0, text.data(), 64, &number); }},
+        {"GetVendorName", [](unsigned int device) { return GetVendorName(device, text.data(), 64, &number); }},
+        {"GetProductId", [](unsigned int device) { return GetProductId(device, 0, &number); }},
+        {"GetVendorId", [](unsigned int device) { return GetVendorId(device, &number); }},
+        {"GetUsbVersion", [](unsigned int device) { return GetUsbVersion(device, &number); }},
+        {"GetEndPointCount", [](unsigned int device) { return GetEndPointCount(device, &number); }},
+        {"GetFeatureReportSize", [](unsigned int device) { return GetFeatureReportSize(device, 0, &number); }},
+        {"GetUsedTransportProtocol", [](unsigned int device) { return GetUsedTransportProtocol(device, &number); }},
+        {"SetUsedTransportProtocol", [](unsigned int device) { return SetUsedTransportProtocol(device, 1); }},
+        {"GetBytesToSend", [](unsigned int device) { return GetBytesToSend(device, &number); }},
+        {"SetFeature", [](unsigned int device) { return SetFeature(device, 0, bytes.data(), 65, &number); }},
+        {"GetFeature", [](unsigned int device) { return GetFeature(device, 0, bytes.data(), 65, &number); }},
+        {"WriteFile", [](unsigned int device) { return WriteFile(device, 0, bytes.data(), 65, &number); }},
+        {"ReadFile", [](unsigned int device) { return ReadFile(device, 0, bytes.data(), 65, &number); }},
+        {"WriteFileBuffer", [](unsigned int device) { return WriteFileBuffer(device, 1, bytes.data(), 65, &number); }},
+        {"SendSspMessage", [](unsigned int device) { return SendSspMessage(device, 0, bytes.data(), 4); }},
         {"ReceiveSspMessage",
-         [](unsigned device) { return ReceiveSspMessage(device, 0, bytes.data(), 65, 10, &number); }},
+         [](unsigned int device) { return ReceiveSspMessage(device, 0, bytes.data(), 65, 10, &number); }},
     };
 }
 
@@ -44,7 +44,7 @@ std::string message_of(int result) {
     return result == 0 ? "" : record_of(result).message;
 }
 
-using Devices = std::vector<unsigned>;
+using Devices = std::vector<unsigned int>;
 
 // Who was told to have gone, by any thread.
 class Notices {
@@ -64,7 +64,7 @@ class Notices {
     }
 
   private:
-    static void removed(void* self, unsigned device) {
+    static void removed(void* self, unsigned int device) {
         auto& own = *static_cast<Notices*>(self);
         const std::lock_guard lock(own.mutex_);
         own.devices_.push_back(device);
@@ -95,7 +95,7 @@ class PulledPad : public Receiving {
 
 class CallOfPulledPad : public PulledPad, public testing::WithParamInterface<DeviceCall> {
   protected:
-    void expect_told(unsigned device) {
+    void expect_told(unsigned int device) {
         const int result = GetParam().call(device);
         ASSERT_NE(result, 0);
         EXPECT_EQ(record_of(result),
@@ -144,7 +144,7 @@ TEST_F(PulledPad, IsFoundByTheFirstCallThatReachesAClosedInterface) {
     EXPECT_EQ(message_of(GetProductId(1, 0, &number)), "Error of getting product ID for device: 1");
     EXPECT_EQ(notices_->take(), Devices{1});
     bus().take_log();
-    for (const unsigned interface : {0U, 1U}) {
+    for (const unsigned int interface : {0U, 1U}) {
         EXPECT_NE(core_get_hid_feature_report(interface, bytes.data(), 64), 0);
     }
     EXPECT_THAT(bus().log("hid_open_path"), Each("hid_open_path(1-1:1.0)")) << "the interface is not asked again";
@@ -215,8 +215,8 @@ TEST_F(PulledPad, DuringTheSearchHidesNoneBehindIt) {
 // The start of receiving.
 
 struct Start {
-    unsigned device;
-    unsigned interface;
+    unsigned int device;
+    unsigned int interface;
     bool is_known; // before the start
     friend void PrintTo(const Start& start, std::ostream* stream) {
         *stream << start.device << '/' << start.interface << (start.is_known ? " known" : "");
@@ -230,8 +230,8 @@ INSTANTIATE_TEST_SUITE_P(Interfaces, StartOnPulledPad,
                                          Start{2, 0, false}, Start{2, 0, true}));
 
 TEST_P(StartOnPulledPad, EndsByItselfAndTellsOnce) {
-    const unsigned device = GetParam().device;
-    const unsigned interface = GetParam().interface;
+    const unsigned int device = GetParam().device;
+    const unsigned int interface = GetParam().interface;
     const LogCapture& log = overhear();
     if (device == 1) {
         pull_first();
@@ -288,7 +288,7 @@ TEST_F(PulledPad, IsNotToldAgainInsideTheCallback) {
     static int told_elsewhere;
     times = told_elsewhere = 0;
     std::thread::id self = std::this_thread::get_id();
-    const vxpad_device_callback callback = [](void* thread, unsigned device) {
+    const vxpad_device_callback callback = [](void* thread, unsigned int device) {
         if (std::this_thread::get_id() != *static_cast<std::thread::id*>(thread)) {
             ++told_elsewhere;
             return;
@@ -318,8 +318,8 @@ TEST_F(PulledPad, IsToldWithThePointerOfItsHandler) {
     std::atomic<bool> finished = false;
     std::thread exchanging([&] {
         while (!finished) {
-            SetOnDeviceRemovedHandler([](void* user, unsigned) { astray += user == &marks[0] ? 0 : 1; }, &marks[0]);
-            SetOnDeviceRemovedHandler([](void* user, unsigned) { astray += user == &marks[1] ? 0 : 1; }, &marks[1]);
+            SetOnDeviceRemovedHandler([](void* user, unsigned int) { astray += user == &marks[0] ? 0 : 1; }, &marks[0]);
+            SetOnDeviceRemovedHandler([](void* user, unsigned int) { astray += user == &marks[1] ? 0 : 1; }, &marks[1]);
         }
     });
     for (int i = 0; i < 100'000; ++i) {

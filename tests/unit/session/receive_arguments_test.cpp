@@ -29,23 +29,26 @@ const Function functions[] = {
 class Arguments : public Receiving, public testing::WithParamInterface<Function> {};
 
 TEST_P(Arguments, ThatNameNoPadAreRefused) {
-    for (const unsigned int device : {16U, 17U, 0x80000000U, 0xFFFFFFFFU})
+    for (const unsigned int device : {16U, 17U, 0x80000000U, 0xFFFFFFFFU}) {
         EXPECT_EQ(record_of(GetParam().call(device, 0)),
                   (Record{invalid_handle, GetParam().name,
                           "Incorrect input value device: " + std::to_string(static_cast<int>(device))}));
+    }
 }
 
 TEST_P(Arguments, ThatNameNoInterfaceAreRefused) {
-    for (const unsigned int interface : {8U, 9U, 0x80000000U, 0xFFFFFFFFU})
+    for (const unsigned int interface : {8U, 9U, 0x80000000U, 0xFFFFFFFFU}) {
         EXPECT_EQ(record_of(GetParam().call(1, interface)),
                   (Record{invalid_handle, GetParam().name,
                           "Incorrect input value interface_number: " + std::to_string(static_cast<int>(interface))}));
+    }
 }
 
 TEST_P(Arguments, AreRefusedBeforeTheStart) {
     Deinitialize();
-    for (const unsigned int device : {1U, 17U})
+    for (const unsigned int device : {1U, 17U}) {
         EXPECT_EQ(record_of(GetParam().call(device, 0)), (Record{invalid_parameter, GetParam().name, not_initialized}));
+    }
 }
 
 TEST_P(Arguments, MayNameAPadThatWasNotFound) {
@@ -69,10 +72,11 @@ class Start : public Receiving {
         unsigned int newest = 0;
         for (unsigned int handle = 1; handle < 64; ++handle) {
             unsigned int code = 0;
-            if (GetExceptionCode(handle, &code) == 0 && record_of(static_cast<int>(handle)).message == message)
+            if (GetExceptionCode(handle, &code) == 0 && record_of(static_cast<int>(handle)).message == message) {
                 newest = handle;
-            else
+            } else {
                 break;
+            }
         }
         ASSERT_NE(newest, 0U);
         EXPECT_EQ(record_of(static_cast<int>(newest)), (Record{-1, "SetDataReceivingEnabled", message}));
@@ -109,8 +113,9 @@ TEST_F(Start, BeforeInitializeFails) {
 }
 
 TEST_F(Start, LeavesPadsAloneWhereItFails) {
-    for (const unsigned int device : {0U, 3U, 16U, 17U, 0xFFFFFFFFU})
+    for (const unsigned int device : {0U, 3U, 16U, 17U, 0xFFFFFFFFU}) {
         EXPECT_EQ(SetDataReceivingEnabled(device, 0, 1), -1);
+    }
     EXPECT_EQ(SetDataReceivingEnabled(1, 0xFFFFFFFFU, 1), -1);
     EXPECT_THAT(bus().log(), IsEmpty());
 }
@@ -124,9 +129,11 @@ TEST_F(Start, AndStopAreLoggedWithTheirArguments) {
 }
 
 TEST_F(Start, AStopOfWhateverSucceeds) {
-    for (const unsigned int device : {0U, 1U, 3U, 16U, 17U, 0xFFFFFFFFU})
-        for (const unsigned int interface : {0U, 7U, 8U, 0xFFFFFFFFU})
+    for (const unsigned int device : {0U, 1U, 3U, 16U, 17U, 0xFFFFFFFFU}) {
+        for (const unsigned int interface : {0U, 7U, 8U, 0xFFFFFFFFU}) {
             EXPECT_EQ(SetDataReceivingEnabled(device, interface, 0), 0);
+        }
+    }
     Deinitialize();
     EXPECT_EQ(SetDataReceivingEnabled(1, 0, 0), 0);
 }

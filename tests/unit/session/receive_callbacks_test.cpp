@@ -8,19 +8,21 @@ namespace {
 
 class DataCallback : public Receiving {
   protected:
-    int receive_into(Receiver& receiver, unsigned device = 1, unsigned interface = 0) {
+    int receive_into(Receiver& receiver, unsigned int device = 1, unsigned int interface = 0) {
         return SetOnDataReceivedHandler(device, interface, Receiver::receive, &receiver);
     }
-    void start(Receiver& receiver, unsigned device = 1, unsigned interface = 0) {
+    void start(Receiver& receiver, unsigned int device = 1, unsigned int interface = 0) {
         ASSERT_EQ(receive_into(receiver, device, interface), 0);
         ASSERT_EQ(SetDataReceivingEnabled(device, interface, 1), 0);
     }
     // The pauses of callback threads, in order.
-    static std::vector<unsigned> pauses() {
-        std::vector<unsigned> chosen;
-        for (const unsigned pause : bus().pauses())
-            if (pause != 50 && pause != 500 && pause != 900'000)
+    static std::vector<unsigned int> pauses() {
+        std::vector<unsigned int> chosen;
+        for (const unsigned int pause : bus().pauses()) {
+            if (pause != 50 && pause != 500 && pause != 900'000) {
                 chosen.push_back(pause);
+            }
+        }
         return chosen;
     }
 
@@ -30,12 +32,13 @@ class DataCallback : public Receiving {
 
 TEST_F(DataCallback, GetsEveryReportInOrderWithItsPadAndInterface) {
     start(receiver_, 1, 1);
-    for (unsigned i = 0; i < 300; ++i)
+    for (unsigned int i = 0; i < 300; ++i) {
         give(*further_, report_of(9, i));
+    }
     ASSERT_TRUE(receiver_.gets(300));
     const auto all = receiver_.all();
     ASSERT_EQ(all.size(), 300U);
-    for (unsigned i = 0; i < 300; ++i) {
+    for (unsigned int i = 0; i < 300; ++i) {
         EXPECT_EQ(all[i].user_specific, &receiver_);
         EXPECT_EQ(all[i].device, 1U);
         EXPECT_EQ(all[i].interface_number, 1U);
@@ -48,10 +51,11 @@ TEST_F(DataCallback, GetsSixtyFourBytesThatAreZeroBehindAShortReport) {
     HidInterface& small = bus().plug(standins::pad_of_type(1, "1-3:1.0", 0, L"SN0003"));
     ASSERT_EQ(Initialize(), 0);
     start(receiver_, 3);
-    for (unsigned i = 0; i < 20; ++i)
+    for (unsigned int i = 0; i < 20; ++i) {
         give(small, report_of(3, i, 20));
+    }
     ASSERT_TRUE(receiver_.gets(20));
-    for (unsigned i = 0; i < 20; ++i) {
+    for (unsigned int i = 0; i < 20; ++i) {
         Bytes expected = report_of(3, i, 20);
         expected.resize(64);
         EXPECT_EQ(receiver_.all()[i].bytes, expected);
@@ -77,8 +81,9 @@ TEST_F(DataCallback, AsksLessAndLessOftenWhileTheQueueIsEmpty) {
     ASSERT_EQ(receive_into(receiver_), 0);
     ASSERT_TRUE(comes_true([] { return pauses().size() > 205; }));
     auto taken = pauses();
-    for (unsigned i = 0; i < 205; ++i)
+    for (unsigned int i = 0; i < 205; ++i) {
         EXPECT_EQ(taken[i], std::min(1'500 * (i + 1), 300'000U));
+    }
     give(*first_, report_of(1, 0));
     ASSERT_TRUE(receiver_.gets(1));
     ASSERT_TRUE(comes_true([] { return pauses().back() < 300'000; }));
@@ -89,8 +94,9 @@ TEST_F(DataCallback, AsksLessAndLessOftenWhileTheQueueIsEmpty) {
 }
 
 TEST_F(DataCallback, AsksAgainAtOnceAfterAFrame) {
-    for (unsigned i = 0; i < 10; ++i)
+    for (unsigned int i = 0; i < 10; ++i) {
         give(*first_, report_of(1, i));
+    }
     ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
     ASSERT_TRUE(comes_true([] { return available() == 10; }));
     receiver_.then = [](const Received&) { EXPECT_THAT(pauses(), IsEmpty()); };
@@ -153,12 +159,13 @@ TEST_F(DataCallback, ThreadThatEndsLeavesReceivingAloneThatWasStartedAnew) {
     const auto ended = std::make_shared<Gate>();
     {
         const auto guard = bus().lock();
-        bus().hooks.usleep = [this, ended](unsigned microseconds) {
+        bus().hooks.usleep = [this, ended](unsigned int microseconds) {
             if (microseconds == 1'500) {
                 EXPECT_TRUE(gates[0].pass());
                 open_at_the_end_of_this_thread(ended);
-            } else
+            } else {
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
         };
     }
     ASSERT_EQ(receive_into(receiver_), 0);
@@ -179,11 +186,12 @@ TEST_F(DataCallback, SetAgainBeforeItsThreadLooksKeepsTheThread) {
     ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
     {
         const auto guard = bus().lock();
-        bus().hooks.usleep = [this](unsigned microseconds) {
-            if (microseconds == 1'500)
+        bus().hooks.usleep = [this](unsigned int microseconds) {
+            if (microseconds == 1'500) {
                 EXPECT_TRUE(gates[0].pass());
-            else
+            } else {
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
         };
     }
     ASSERT_EQ(receive_into(receiver_), 0);
@@ -223,7 +231,7 @@ TEST_F(DataCallback, MayUseTheLibrary) {
 }
 
 TEST_F(DataCallback, MayStopAndStartReceiving) {
-    std::atomic<unsigned> returned = 0;
+    std::atomic<unsigned int> returned = 0;
     receiver_.then = [&](const Received&) {
         EXPECT_EQ(SetDataReceivingEnabled(1, 0, 0), 0);
         EXPECT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
@@ -231,7 +239,7 @@ TEST_F(DataCallback, MayStopAndStartReceiving) {
         ++returned;
     };
     start(receiver_);
-    for (unsigned i = 0; i < 5; ++i) {
+    for (unsigned int i = 0; i < 5; ++i) {
         give(*first_, report_of(1, i));
         ASSERT_TRUE(comes_true([&] { return returned > i; }));
     }
@@ -250,8 +258,9 @@ TEST_F(DataCallback, MayRemoveItself) {
 TEST_F(DataCallback, MayReplaceItself) {
     receiver_.then = [this](const Received&) { EXPECT_EQ(receive_into(other_), 0); };
     start(receiver_);
-    for (unsigned i = 0; i < 3; ++i)
+    for (unsigned int i = 0; i < 3; ++i) {
         give(*first_, report_of(1, i));
+    }
     ASSERT_TRUE(other_.gets(2));
     EXPECT_EQ(receiver_.count(), 1U);
 }
@@ -260,7 +269,7 @@ TEST_F(DataCallback, ThatIsSlowLosesNothingAndDelaysOnlyItself) {
     receiver_.then = [this](const Received&) { EXPECT_TRUE(gates[0].pass()); };
     start(receiver_);
     start(other_, 2);
-    for (unsigned i = 0; i < 200; ++i) {
+    for (unsigned int i = 0; i < 200; ++i) {
         give(*first_, report_of(1, i));
         give(*second_, report_of(2, i));
     }
@@ -269,8 +278,9 @@ TEST_F(DataCallback, ThatIsSlowLosesNothingAndDelaysOnlyItself) {
     EXPECT_EQ(receiver_.count(), 1U);
     gates[0].open();
     ASSERT_TRUE(receiver_.gets(200));
-    for (unsigned i = 0; i < 200; ++i)
+    for (unsigned int i = 0; i < 200; ++i) {
         EXPECT_EQ(receiver_.all()[i].bytes, report_of(1, i));
+    }
 }
 
 TEST_F(DataCallback, HasReturnedWhenDeinitializeReturns) {
@@ -334,7 +344,7 @@ TEST_F(DataCallback, LoggingCallbackMayUseTheLibraryWhileThreadsAreStartedAndSto
     ASSERT_EQ(RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(Logger::log), nullptr), 0);
     for (int i = 0; i < 5; ++i) {
         start(receiver_);
-        give(*first_, report_of(1, static_cast<unsigned>(i)));
+        give(*first_, report_of(1, static_cast<unsigned int>(i)));
         ASSERT_TRUE(receiver_.gets(static_cast<std::size_t>(i) + 1));
         ASSERT_EQ(SetDataReceivingEnabled(1, 0, 0), 0);
     }
@@ -364,9 +374,11 @@ TEST_F(DataCallback, LoggingCallbackMayUseAnotherPadThanTheCallThatItIsTold) {
 Lines info_lines(const std::string& output) {
     Lines lines;
     std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);)
-        if (const auto begin = line.find(" info: "); begin != std::string::npos)
+    for (std::string line; std::getline(stream, line);) {
+        if (const auto begin = line.find(" info: "); begin != std::string::npos) {
             lines.push_back(line.substr(begin + 1) + '\n');
+        }
+    }
     return lines;
 }
 

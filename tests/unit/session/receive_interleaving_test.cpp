@@ -4,7 +4,7 @@
 namespace receive_test {
 namespace {
 
-void select(unsigned device) {
+void select(unsigned int device) {
     std::array<char16_t, 32> text{};
     unsigned int length = 0;
     EXPECT_EQ(GetSerialNumber(device, text.data(), 32, &length), 0);
@@ -21,7 +21,7 @@ TEST_F(Interleaving, ASwitchLeavesNobodyWithoutThePad) {
 }
 
 TEST_F(Interleaving, AReopeningLeavesNobodyWithoutThePad) {
-    for (const unsigned interface : {0U, 1U}) {
+    for (const unsigned int interface : {0U, 1U}) {
         const auto request = [interface] {
             Bytes report(65);
             unsigned int reply = 0;
@@ -32,7 +32,7 @@ TEST_F(Interleaving, AReopeningLeavesNobodyWithoutThePad) {
 }
 
 TEST_F(Interleaving, AReopeningDoesNotDisturbAReceivingThatStarts) {
-    for (const unsigned interface : {0U, 1U}) {
+    for (const unsigned int interface : {0U, 1U}) {
         const std::string path = "1-1:1." + std::to_string(interface);
         const auto receive = [&] {
             EXPECT_EQ(SetDataReceivingEnabled(1, interface, 1), 0);

@@ -21,8 +21,9 @@ extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size
     int state = -1;
     pthread_attr_getdetachstate(attributes, &state);
     asked_state = state;
-    if (creation != nullptr)
+    if (creation != nullptr) {
         creation->pass_within(std::chrono::milliseconds(20)); // longer than a call bears with an intruder
+    }
     switch (stack.load()) {
     case Stack::refused:
         return EINVAL;

@@ -13,7 +13,7 @@ class ReceiveRest : public Receiving {
   protected:
     void SetUp() override {
         Receiving::SetUp();
-        bus().hooks.usleep = [this](unsigned microseconds) {
+        bus().hooks.usleep = [this](unsigned int microseconds) {
             if (microseconds == 500) {
                 const std::lock_guard lock(mutex_);
                 slacks_.push_back(prctl(PR_GET_TIMERSLACK));

@@ -5,13 +5,13 @@ namespace receive_test {
 namespace {
 
 // The reply to a feature request tells the pad.
-Bytes feature_of(unsigned device) {
+Bytes feature_of(unsigned int device) {
     Bytes report(65);
     unsigned int reply = 0;
     EXPECT_EQ(GetFeature(device, 0, report.data(), 65, &reply), 0);
     return report;
 }
-std::string serial_of(unsigned device) {
+std::string serial_of(unsigned int device) {
     std::array<char16_t, 32> text{};
     unsigned int length = 0;
     EXPECT_EQ(GetSerialNumber(device, text.data(), 32, &length), 0);
@@ -29,7 +29,7 @@ class Selection : public Receiving {
         };
     }
 
-    static Bytes expected_feature(unsigned device) {
+    static Bytes expected_feature(unsigned int device) {
         Bytes report(65, static_cast<unsigned char>(device));
         report[0] = 0;
         return report;
@@ -66,7 +66,7 @@ TEST_F(Selection, IsNotTornFromTheRequestBehindIt) {
 }
 
 TEST_F(Selection, OfTwoPadsByTwoThreadsNeverMixes) {
-    const auto ask = [](unsigned device) {
+    const auto ask = [](unsigned int device) {
         for (int i = 0; i < 300; ++i) {
             ASSERT_EQ(feature_of(device), expected_feature(device));
             ASSERT_EQ(serial_of(device), device == 1 ? "SN0001" : "SN0002");
@@ -178,33 +178,37 @@ TEST_F(Selection, LeavesAFurtherInterfaceOpenThatIsReceivedFrom) {
 }
 
 TEST_F(Selection, ByAThirdThreadTakesNoReportFromTwoThatReceive) {
-    constexpr unsigned reports = 1'500;
+    constexpr unsigned int reports = 1'500;
     std::array<Receiver, 2> receivers;
-    for (const unsigned device : {1U, 2U}) {
+    for (const unsigned int device : {1U, 2U}) {
         ASSERT_EQ(SetOnDataReceivedHandler(device, 0, Receiver::receive, &receivers[device - 1]), 0);
         ASSERT_EQ(SetDataReceivingEnabled(device, 0, 1), 0);
     }
     bus().take_log();
     std::atomic<bool> finished = false;
     std::thread asking([&] {
-        while (!finished)
-            for (const unsigned device : {1U, 2U})
+        while (!finished) {
+            for (const unsigned int device : {1U, 2U}) {
                 ASSERT_EQ(feature_of(device), expected_feature(device));
+            }
+        }
     });
-    for (unsigned i = 0; i < reports; ++i) {
+    for (unsigned int i = 0; i < reports; ++i) {
         give(*first_, report_of(1, i));
         give(*second_, report_of(2, i));
-        if (i % 20 == 0)
+        if (i % 20 == 0) {
             std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
     }
-    for (Receiver& receiver : receivers)
+    for (Receiver& receiver : receivers) {
         EXPECT_TRUE(receiver.gets(reports));
+    }
     finished = true;
     asking.join();
-    for (const unsigned device : {1U, 2U}) {
+    for (const unsigned int device : {1U, 2U}) {
         const auto all = receivers[device - 1].all();
         ASSERT_EQ(all.size(), reports);
-        for (unsigned i = 0; i < reports; ++i) {
+        for (unsigned int i = 0; i < reports; ++i) {
             ASSERT_EQ(all[i].device, device);
             ASSERT_EQ(all[i].bytes, report_of(static_cast<unsigned char>(device), i));
         }
@@ -227,7 +231,7 @@ TEST_F(Selection, DoesNotFailWhileAnotherCallRecoversThePad) {
         };
     }
     Bytes report(65);
-    for (unsigned i = 0; i < 10; ++i) {
+    for (unsigned int i = 0; i < 10; ++i) {
         EXPECT_NE(GetFeature(1, 0, report.data(), 65, &reply_), 0);
         give(*first_, report_of(1, i));
     }

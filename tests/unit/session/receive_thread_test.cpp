@@ -8,7 +8,7 @@ const std::string first_path = "1-1:1.0";
 const std::string further_path = "1-1:1.1";
 const std::string second_path = "1-2:1.0";
 
-Lines one_read(const std::string& path, unsigned size = 64) {
+Lines one_read(const std::string& path, unsigned int size = 64) {
     return {"hid_set_nonblocking(" + path + ", 1)", "hid_read(" + path + ", " + std::to_string(size) + ")",
             "hid_set_nonblocking(" + path + ", 0)"};
 }
@@ -16,7 +16,7 @@ Lines one_read(const std::string& path, unsigned size = 64) {
 // A thread under test whose reads are let through one by one.
 class ReceiveThread : public Receiving {
   protected:
-    Lines log_of_first_reads(unsigned device, unsigned interface, std::size_t lines) {
+    Lines log_of_first_reads(unsigned int device, unsigned int interface, std::size_t lines) {
         EXPECT_EQ(SetDataReceivingEnabled(device, interface, 1), 0);
         EXPECT_TRUE(comes_true([&] { return bus().log().size() >= lines; }));
         Lines log = bus().log();
@@ -29,8 +29,9 @@ TEST_F(ReceiveThread, ReopensThePadAndReadsEvery500Microseconds) {
     const Lines log = log_of_first_reads(1, 0, 12);
     Lines expected{"usleep(50)", "hid_close(1-1:1.0)", "hid_open_path(1-1:1.0)", "hid_set_nonblocking(1-1:1.0, 0)"};
     for (int i = 0; i < 2; ++i) {
-        for (const std::string& line : one_read(first_path))
+        for (const std::string& line : one_read(first_path)) {
             expected.push_back(line);
+        }
         expected.emplace_back("usleep(500)");
     }
     EXPECT_EQ(log, expected);
@@ -44,20 +45,23 @@ TEST_F(ReceiveThread, OpensAFurtherInterfaceForItself) {
                    "hid_set_nonblocking(1-1:1.0, 0)",
                    "hid_open_path(1-1:1.1)",
                    "hid_set_nonblocking(1-1:1.1, 0)"};
-    for (const std::string& line : one_read(further_path))
+    for (const std::string& line : one_read(further_path)) {
         expected.push_back(line);
+    }
     expected.emplace_back("usleep(500)");
     EXPECT_EQ(log, expected);
 }
 
 TEST_F(ReceiveThread, PausesAsLongAfterAReportAsAfterNone) {
-    for (unsigned i = 0; i < 5; ++i)
+    for (unsigned int i = 0; i < 5; ++i) {
         give(*first_, report_of(1, i));
+    }
     ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
     ASSERT_TRUE(comes_true([&] { return available() == 5 && times("hid_read(1-1:1.0, 64)") > 7; }));
     SetDataReceivingEnabled(1, 0, 0);
-    for (const unsigned pause : bus().pauses())
+    for (const unsigned int pause : bus().pauses()) {
         EXPECT_TRUE(pause == 500 || pause == 50) << pause;
+    }
 }
 
 TEST_F(ReceiveThread, PausesLongAfterAFailureAndGoesOn) {
@@ -69,9 +73,10 @@ TEST_F(ReceiveThread, PausesLongAfterAFailureAndGoesOn) {
     SetDataReceivingEnabled(1, 0, 0);
     const auto pauses = bus().pauses();
     EXPECT_EQ(std::count(pauses.begin(), pauses.end(), 900'000U), 2);
-    for (const int handle : {1, 2})
+    for (const int handle : {1, 2}) {
         EXPECT_EQ(record_of(handle),
                   (Record{invalid_handle, "read_file", "Error of read HID input report for device: 1"}));
+    }
     EXPECT_EQ(log.count("error: start_routine(): ReadFile() return exception 1"), 1);
     EXPECT_EQ(log.count("error: start_routine(): ReadFile() return exception 2"), 1);
 }
@@ -98,8 +103,9 @@ TEST_F(ReceiveThread, QueuesReportsOfASmallPadWithTheirLength) {
 }
 
 TEST_F(ReceiveThread, CountsWhatWaitsAndDropsItOnRequest) {
-    for (unsigned i = 0; i < 3; ++i)
+    for (unsigned int i = 0; i < 3; ++i) {
         give(*first_, report_of(1, i));
+    }
     ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
     ASSERT_TRUE(comes_true([&] { return available() == 3; }));
     const LogCapture& log = overhear();
@@ -168,10 +174,12 @@ TEST_F(ReceiveThread, IsStoppedByTwoAtATime) {
 TEST_F(ReceiveThread, IsStartedByThreeAtATimeAndOnlyOneIsLeft) {
     for (int i = 0; i < 10; ++i) {
         std::vector<std::thread> starters;
-        for (int k = 0; k < 3; ++k)
+        for (int k = 0; k < 3; ++k) {
             starters.emplace_back([] { EXPECT_EQ(SetDataReceivingEnabled(1, 0, 1), 0); });
-        for (std::thread& starter : starters)
+        }
+        for (std::thread& starter : starters) {
             starter.join();
+        }
         ASSERT_TRUE(is_read(first_path));
         EXPECT_EQ(SetDataReceivingEnabled(1, 0, 0), 0);
         EXPECT_TRUE(is_quiet(first_path));
@@ -225,8 +233,9 @@ class RemovedWhileReceiving : public Receiving {
         SetOnDeviceRemovedHandler(
             [](void*, unsigned int device) {
                 EXPECT_EQ(device, 1U);
-                if (++notices == 1 && on_removal)
+                if (++notices == 1 && on_removal) {
                     on_removal();
+                }
             },
             nullptr);
     }
@@ -279,7 +288,7 @@ TEST_F(RemovedWhileReceiving, EndsTheThreadOfAFurtherInterface) {
 }
 
 TEST_F(RemovedWhileReceiving, OfThePadEndsTheThreadOfAnInterfaceThatCanStillBeRead) {
-    bus().hooks.usleep = [this](unsigned microseconds) {
+    bus().hooks.usleep = [this](unsigned int microseconds) {
         if (microseconds == 500) {
             EXPECT_TRUE(gates[0].pass());
         }

@@ -14,7 +14,7 @@ void do_at_trace_points(const std::function<void()>* step);
 // Runs call again and again, interrupted at its first trace point, then at its second, and so on. The intruder has a
 // thread of its own: where it needs a lock that is held at that point, the call goes on and it comes in later. Returns
 // how many points there were.
-unsigned interrupt_everywhere(
+unsigned int interrupt_everywhere(
     const std::function<void()>& call, const std::function<void()>& intruder,
     const std::function<void()>& prepare = [] {});
 

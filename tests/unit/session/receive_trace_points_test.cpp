@@ -33,11 +33,11 @@ void do_at_trace_points(const std::function<void()>* step) {
     step_of_this_thread.what = step;
 }
 
-unsigned interrupt_everywhere(const std::function<void()>& call, const std::function<void()>& intruder,
-                              const std::function<void()>& prepare) {
-    for (unsigned wanted = 1;; ++wanted) {
+unsigned int interrupt_everywhere(const std::function<void()>& call, const std::function<void()>& intruder,
+                                  const std::function<void()>& prepare) {
+    for (unsigned int wanted = 1;; ++wanted) {
         prepare();
-        unsigned passed = 0;
+        unsigned int passed = 0;
         std::future<void> intrusion;
         const std::function<void()> step = [&] {
             if (++passed == wanted) {
@@ -48,8 +48,9 @@ unsigned interrupt_everywhere(const std::function<void()>& call, const std::func
         do_at_trace_points(&step);
         call();
         do_at_trace_points(nullptr);
-        if (!intrusion.valid())
+        if (!intrusion.valid()) {
             return wanted - 1;
+        }
         intrusion.get();
     }
 }

@@ -34,8 +34,9 @@ class VcomReceiving : public api::Test, protected Overhearing {
         ASSERT_EQ(GetDeviceCount(&reply), 2);
         // libusb lists the pads in this order; pad 1 is the first.
         const auto guard = bus().lock();
-        for (UsbDevice* pad : pads_)
+        for (UsbDevice* pad : pads_) {
             pad->outgoing.clear();
+        }
         pause_briefly();
     }
 
@@ -45,8 +46,9 @@ class VcomReceiving : public api::Test, protected Overhearing {
         std::vector<bool> seen;
         for (const Bytes& sent : pad.outgoing) {
             const Bytes message = unframed(sent);
-            if (message == pen_data_on || message == pen_data_off)
+            if (message == pen_data_on || message == pen_data_off) {
                 seen.push_back(message == pen_data_on);
+            }
         }
         return seen;
     }
@@ -73,7 +75,7 @@ class VcomReceiving : public api::Test, protected Overhearing {
     // The next receive thread of pad 1 ends by itself, and then does something before it switches pen data off.
     static void at_the_end_of_the_next_thread(std::function<void()> act) {
         const auto guard = bus().lock();
-        bus().hooks.usleep = [act, is_next = true](unsigned microseconds) mutable {
+        bus().hooks.usleep = [act, is_next = true](unsigned int microseconds) mutable {
             if (microseconds == 500 && std::atomic_ref(is_next).exchange(false)) {
                 catch_removing_device(-20, 1, 0); // asks it to end
                 thread_local std::function<void()> step;
@@ -160,16 +162,18 @@ TEST_F(VcomReceiving, NeverStartsBehindAnotherStartThatWasStoppedMeanwhile) {
     EXPECT_GT(interrupt_everywhere(start, start_and_stop, prepare), 3U);
     Deinitialize();
     const std::vector<bool> seen = switches(*pads_[0]);
-    for (std::size_t i = 0; i < seen.size(); ++i)
+    for (std::size_t i = 0; i < seen.size(); ++i) {
         ASSERT_EQ(seen[i], i % 2 == 0) << "switch " << i;
+    }
 }
 
 TEST_F(VcomReceiving, SwitchesOffBeforeDeinitializeReturns) {
     ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
     ASSERT_EQ(SetDataReceivingEnabled(2, 0, 1), 0);
     EXPECT_EQ(Deinitialize(), 0);
-    for (const UsbDevice* pad : pads_)
+    for (const UsbDevice* pad : pads_) {
         EXPECT_THAT(switches(*pad), ElementsAre(true, false));
+    }
     EXPECT_EQ(bus().open_handles(), 0);
 }
 
@@ -197,17 +201,20 @@ TEST_F(VcomReceiving, DeinitializeWaitsUntilPenDataIsSwitchedOff) {
 
 TEST_F(VcomReceiving, DeliversPenDataOfBothPads) {
     std::array<Receiver, 2> receivers;
-    for (const unsigned device : {1U, 2U}) {
+    for (const unsigned int device : {1U, 2U}) {
         ASSERT_EQ(SetOnDataReceivedHandler(device, 0, Receiver::receive, &receivers[device - 1]), 0);
         ASSERT_EQ(SetDataReceivingEnabled(device, 0, 1), 0);
     }
-    for (unsigned i = 0; i < 100; ++i)
-        for (const unsigned device : {1U, 2U})
+    for (unsigned int i = 0; i < 100; ++i) {
+        for (const unsigned int device : {1U, 2U}) {
             bring(*pads_[device - 1], report_of(static_cast<unsigned char>(device), i));
-    for (const unsigned device : {1U, 2U}) {
+        }
+    }
+    for (const unsigned int device : {1U, 2U}) {
         ASSERT_TRUE(receivers[device - 1].gets(100));
-        for (unsigned i = 0; i < 100; ++i)
+        for (unsigned int i = 0; i < 100; ++i) {
             ASSERT_EQ(receivers[device - 1].all()[i].bytes, report_of(static_cast<unsigned char>(device), i));
+        }
     }
     Deinitialize();
 }
@@ -280,7 +287,7 @@ TEST_F(VcomReceiving, IsStoppedByTheFirstOfTwo) {
         const auto first_returned = std::make_shared<Gate>();
         {
             const auto guard = bus().lock();
-            bus().hooks.usleep = [pause](unsigned) { EXPECT_TRUE(pause->pass()); };
+            bus().hooks.usleep = [pause](unsigned int) { EXPECT_TRUE(pause->pass()); };
         }
         ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
         ASSERT_TRUE(pause->somebody_waits());

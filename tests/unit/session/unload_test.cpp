@@ -15,8 +15,9 @@ TEST(Unloading, BehindTheTearDownDoesNoHarm) {
         const auto call = [&](const char* name) { return reinterpret_cast<Call*>(dlsym(library, name))(); };
         EXPECT_EQ(call("Initialize"), 0);
         const auto set_handler = reinterpret_cast<SetHandler*>(dlsym(library, "SetOnDataReceivedHandler"));
-        for (unsigned int interface = 0; interface < 8; ++interface)
+        for (unsigned int interface = 0; interface < 8; ++interface) {
             EXPECT_EQ(set_handler(1, interface, nullptr, nullptr), 0); // starts a thread that ends at once, pad or not
+        }
         EXPECT_EQ(call("Deinitialize"), 0);
         EXPECT_EQ(dlclose(library), 0);
     }

@@ -15,8 +15,9 @@ namespace standins {
 OutputCapture::OutputCapture(int descriptor)
     : captured_(descriptor), original_(dup(descriptor)), file_(memfd_create("captured", MFD_CLOEXEC)) {
     std::fflush(nullptr);
-    if (original_ < 0 || file_ < 0 || dup2(file_, captured_) < 0)
+    if (original_ < 0 || file_ < 0 || dup2(file_, captured_) < 0) {
         throw std::runtime_error("cannot redirect output");
+    }
 }
 
 OutputCapture::~OutputCapture() {
@@ -62,27 +63,31 @@ void LogCapture::clear() {
 
 void LogCapture::receive(void* self, const char16_t* message) {
     std::string text;
-    for (; *message; ++message)
+    for (; *message; ++message) {
         text.push_back(*message > 0xff ? '?' : static_cast<char>(*message));
+    }
     auto& capture = *static_cast<LogCapture*>(self);
     const std::lock_guard guard(capture.mutex_);
     capture.messages_.push_back(std::move(text));
 }
 
 EnvironmentGuard::EnvironmentGuard(const char* name, const char* value) : name_(name) {
-    if (const char* former = std::getenv(name))
+    if (const char* former = std::getenv(name)) {
         former_ = former;
-    if (value)
+    }
+    if (value) {
         setenv(name, value, 1);
-    else
+    } else {
         unsetenv(name);
+    }
 }
 
 EnvironmentGuard::~EnvironmentGuard() {
-    if (former_)
+    if (former_) {
         setenv(name_.c_str(), former_->c_str(), 1);
-    else
+    } else {
         unsetenv(name_.c_str());
+    }
 }
 
 } // namespace standins

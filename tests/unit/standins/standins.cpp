@@ -23,7 +23,7 @@ using standins::UsbDevice;
 
 struct hid_device_ {
     HidInterface* pad;
-    unsigned times_unplugged; // differs from the pad's once the pad was unplugged under this handle
+    unsigned int times_unplugged; // differs from the pad's once the pad was unplugged under this handle
     bool nonblocking = false;
     bool open = true;
 };
@@ -51,11 +51,14 @@ unsigned char byte_of(std::uint32_t value, int index) {
 
 Bytes version_reply() {
     Bytes reply{0x11, 0, 0, 0};
-    for (const std::uint32_t number : {2U, 5U, 7U, 11U})
-        for (int i = 0; i < 4; ++i)
+    for (const std::uint32_t number : {2U, 5U, 7U, 11U}) {
+        for (int i = 0; i < 4; ++i) {
             reply.push_back(byte_of(number, i));
-    for (const char letter : {'A', 'C', 'M', 'E'})
+        }
+    }
+    for (const char letter : {'A', 'C', 'M', 'E'}) {
         reply.push_back(static_cast<unsigned char>(letter));
+    }
     return reply;
 }
 
@@ -87,8 +90,9 @@ struct Calls {
             std::fprintf(stderr, "the library calls %s for ever\n", bus().log_.back().c_str());
             std::abort();
         }
-        if (const auto cost = bus().cost_us.find(function); cost != bus().cost_us.end())
+        if (const auto cost = bus().cost_us.find(function); cost != bus().cost_us.end()) {
             bus().now_us_ += cost->second;
+        }
         return guard;
     }
 
@@ -98,8 +102,9 @@ struct Calls {
 
     static bool is_open(const char* function, const hid_device* handle) {
         const bool ok = handle && handle->open;
-        if (!ok)
+        if (!ok) {
             misuse(std::string(function) + " on a handle that is not open: " + name(handle));
+        }
         return ok;
     }
 
@@ -113,18 +118,22 @@ struct Calls {
     }
 
     static HidInterface* find(const std::string& path) {
-        for (HidInterface& pad : bus().pads_)
-            if (pad.plugged && pad.path == path)
+        for (HidInterface& pad : bus().pads_) {
+            if (pad.plugged && pad.path == path) {
                 return &pad;
+            }
+        }
         return nullptr;
     }
 
-    static std::vector<const HidInterface*> matching(unsigned vendor_id, unsigned product_id) {
+    static std::vector<const HidInterface*> matching(unsigned int vendor_id, unsigned int product_id) {
         std::vector<const HidInterface*> found;
-        for (const HidInterface& pad : bus().pads_)
+        for (const HidInterface& pad : bus().pads_) {
             if (pad.plugged && (vendor_id == 0 || vendor_id == pad.vendor_id) &&
-                (product_id == 0 || product_id == pad.product_id))
+                (product_id == 0 || product_id == pad.product_id)) {
                 found.push_back(&pad);
+            }
+        }
         return found;
     }
 
@@ -140,7 +149,7 @@ struct Calls {
         return true;
     }
 
-    static void note_pause(unsigned microseconds) {
+    static void note_pause(unsigned int microseconds) {
         bus().pauses_.push_back(microseconds);
         bus().now_us_ += microseconds;
     }
@@ -149,9 +158,11 @@ struct Calls {
 
     // As with libusb a device has one node as long as somebody refers to it.
     static libusb_device* usb_node(UsbDevice& model) {
-        for (const auto& node : bus().usb_nodes_)
-            if (node->model == &model && node->references > 0)
+        for (const auto& node : bus().usb_nodes_) {
+            if (node->model == &model && node->references > 0) {
                 return refer(node.get());
+            }
+        }
         bus().usb_nodes_.push_back(std::make_unique<libusb_device>(libusb_device{&model}));
         return refer(bus().usb_nodes_.back().get());
     }
@@ -162,29 +173,32 @@ struct Calls {
     }
 
     static void unrefer(const char* function, libusb_device* device) {
-        if (is_alive(function, device))
+        if (is_alive(function, device)) {
             --device->references;
+        }
     }
 
     static bool is_alive(const char* function, const libusb_device* device) {
         const bool ok = device && device->references > 0;
-        if (!ok)
+        if (!ok) {
             misuse(std::string(function) + " of a device that nobody refers to: " + name(device));
+        }
         return ok;
     }
 
     static bool is_open(const char* function, const libusb_device_handle* handle) {
         const bool ok = handle && handle->open;
-        if (!ok)
+        if (!ok) {
             misuse(std::string(function) + " on a handle that is not open: " + name(handle));
+        }
         return ok;
     }
 
     static std::string name(const libusb_device* device) { return device ? device->model->name : "NULL"; }
     static std::string name(const libusb_device_handle* handle) { return handle ? name(handle->device) : "NULL"; }
 
-    static std::string transfer_text(const libusb_device_handle* handle, unsigned endpoint, const std::string& data,
-                                     unsigned time_out) {
+    static std::string transfer_text(const libusb_device_handle* handle, unsigned int endpoint, const std::string& data,
+                                     unsigned int time_out) {
         char address[8];
         std::snprintf(address, sizeof address, "%02x", endpoint);
         return name(handle) + ", " + address + ", " + data + ", " + std::to_string(time_out);
@@ -215,16 +229,21 @@ UsbDevice vcom_pad(std::string name, std::size_t which) {
     return pad;
 }
 
-HidInterface pad_of_type(unsigned pad_type, std::string path, int interface_number, std::wstring serial_number,
-                         unsigned occurrence) {
+HidInterface pad_of_type(unsigned int pad_type, std::string path, int interface_number, std::wstring serial_number,
+                         unsigned int occurrence) {
     std::vector<std::pair<std::uint32_t, std::uint32_t>> ids;
-    for (const std::uint32_t vendor : usb_ids::shared_vendors)
-        for (const usb_ids::Product& product : usb_ids::shared_products)
-            if (product.pad_type == pad_type)
+    for (const std::uint32_t vendor : usb_ids::shared_vendors) {
+        for (const usb_ids::Product& product : usb_ids::shared_products) {
+            if (product.pad_type == pad_type) {
                 ids.emplace_back(vendor, product.product_id);
-    for (const usb_ids::Product& product : usb_ids::classic_products)
-        if (product.pad_type == pad_type)
+            }
+        }
+    }
+    for (const usb_ids::Product& product : usb_ids::classic_products) {
+        if (product.pad_type == pad_type) {
             ids.emplace_back(usb_ids::classic_vendor, product.product_id);
+        }
+    }
     HidInterface pad;
     pad.path = std::move(path);
     pad.vendor_id = static_cast<std::uint16_t>(ids.at(occurrence).first);
@@ -322,7 +341,7 @@ std::vector<std::string> Bus::take_log(std::string_view function) {
     return chosen;
 }
 
-std::vector<unsigned> Bus::pauses() {
+std::vector<unsigned int> Bus::pauses() {
     const auto guard = lock();
     return pauses_;
 }
@@ -342,8 +361,9 @@ int Bus::open_handles() {
 int Bus::usb_references() {
     const auto guard = lock();
     int references = 0;
-    for (const auto& node : usb_nodes_)
+    for (const auto& node : usb_nodes_) {
         references += node->references;
+    }
     return references;
 }
 
@@ -355,8 +375,9 @@ int Bus::open_lists() {
 std::string describe(std::span<const unsigned char> bytes) {
     std::string text = std::to_string(bytes.size()) + ":";
     std::size_t used = bytes.size();
-    while (used > 0 && bytes[used - 1] == 0)
+    while (used > 0 && bytes[used - 1] == 0) {
         --used;
+    }
     for (const unsigned char byte : bytes.first(used)) {
         char digits[4];
         std::snprintf(digits, sizeof digits, " %02x", byte);
@@ -378,8 +399,9 @@ int usleep(useconds_t microseconds) {
     Calls::note_pause(microseconds);
     const auto hook = bus().hooks.usleep;
     guard.unlock();
-    if (hook)
+    if (hook) {
         hook(microseconds);
+    }
     return 0;
 }
 
@@ -419,15 +441,17 @@ hid_device_info* hid_enumerate(unsigned short vendor_id, unsigned short product_
         (*last)->interface_number = pad->interface_number;
         last = &(*last)->next;
     }
-    if (first)
+    if (first) {
         Calls::list_given(first);
+    }
     return first;
 }
 
 void hid_free_enumeration(hid_device_info* list) {
     const auto guard = Calls::begin("hid_free_enumeration", "");
-    if (!list || !Calls::list_returned("hid_free_enumeration", list))
+    if (!list || !Calls::list_returned("hid_free_enumeration", list)) {
         return;
+    }
     while (list) {
         hid_device_info* next = list->next;
         free(list->path);
@@ -443,8 +467,9 @@ hid_device* hid_open_path(const char* path) {
     auto guard = Calls::begin("hid_open_path", path);
     const auto hook = bus().hooks.open_path;
     guard.unlock();
-    if (hook && hook(path).value_or(0) != 0)
+    if (hook && hook(path).value_or(0) != 0) {
         return nullptr;
+    }
     guard.lock();
     HidInterface* pad = Calls::find(path);
     return pad ? Calls::open(*pad) : nullptr;
@@ -452,8 +477,9 @@ hid_device* hid_open_path(const char* path) {
 
 void hid_close(hid_device* handle) {
     const auto guard = Calls::begin("hid_close", Calls::name(handle));
-    if (Calls::is_open("hid_close", handle))
+    if (Calls::is_open("hid_close", handle)) {
         handle->open = false;
+    }
 }
 
 namespace {
@@ -461,16 +487,20 @@ namespace {
 int get_string(const char* function, hid_device* handle, wchar_t* string, size_t maxlen,
                std::wstring HidInterface::*text) {
     auto guard = Calls::begin(function, Calls::name(handle) + ", " + std::to_string(maxlen));
-    if (!Calls::is_open(function, handle))
+    if (!Calls::is_open(function, handle)) {
         return -1;
+    }
     const auto hook = bus().hooks.get_string;
     guard.unlock();
-    if (hook)
-        if (const auto result = hook(*handle->pad, function, {string, maxlen}))
+    if (hook) {
+        if (const auto result = hook(*handle->pad, function, {string, maxlen})) {
             return *result;
+        }
+    }
     guard.lock();
-    if (!Calls::is_there(handle))
+    if (!Calls::is_there(handle)) {
         return -1;
+    }
     wcsncpy(string, (handle->pad->*text).c_str(), maxlen);
     string[maxlen - 1] = L'\0';
     return 0;
@@ -493,35 +523,44 @@ int hid_get_serial_number_string(hid_device* handle, wchar_t* string, size_t max
 int hid_send_feature_report(hid_device* handle, const unsigned char* data, size_t length) {
     const std::span report(data, length);
     auto guard = Calls::begin("hid_send_feature_report", Calls::name(handle) + ", " + describe(report));
-    if (!Calls::is_open("hid_send_feature_report", handle))
+    if (!Calls::is_open("hid_send_feature_report", handle)) {
         return -1;
+    }
     const auto hook = bus().hooks.send_feature;
     guard.unlock();
-    if (hook)
-        if (const auto result = hook(*handle->pad, report))
+    if (hook) {
+        if (const auto result = hook(*handle->pad, report)) {
             return *result;
+        }
+    }
     guard.lock();
-    if (!Calls::is_there(handle) || report.empty())
+    if (!Calls::is_there(handle) || report.empty()) {
         return -1;
+    }
     handle->pad->last_request.assign(report.begin() + 1, report.end());
-    if (report.size() > 2 && report[1] == 0x01)
+    if (report.size() > 2 && report[1] == 0x01) {
         handle->pad->mode = report[2];
+    }
     return static_cast<int>(length);
 }
 
 int hid_get_feature_report(hid_device* handle, unsigned char* data, size_t length) {
     const std::span report(data, length);
     auto guard = Calls::begin("hid_get_feature_report", Calls::name(handle) + ", " + describe(report));
-    if (!Calls::is_open("hid_get_feature_report", handle))
+    if (!Calls::is_open("hid_get_feature_report", handle)) {
         return -1;
+    }
     const auto hook = bus().hooks.get_feature;
     guard.unlock();
-    if (hook)
-        if (const auto result = hook(*handle->pad, report))
+    if (hook) {
+        if (const auto result = hook(*handle->pad, report)) {
             return *result;
+        }
+    }
     guard.lock();
-    if (!Calls::is_there(handle) || report.empty())
+    if (!Calls::is_there(handle) || report.empty()) {
         return -1;
+    }
     Bytes reply;
     if (handle->pad->feature_replies.empty()) {
         reply = pads_own_reply(*handle->pad);
@@ -538,19 +577,24 @@ int hid_get_feature_report(hid_device* handle, unsigned char* data, size_t lengt
 
 int hid_read(hid_device* handle, unsigned char* data, size_t length) {
     auto guard = Calls::begin("hid_read", Calls::name(handle) + ", " + std::to_string(length));
-    if (!Calls::is_open("hid_read", handle))
+    if (!Calls::is_open("hid_read", handle)) {
         return -1;
+    }
     const auto hook = bus().hooks.read;
     guard.unlock();
-    if (hook)
-        if (const auto result = hook(*handle->pad, {data, length}))
+    if (hook) {
+        if (const auto result = hook(*handle->pad, {data, length})) {
             return *result;
+        }
+    }
     guard.lock();
-    if (!Calls::is_there(handle))
+    if (!Calls::is_there(handle)) {
         return -1;
+    }
     if (handle->pad->input_reports.empty()) {
-        if (!handle->nonblocking)
+        if (!handle->nonblocking) {
             Calls::misuse("hid_read would wait for ever: " + handle->pad->path);
+        }
         return 0;
     }
     Bytes input = std::move(handle->pad->input_reports.front());
@@ -562,8 +606,9 @@ int hid_read(hid_device* handle, unsigned char* data, size_t length) {
 
 int hid_set_nonblocking(hid_device* handle, int nonblock) {
     const auto guard = Calls::begin("hid_set_nonblocking", Calls::name(handle) + ", " + std::to_string(nonblock));
-    if (!Calls::is_open("hid_set_nonblocking", handle))
+    if (!Calls::is_open("hid_set_nonblocking", handle)) {
         return -1;
+    }
     handle->nonblocking = nonblock != 0;
     return 0;
 }
@@ -590,12 +635,15 @@ void libusb_set_debug(libusb_context*, int level) {
 
 ssize_t libusb_get_device_list(libusb_context*, libusb_device*** list) {
     const auto guard = Calls::begin("libusb_get_device_list", "");
-    if (bus().device_list_result < 0)
+    if (bus().device_list_result < 0) {
         return bus().device_list_result;
+    }
     std::vector<libusb_device*> nodes;
-    for (UsbDevice& model : Calls::usb_devices())
-        if (model.plugged)
+    for (UsbDevice& model : Calls::usb_devices()) {
+        if (model.plugged) {
             nodes.push_back(Calls::usb_node(model));
+        }
+    }
     *list = new libusb_device* [nodes.size() + 1] {};
     std::copy(nodes.begin(), nodes.end(), *list);
     Calls::list_given(*list);
@@ -604,10 +652,12 @@ ssize_t libusb_get_device_list(libusb_context*, libusb_device*** list) {
 
 void libusb_free_device_list(libusb_device** list, int unref_devices) {
     const auto guard = Calls::begin("libusb_free_device_list", std::to_string(unref_devices));
-    if (!list || !Calls::list_returned("libusb_free_device_list", list))
+    if (!list || !Calls::list_returned("libusb_free_device_list", list)) {
         return;
-    for (libusb_device** device = list; unref_devices && *device; ++device)
+    }
+    for (libusb_device** device = list; unref_devices && *device; ++device) {
         Calls::unrefer("libusb_free_device_list", *device);
+    }
     delete[] list;
 }
 
@@ -623,10 +673,12 @@ void libusb_unref_device(libusb_device* device) {
 
 int libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor* descriptor) {
     auto guard = Calls::begin("libusb_get_device_descriptor", Calls::name(device));
-    if (!Calls::is_alive("libusb_get_device_descriptor", device))
+    if (!Calls::is_alive("libusb_get_device_descriptor", device)) {
         return LIBUSB_ERROR_NO_DEVICE;
-    if (const auto result = Calls::ordered(guard, *device->model, "libusb_get_device_descriptor"))
+    }
+    if (const auto result = Calls::ordered(guard, *device->model, "libusb_get_device_descriptor")) {
         return *result;
+    }
     const UsbDevice& model = *device->model;
     *descriptor = {};
     descriptor->idVendor = model.vendor_id;
@@ -640,13 +692,16 @@ int libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor
 
 int libusb_get_config_descriptor(libusb_device* device, uint8_t index, libusb_config_descriptor** config) {
     auto guard =
-        Calls::begin("libusb_get_config_descriptor", Calls::name(device) + ", " + std::to_string(unsigned{index}));
-    if (!Calls::is_alive("libusb_get_config_descriptor", device))
+        Calls::begin("libusb_get_config_descriptor", Calls::name(device) + ", " + std::to_string(unsigned int{index}));
+    if (!Calls::is_alive("libusb_get_config_descriptor", device)) {
         return LIBUSB_ERROR_NO_DEVICE;
-    if (const auto result = Calls::ordered(guard, *device->model, "libusb_get_config_descriptor"))
+    }
+    if (const auto result = Calls::ordered(guard, *device->model, "libusb_get_config_descriptor")) {
         return *result;
-    if (index >= device->model->configurations.size())
+    }
+    if (index >= device->model->configurations.size()) {
         return LIBUSB_ERROR_NOT_FOUND;
+    }
     const auto& model = device->model->configurations[index];
     auto* interfaces = new libusb_interface[model.size()]{};
     for (std::size_t i = 0; i < model.size(); ++i) {
@@ -673,11 +728,13 @@ int libusb_get_config_descriptor(libusb_device* device, uint8_t index, libusb_co
 
 void libusb_free_config_descriptor(libusb_config_descriptor* config) {
     const auto guard = Calls::begin("libusb_free_config_descriptor", "");
-    if (!config || !Calls::list_returned("libusb_free_config_descriptor", config))
+    if (!config || !Calls::list_returned("libusb_free_config_descriptor", config)) {
         return;
+    }
     for (int i = 0; i < config->bNumInterfaces; ++i) {
-        for (int k = 0; k < config->interface[i].num_altsetting; ++k)
+        for (int k = 0; k < config->interface[i].num_altsetting; ++k) {
             delete[] config->interface[i].altsetting[k].endpoint;
+        }
         delete[] config->interface[i].altsetting;
     }
     delete[] config->interface;
@@ -687,16 +744,20 @@ void libusb_free_config_descriptor(libusb_config_descriptor* config) {
 int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char* data, int length) {
     auto guard =
         Calls::begin("libusb_get_string_descriptor_ascii",
-                     Calls::name(handle) + ", " + std::to_string(unsigned{index}) + ", " + std::to_string(length));
-    if (!Calls::is_open("libusb_get_string_descriptor_ascii", handle))
+                     Calls::name(handle) + ", " + std::to_string(unsigned int{index}) + ", " + std::to_string(length));
+    if (!Calls::is_open("libusb_get_string_descriptor_ascii", handle)) {
         return LIBUSB_ERROR_NO_DEVICE;
+    }
     UsbDevice& model = *handle->device->model;
-    if (const auto result = Calls::ordered(guard, model, "libusb_get_string_descriptor_ascii"))
+    if (const auto result = Calls::ordered(guard, model, "libusb_get_string_descriptor_ascii")) {
         return *result;
-    if (!model.plugged)
+    }
+    if (!model.plugged) {
         return LIBUSB_ERROR_NO_DEVICE;
-    if (index < 1 || index > 3)
+    }
+    if (index < 1 || index > 3) {
         return LIBUSB_ERROR_INVALID_PARAM;
+    }
     const std::string* texts[] = {&model.manufacturer, &model.product, &model.serial_number};
     const std::string text = texts[index - 1]->substr(0, static_cast<std::size_t>(length - 1));
     std::copy(text.begin(), text.end(), data);
@@ -706,20 +767,24 @@ int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t ind
 
 int libusb_open(libusb_device* device, libusb_device_handle** handle) {
     auto guard = Calls::begin("libusb_open", Calls::name(device));
-    if (!Calls::is_alive("libusb_open", device))
+    if (!Calls::is_alive("libusb_open", device)) {
         return LIBUSB_ERROR_NO_DEVICE;
-    if (const auto result = Calls::ordered(guard, *device->model, "libusb_open"); result && *result != 0)
+    }
+    if (const auto result = Calls::ordered(guard, *device->model, "libusb_open"); result && *result != 0) {
         return *result;
-    if (!device->model->plugged)
+    }
+    if (!device->model->plugged) {
         return LIBUSB_ERROR_NO_DEVICE;
+    }
     *handle = Calls::open(device);
     return 0;
 }
 
 void libusb_close(libusb_device_handle* handle) {
     const auto guard = Calls::begin("libusb_close", Calls::name(handle));
-    if (!Calls::is_open("libusb_close", handle))
+    if (!Calls::is_open("libusb_close", handle)) {
         return;
+    }
     handle->open = false;
     Calls::unrefer("libusb_close", handle->device);
 }
@@ -729,8 +794,9 @@ namespace {
 // The calls that name an interface succeed by default.
 int with_interface(const char* function, libusb_device_handle* handle, int interface) {
     auto guard = Calls::begin(function, Calls::name(handle) + ", " + std::to_string(interface));
-    if (!Calls::is_open(function, handle))
+    if (!Calls::is_open(function, handle)) {
         return LIBUSB_ERROR_NO_DEVICE;
+    }
     return Calls::ordered(guard, *handle->device->model, function).value_or(0);
 }
 
@@ -751,20 +817,24 @@ int libusb_claim_interface(libusb_device_handle* handle, int interface) {
 namespace {
 
 int bulk_in(libusb_device_handle* handle, unsigned char endpoint, std::span<unsigned char> data, int& transferred,
-            unsigned time_out) {
+            unsigned int time_out) {
     auto guard = Calls::begin("libusb_bulk_transfer",
                               Calls::transfer_text(handle, endpoint, std::to_string(data.size()), time_out));
-    if (!Calls::is_open("libusb_bulk_transfer", handle))
+    if (!Calls::is_open("libusb_bulk_transfer", handle)) {
         return LIBUSB_ERROR_NO_DEVICE;
+    }
     UsbDevice& model = *handle->device->model;
     const auto hook = bus().hooks.bulk_in;
     guard.unlock();
-    if (hook)
-        if (const auto result = hook(model, data, transferred))
+    if (hook) {
+        if (const auto result = hook(model, data, transferred)) {
             return *result;
+        }
+    }
     guard.lock();
-    if (!model.plugged)
+    if (!model.plugged) {
         return LIBUSB_ERROR_NO_DEVICE;
+    }
     if (model.incoming.empty()) {
         guard.unlock();
         bus().advance_us(std::int64_t{time_out} * 1000);
@@ -775,39 +845,45 @@ int bulk_in(libusb_device_handle* handle, unsigned char endpoint, std::span<unsi
     std::copy_n(next.begin(), count, data.begin());
     transferred = static_cast<int>(count);
     next.erase(next.begin(), next.begin() + transferred);
-    if (next.empty())
+    if (next.empty()) {
         model.incoming.pop_front();
+    }
     return 0;
 }
 
 int bulk_out(libusb_device_handle* handle, unsigned char endpoint, std::span<const unsigned char> data,
-             int& transferred, unsigned time_out) {
+             int& transferred, unsigned int time_out) {
     auto guard = Calls::begin("libusb_bulk_transfer", Calls::transfer_text(handle, endpoint, describe(data), time_out));
-    if (!Calls::is_open("libusb_bulk_transfer", handle))
+    if (!Calls::is_open("libusb_bulk_transfer", handle)) {
         return LIBUSB_ERROR_NO_DEVICE;
+    }
     UsbDevice& model = *handle->device->model;
     const auto hook = bus().hooks.bulk_out;
     guard.unlock();
-    if (hook)
-        if (const auto result = hook(model, data, transferred))
+    if (hook) {
+        if (const auto result = hook(model, data, transferred)) {
             return *result;
+        }
+    }
     guard.lock();
-    if (!model.plugged)
+    if (!model.plugged) {
         return LIBUSB_ERROR_NO_DEVICE;
+    }
     model.outgoing.emplace_back(data.begin(), data.end());
     transferred = static_cast<int>(data.size());
     const auto answer = model.answer;
     const Bytes sent = model.outgoing.back();
     guard.unlock();
-    if (answer)
+    if (answer) {
         answer(model, sent);
+    }
     return 0;
 }
 
 } // namespace
 
 int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data, int length,
-                         int* transferred, unsigned time_out) {
+                         int* transferred, unsigned int time_out) {
     const std::span bytes(data, static_cast<std::size_t>(length));
     return (endpoint & 0x80) != 0 ? bulk_in(handle, endpoint, bytes, *transferred, time_out)
                                   : bulk_out(handle, endpoint, bytes, *transferred, time_out);

@@ -85,12 +85,12 @@ struct HidInterface {
     std::deque<Bytes> feature_replies = {}; // handed out before the pad's own answers
     std::deque<Bytes> input_reports = {};
     bool plugged = true;
-    unsigned times_unplugged = 0;
+    unsigned int times_unplugged = 0;
 };
 
 // An interface of a pad that the library takes for this type: the first ids with it (occurrence 0), or a later pair.
-HidInterface pad_of_type(unsigned pad_type, std::string path = "1-1:1.0", int interface_number = 0,
-                         std::wstring serial_number = L"SN0001", unsigned occurrence = 0);
+HidInterface pad_of_type(unsigned int pad_type, std::string path = "1-1:1.0", int interface_number = 0,
+                         std::wstring serial_number = L"SN0001", unsigned int occurrence = 0);
 
 struct UsbEndpoint {
     std::uint8_t address = 0;
@@ -144,7 +144,7 @@ struct Hooks {
     Hook<std::optional<int>(HidInterface&, std::span<const unsigned char> report)> send_feature;
     Hook<std::optional<int>(HidInterface&, std::span<unsigned char> report)> get_feature;
     Hook<std::optional<int>(HidInterface&, std::span<unsigned char> report)> read;
-    Hook<void(unsigned microseconds)> usleep; // after the clock was moved
+    Hook<void(unsigned int microseconds)> usleep; // after the clock was moved
     // Which is the function's name.
     Hook<std::optional<int>(UsbDevice&, std::string_view which)> usb;
     // The result of a transfer, 0 or an error code; bytes moved are counted in transferred.
@@ -175,7 +175,7 @@ class Bus {
 
     std::vector<std::string> log(std::string_view function = {});
     std::vector<std::string> take_log(std::string_view function = {});
-    std::vector<unsigned> pauses();
+    std::vector<unsigned int> pauses();
     std::vector<std::string> misuses();
     int open_handles();
     int open_lists();
@@ -195,7 +195,7 @@ class Bus {
     std::vector<const void*> lists_;
     std::int64_t now_us_ = 0;
     std::vector<std::string> log_;
-    std::vector<unsigned> pauses_;
+    std::vector<unsigned int> pauses_;
     std::vector<std::string> misuses_;
 };
 
@@ -208,8 +208,9 @@ struct results {
 
     template <class... Arguments> std::optional<int> operator()(Arguments&&...) const {
         const auto guard = bus().lock();
-        if (remaining->empty())
+        if (remaining->empty()) {
             return std::nullopt;
+        }
         const int result = remaining->front();
         remaining->pop_front();
         return result;

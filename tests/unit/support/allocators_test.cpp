@@ -31,8 +31,9 @@ std::size_t pause_count = 0;
 bool print_pauses = false;
 
 bool fails(std::size_t size) {
-    if (size != failing_size || failures_left == 0)
+    if (size != failing_size || failures_left == 0) {
         return false;
+    }
     --failures_left;
     errno = ENOMEM;
     return true;
@@ -56,10 +57,12 @@ void* realloc(void* block, size_t size) noexcept {
 
 // Changes errno, as a sleep may that a signal ends.
 int usleep(useconds_t microseconds) {
-    if (pause_count < pauses.size())
+    if (pause_count < pauses.size()) {
         pauses[pause_count++] = microseconds;
-    if (print_pauses)
+    }
+    if (print_pauses) {
         std::fprintf(stderr, "pause %u\n", microseconds);
+    }
     errno = EINTR;
     return 0;
 }

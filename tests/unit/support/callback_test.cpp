@@ -40,8 +40,9 @@ void* as_callback(vxpad_logging_callback callback) {
 
 std::vector<std::string> texts() {
     std::vector<std::string> result;
-    for (const Delivered& one : delivered)
+    for (const Delivered& one : delivered) {
         result.emplace_back(one.text.begin(), one.text.end());
+    }
     return result;
 }
 
@@ -165,13 +166,16 @@ TEST_F(Callback, MayRunOnSeveralThreadsAtATime) {
     RegisterLoggingCallBackProcedure(as_callback([](void*, const char16_t*) { ++count; }), nullptr);
     count = 0;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
-            for (int call = 0; call < 100; ++call)
+            for (int call = 0; call < 100; ++call) {
                 TranslateErrorCode(0, nullptr, 0, nullptr);
+            }
         });
-    for (std::thread& thread : threads)
+    }
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(count, 400);
 }
 
@@ -210,7 +214,7 @@ TEST_F(Callback, GetsTheUserPointerThatItWasRegisteredWith) {
 
 // Initialized, and with something to say in the tear-down: a queue to be cleared.
 void start_receiving() {
-    standins::bus().hooks.usleep = [](unsigned) { std::this_thread::sleep_for(std::chrono::microseconds(100)); };
+    standins::bus().hooks.usleep = [](unsigned int) { std::this_thread::sleep_for(std::chrono::microseconds(100)); };
     Initialize();
     EXPECT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
 }
@@ -282,8 +286,9 @@ TEST_F(Callback, InitializeForgetsItBeforeItSearches) {
     RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
     delivered.clear();
     Initialize();
-    for (const std::string& text : texts())
+    for (const std::string& text : texts()) {
         EXPECT_EQ(text.find("Devices not found!"), std::string::npos) << text;
+    }
     delivered.clear();
     IsInitialized();
     EXPECT_THAT(delivered, IsEmpty());

@@ -39,8 +39,9 @@ ReadWatch watch;
 } // namespace
 
 extern "C" ssize_t read(int descriptor, void* buffer, size_t count) {
-    if (!watch.on)
+    if (!watch.on) {
         return syscall(SYS_read, descriptor, buffer, count);
+    }
     if (watch.fail_from >= 0 && watch.results.size() >= static_cast<std::size_t>(watch.fail_from)) {
         errno = EIO;
         watch.results.push_back(-1);
@@ -246,8 +247,9 @@ TEST_F(Files, LoadClosesItsFile) {
     const int before = dup(STDOUT_FILENO);
     close(before);
     unsigned int size = 0;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         Image(load_file(name.c_str(), &size), &std::free);
+    }
     const int after = dup(STDOUT_FILENO);
     close(after);
     EXPECT_EQ(after, before);

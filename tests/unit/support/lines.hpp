@@ -43,8 +43,9 @@ template <class Call> std::string written(int descriptor, Call call) {
         call();
         text = output.text();
     }
-    if (testing::Test::HasFailure()) // a report of the test's own may be part of it
+    if (testing::Test::HasFailure()) { // a report of the test's own may be part of it
         std::fputs(text.c_str(), stdout);
+    }
     return text;
 }
 
@@ -87,9 +88,11 @@ inline std::vector<Line> parse_errors(const std::string& output) {
 
 inline std::vector<std::string> texts(const std::vector<Line>& all, std::string_view colour = {}) {
     std::vector<std::string> result;
-    for (const Line& line : all)
-        if (colour.empty() || line.colour == colour)
+    for (const Line& line : all) {
+        if (colour.empty() || line.colour == colour) {
             result.push_back(line.text);
+        }
+    }
     return result;
 }
 

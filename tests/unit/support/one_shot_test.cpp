@@ -31,16 +31,18 @@ TEST(OneShotSignal, WakesEveryoneWhoWaits) {
     OneShot signal;
     std::atomic<int> awake = 0;
     std::vector<std::thread> waiting;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         waiting.emplace_back([&] {
             signal.wait();
             ++awake;
         });
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
     EXPECT_EQ(awake, 0);
     signal.give();
-    for (std::thread& thread : waiting)
+    for (std::thread& thread : waiting) {
         thread.join();
+    }
     EXPECT_EQ(awake, 3);
 }
 

@@ -23,8 +23,9 @@ std::string bytes_text(const Bytes& bytes) {
 
 std::string repeated(std::string_view text, int times) {
     std::string result;
-    for (int i = 0; i < times; ++i)
+    for (int i = 0; i < times; ++i) {
         result += text;
+    }
     return result;
 }
 
@@ -34,8 +35,9 @@ TEST(PrintBits, ShowsTheLowEightBitsMostSignificantFirst) {
         const char* text;
     } cases[] = {{0, "00000000"},     {5, "00000101"},  {0x80, "10000000"}, {0x1FF, "11111111"},
                  {0x100, "00000000"}, {-1, "11111111"}, {0xA6, "10100110"}};
-    for (const auto& one : cases)
+    for (const auto& one : cases) {
         EXPECT_STREQ(print_bits(one.value), one.text);
+    }
 }
 
 TEST(PrintBits, KeepsItsTextUntilTheNextCall) {
@@ -59,8 +61,9 @@ TEST(PrintBytes, OfNothingIsAnEmptyPairOfBrackets) {
 TEST(PrintBytes, DropsWhatDoesNotFitAndFrom340BytesOnTheClosingBracket) {
     EXPECT_EQ(bytes_text(Bytes(338, 0x5A)), "[ " + repeated("5A ", 338) + "]");
     EXPECT_EQ(bytes_text(Bytes(339, 0x5A)), "[ " + repeated("5A ", 339) + "]");
-    for (const std::size_t size : {340U, 341U, 1000U, 100000U})
+    for (const std::size_t size : {340U, 341U, 1000U, 100000U}) {
         EXPECT_EQ(bytes_text(Bytes(size, 0x5A)), "[ " + repeated("5A ", 340)) << size;
+    }
 }
 
 TEST(PrintBytes, LeavesNothingOfALongerTextBehind) {

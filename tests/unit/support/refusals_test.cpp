@@ -179,7 +179,7 @@ class Refusals : public testing::Test {
         bus().reset();
         bus().plug(standins::pad_of_type(9)).input_reports.assign(3, Bytes(64, 7));
         bus().plug(standins::vcom_pad());
-        bus().hooks.usleep = [](unsigned) { std::this_thread::sleep_for(std::chrono::microseconds(50)); };
+        bus().hooks.usleep = [](unsigned int) { std::this_thread::sleep_for(std::chrono::microseconds(50)); };
     }
 
     // A day at the counter, short.

@@ -19,8 +19,9 @@ namespace {
     std::array<char, 8192> text{};
     std::vsnprintf(text.data(), text.size(), format, arguments);
     entries().push_back({priority, text.data()});
-    if (echo)
+    if (echo) {
         std::fprintf(stderr, "syslog %d: %s", priority, text.data());
+    }
 }
 
 } // namespace

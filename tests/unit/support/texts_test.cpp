@@ -103,8 +103,9 @@ TEST_F(WideToLog, KeepsTextsUpTo253Characters) {
 }
 
 TEST_F(WideToLog, CutsAt254UnitsAndAlwaysEndsInATerminator) {
-    for (const std::size_t length : {254U, 255U, 256U, 300U, 5000U})
+    for (const std::size_t length : {254U, 255U, 256U, 300U, 5000U}) {
         EXPECT_EQ(print_wchar_to_asci(std::u16string(length, u'a').c_str()), std::string(254, 'a')) << length;
+    }
 }
 
 TEST_F(WideToLog, LeavesNothingOfALongerTextBehind) {
@@ -181,9 +182,10 @@ constexpr std::array<const char*, 40> status_texts{
 };
 
 TEST(StatusText, IsTheTablesTextOrUnknown) {
-    for (int code = 0; code < 256; ++code)
+    for (int code = 0; code < 256; ++code) {
         EXPECT_STREQ(vx_dev_strerror(static_cast<unsigned char>(code)),
                      code < 40 ? status_texts[static_cast<std::size_t>(code)] : "device: unknown error");
+    }
 }
 
 TEST(StatusText, DependsOnTheLowEightBitsOnly) {

@@ -85,11 +85,13 @@ void wait_in_the_past(long nanoseconds) {
 void make_too_many_keys() {
     std::vector<pthread_key_t> keys;
     pthread_key_t key{};
-    while (pthread_key_create(&key, nullptr) == 0)
+    while (pthread_key_create(&key, nullptr) == 0) {
         keys.push_back(key);
+    }
     Pthread_key_create(&key, nullptr);
-    for (const pthread_key_t one : keys)
+    for (const pthread_key_t one : keys) {
         pthread_key_delete(one);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, ThreadWrapper,
@@ -186,8 +188,9 @@ TEST_F(ThreadWrappers, PassTheirArgumentsOnAndStaySilentOnSuccess) {
                 return &mine.running;
             },
             &shared);
-        while (!shared.running)
+        while (!shared.running) {
             Pthread_cond_wait(&shared.begun, &shared.mutex);
+        }
         Pthread_mutex_unlock(&shared.mutex);
 
         void* result = nullptr;
@@ -205,23 +208,27 @@ TEST_F(ThreadWrappers, BroadcastWakesAllThatWait) {
     int waiting = 0;
     bool gone = false;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         threads.emplace_back([&] {
             Pthread_mutex_lock(&mutex);
             ++waiting;
             Pthread_cond_signal(&arrived);
-            while (!gone)
+            while (!gone) {
                 Pthread_cond_wait(&go, &mutex);
+            }
             Pthread_mutex_unlock(&mutex);
         });
+    }
     Pthread_mutex_lock(&mutex);
-    while (waiting < 3)
+    while (waiting < 3) {
         Pthread_cond_wait(&arrived, &mutex);
+    }
     gone = true;
     Pthread_cond_broadcast(&go);
     Pthread_mutex_unlock(&mutex);
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     pthread_cond_destroy(&go);
     pthread_cond_destroy(&arrived);
     pthread_mutex_destroy(&mutex);
@@ -242,8 +249,9 @@ TEST_F(ThreadWrappers, TimedWaitEndsSilentlyWhenSignalled) {
                       Pthread_cond_signal(&go);
                       Pthread_mutex_unlock(&mutex);
                   });
-                  while (!gone)
+                  while (!gone) {
                       Pthread_cond_timedwait(&go, &mutex, &deadline);
+                  }
                   pthread_mutex_unlock(&mutex);
                   signaller.join();
               }),
@@ -304,8 +312,9 @@ TEST_F(ThreadWrappers, SharedMutexesAreMarkedSo) {
 TEST_F(ThreadWrappers, OnceRunsARoutineOnce) {
     static int runs = 0;
     static pthread_once_t once = PTHREAD_ONCE_INIT;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         Pthread_once(&once, [] { ++runs; });
+    }
     EXPECT_EQ(runs, 1);
 }
 

@@ -282,13 +282,16 @@ TEST_F(Trace, LinesOfSeveralThreadsStayWhole) {
     constexpr int calls = 50;
     const auto printed = output_of([] {
         std::vector<std::thread> running;
-        for (int i = 0; i < threads; ++i)
+        for (int i = 0; i < threads; ++i) {
             running.emplace_back([] {
-                for (int call = 0; call < calls; ++call)
+                for (int call = 0; call < calls; ++call) {
                     IsInitialized();
+                }
             });
-        for (std::thread& thread : running)
+        }
+        for (std::thread& thread : running) {
             thread.join();
+        }
     });
     EXPECT_THAT(printed, SizeIs(threads * calls * 5));
 }
@@ -298,13 +301,16 @@ TEST_F(Trace, ErrorLinesOfSeveralThreadsStayWhole) {
     constexpr int calls = 50;
     const auto printed = errors_of([] {
         std::vector<std::thread> running;
-        for (int i = 0; i < threads; ++i)
+        for (int i = 0; i < threads; ++i) {
             running.emplace_back([] {
-                for (int call = 0; call < calls; ++call)
+                for (int call = 0; call < calls; ++call) {
                     fail_to_translate();
+                }
             });
-        for (std::thread& thread : running)
+        }
+        for (std::thread& thread : running) {
             thread.join();
+        }
     });
     EXPECT_THAT(printed, SizeIs(threads * calls));
 }

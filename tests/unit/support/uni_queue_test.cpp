@@ -88,8 +88,9 @@ TEST_F(Queue, GivesNothingWhileEmptyAndLeavesTheLengthAlone) {
 
 TEST_F(Queue, HandsOutTheVeryBuffersInTheOrderInWhichTheyCame) {
     std::vector<unsigned char*> added;
-    for (unsigned int length = 1; length <= 5; ++length)
+    for (unsigned int length = 1; length <= 5; ++length) {
         added.push_back(add(queue_, length));
+    }
     EXPECT_EQ(get_uni_queue_size(queue_), 5);
 
     for (unsigned int expected = 1; expected <= 5; ++expected) {
@@ -127,8 +128,9 @@ TEST_F(Queue, LinksItsFramesFromOldestToNewest) {
 }
 
 TEST_F(Queue, StaysUsableAfterAClear) {
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         add(queue_, 10);
+    }
     ASSERT_EQ(quiet_lock_queue(queue_), 0);
     clear_uni_queue(queue_);
     EXPECT_EQ(quiet_unlock_queue(queue_), 0);
@@ -140,8 +142,9 @@ TEST_F(Queue, StaysUsableAfterAClear) {
 }
 
 TEST_F(Queue, DestroyedWhileFullFreesItsFrames) { // the leak checker is the judge
-    for (unsigned int length = 1; length < 100; ++length)
+    for (unsigned int length = 1; length < 100; ++length) {
         add(queue_, length);
+    }
 }
 
 TEST_F(Queue, HoldsNoLockAfterAnAddition) {
@@ -209,8 +212,9 @@ TEST_F(Queue, QuietLockingIsNotTraced) {
 TEST_F(Queue, CarriesFramesBetweenThreadsInOrder) {
     constexpr unsigned int frames = 500;
     std::thread writer([&] {
-        for (unsigned int length = 1; length <= frames; ++length)
+        for (unsigned int length = 1; length <= frames; ++length) {
             add(queue_, length);
+        }
     });
     unsigned int expected = 1;
     while (expected <= frames) {

@@ -55,9 +55,10 @@ TEST_F(HidOpenTest, TimeSpentInsideTheCallsCounts) {
 }
 
 TEST_F(HidOpenTest, ClockThatIsSetBackDoesNotProlongTheTimeOut) {
-    bus().hooks.usleep = [](unsigned pause) {
-        if (pause == 400)
+    bus().hooks.usleep = [](unsigned int pause) {
+        if (pause == 400) {
             bus().advance_us(-3'600'000'000);
+        }
     };
     EXPECT_EQ(hid_open_dev("gone"), nullptr);
     EXPECT_LE(bus().pauses().size(), tries_until_time_out + 1);

@@ -21,7 +21,7 @@ class HidReportsTest : public CoreTest {
         CoreTest::TearDown();
     }
 
-    int read(Bytes& data) { return hid_feature_read(handle, data.data(), static_cast<unsigned>(data.size())); }
+    int read(Bytes& data) { return hid_feature_read(handle, data.data(), static_cast<unsigned int>(data.size())); }
 
     HidInterface& pad;
     hid_device_* handle;
@@ -31,7 +31,7 @@ class HidReportsTest : public CoreTest {
 
 struct Operation {
     const char* name;
-    int (*run)(hid_device_* handle, void* data, unsigned length);
+    int (*run)(hid_device_* handle, void* data, unsigned int length);
 };
 
 void PrintTo(const Operation& operation, std::ostream* out) {
@@ -44,9 +44,9 @@ INSTANTIATE_TEST_SUITE_P(
     All, HidArgumentsTest,
     testing::Values(Operation{"feature_read", hid_feature_read},
                     Operation{"feature_write",
-                              [](hid_device_* h, void* data, unsigned n) { return hid_feature_write(h, data, n); }},
+                              [](hid_device_* h, void* data, unsigned int n) { return hid_feature_write(h, data, n); }},
                     Operation{"output_write",
-                              [](hid_device_* h, void* data, unsigned n) { return hid_output_write(h, data, n); }},
+                              [](hid_device_* h, void* data, unsigned int n) { return hid_output_write(h, data, n); }},
                     Operation{"input_read", hid_input_read}),
     [](const auto& test) { return test.param.name; });
 
@@ -160,7 +160,7 @@ TEST_F(HidReportsTest, NoNegativeLengthIsTakenForACompleteRead) {
 
 struct Writer {
     const char* name;
-    int (*write)(hid_device_* handle, const void* data, unsigned length);
+    int (*write)(hid_device_* handle, const void* data, unsigned int length);
     const char* trace;
 };
 
@@ -170,7 +170,9 @@ void PrintTo(const Writer& writer, std::ostream* out) {
 
 class HidWriteTest : public HidReportsTest, public testing::WithParamInterface<Writer> {
   protected:
-    int write(const Bytes& data) { return GetParam().write(handle, data.data(), static_cast<unsigned>(data.size())); }
+    int write(const Bytes& data) {
+        return GetParam().write(handle, data.data(), static_cast<unsigned int>(data.size()));
+    }
 };
 
 INSTANTIATE_TEST_SUITE_P(All, HidWriteTest,

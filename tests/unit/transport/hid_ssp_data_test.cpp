@@ -10,8 +10,9 @@ Bytes frame(unsigned char command, unsigned char status, unsigned char first = 1
     Bytes bytes(64);
     bytes[0] = command;
     bytes[1] = status;
-    for (std::size_t i = 2; i < bytes.size(); ++i)
+    for (std::size_t i = 2; i < bytes.size(); ++i) {
         bytes[i] = static_cast<unsigned char>(first + i - 2);
+    }
     return bytes;
 }
 
@@ -28,8 +29,8 @@ class HidSspDataTest : public CoreTest {
         CoreTest::TearDown();
     }
 
-    int read(Bytes& data, unsigned time_out = 100, unsigned char request = 0) {
-        return hid_read_ssp_data(handle, data.data(), static_cast<unsigned>(data.size()), time_out, request);
+    int read(Bytes& data, unsigned int time_out = 100, unsigned char request = 0) {
+        return hid_read_ssp_data(handle, data.data(), static_cast<unsigned int>(data.size()), time_out, request);
     }
 
     HidInterface& pad;
@@ -77,8 +78,9 @@ TEST_F(HidSspDataTest, ArgumentsAreCheckedInOrderHandleSizeData) {
 }
 
 TEST_F(HidSspDataTest, PadWithAnErrorStatusIsAskedAgainAtOnce) {
-    for (const unsigned char status : Bytes{7, 255, 1})
+    for (const unsigned char status : Bytes{7, 255, 1}) {
         pad.feature_replies.push_back(frame(write_framebuf_data, status));
+    }
     pad.feature_replies.push_back(frame(write_framebuf_data, 0));
     Bytes data(62);
     EXPECT_EQ(read(data), 62);

@@ -96,7 +96,7 @@ TEST_F(OpenCloseTest, OnlyThePlainFunctionsTakeTheLock) {
         locked.push_back(record.locked());
         return std::optional(0);
     };
-    bus().hooks.usleep = [&](unsigned) { locked.push_back(record.locked()); };
+    bus().hooks.usleep = [&](unsigned int) { locked.push_back(record.locked()); };
     core_open_dev(record.get());
     EXPECT_FALSE(record.locked());
     core_close_dev(record.get());

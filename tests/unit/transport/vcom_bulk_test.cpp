@@ -14,11 +14,11 @@ class VcomBulkTest : public CoreTest {
     }
 
     libusb_device_handle* handle() { return (*record)->vcom_handle; }
-    int receive_bytes(Bytes& data, unsigned time_out = 100) {
+    int receive_bytes(Bytes& data, unsigned int time_out = 100) {
         return usb_data_receive(handle(), 0x81, data.data(), static_cast<int>(data.size()), time_out);
     }
     int send_bytes(Bytes data) { return usb_data_send(handle(), 0x01, data.data(), static_cast<int>(data.size())); }
-    int read(Bytes& data, unsigned time_out, unsigned char nonzero) {
+    int read(Bytes& data, unsigned int time_out, unsigned char nonzero) {
         return vcom_read_ssp_data(record->get(), data.data(), static_cast<int>(data.size()), time_out, nonzero);
     }
 
@@ -214,8 +214,9 @@ TEST_F(VcomBulkTest, ReadClearsTheBufferBeforeEachTransfer) {
     EXPECT_EQ(read(data, 100, 1), 1);
     EXPECT_EQ(data, (Bytes{7, 0, 0, 0}));
     bus().hooks.bulk_in = [calls = 0](UsbDevice&, std::span<unsigned char> dirty, int&) mutable {
-        if (calls++ > 0)
+        if (calls++ > 0) {
             return std::optional<int>();
+        }
         std::fill(dirty.begin(), dirty.end(), static_cast<unsigned char>(9));
         return std::optional(0);
     };
@@ -237,8 +238,9 @@ TEST_F(VcomBulkTest, ReadEndsInTheLastKeptResult) {
     EXPECT_THAT(said(), Says("usb_data_receive return 0, NO DATA, try again...."));
     bus().hooks.bulk_in = results({LIBUSB_ERROR_TIMEOUT, 0, 0, 0, 0, 0, 0, 0, 0, 0});
     EXPECT_EQ(read(data, 100, 1), LIBUSB_ERROR_TIMEOUT);
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         pad.incoming.emplace_back(4);
+    }
     bus().hooks = {};
     forget();
     EXPECT_EQ(read(data, 100, 1), -1);

@@ -69,7 +69,7 @@ TEST_F(SspBaseMessageTest, LegacyMessageIsBuiltFromItsPayload) {
     for (const std::size_t size : {1U, 2U, 63U, 64U}) {
         const Bytes payload = counting(size);
         unsigned char* message = nullptr;
-        ASSERT_EQ(ssp_base_message_old_message_create(payload.data(), static_cast<unsigned>(size), &message),
+        ASSERT_EQ(ssp_base_message_old_message_create(payload.data(), static_cast<unsigned int>(size), &message),
                   static_cast<int>(size + 1));
         EXPECT_EQ(Bytes(message, message + size + 1), legacy(payload));
         std::free(message);

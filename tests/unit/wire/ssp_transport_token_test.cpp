@@ -15,7 +15,7 @@ class SspTransportTokenTest : public CoreTest {
     static Bytes frame(const Bytes& message) {
         unsigned char* out = nullptr;
         const int size =
-            ssp_base_message_to_transport_token_data(message.data(), static_cast<unsigned>(message.size()), &out);
+            ssp_base_message_to_transport_token_data(message.data(), static_cast<unsigned int>(message.size()), &out);
         const Bytes stream = size < 0 ? Bytes{} : Bytes(out, out + size);
         std::free(out);
         return stream;
@@ -26,7 +26,7 @@ class SspTransportTokenTest : public CoreTest {
     std::vector<Bytes> take_frames() {
         std::vector<Bytes> frames;
         while (get_uni_queue_size(queue) > 0) {
-            unsigned length = 0;
+            unsigned int length = 0;
             auto* bytes = static_cast<unsigned char*>(get_uni_frame(queue, &length));
             frames.emplace_back(bytes, bytes + length);
             std::free(bytes);
@@ -162,8 +162,9 @@ TEST_F(SspTransportTokenTest, BadArgumentsOfParsing) {
 Bytes random_bytes(std::mt19937& random, std::size_t size) {
     constexpr unsigned char often[] = {0xAA, 0xAA, 0x55, 0x55, 2, 2, 0, 0, 1, 0xA5};
     Bytes bytes(size);
-    for (unsigned char& byte : bytes)
+    for (unsigned char& byte : bytes) {
         byte = random() % 16 == 0 ? static_cast<unsigned char>(random()) : often[random() % std::size(often)];
+    }
     return bytes;
 }
 
@@ -214,8 +215,9 @@ TEST_F(SspTransportTokenTest, FramesRandomMessagesAsTheModelDoesAndGetsThemBack)
 TEST_F(SspTransportTokenTest, LongMessagesAreFramedAndParsedWhole) {
     Bytes message(65'539);
     std::mt19937 random(1);
-    for (unsigned char& byte : message)
+    for (unsigned char& byte : message) {
         byte = static_cast<unsigned char>(random());
+    }
     EXPECT_THAT(frames_of(frame(message)), ElementsAre(message));
     const Bytes only_markers = [] {
         Bytes pairs;

@@ -20,8 +20,9 @@ struct TokenModel {
         std::size_t token = 0;
         Bytes collected;
         const auto take = [&](std::size_t count, std::size_t advance) {
-            for (std::size_t i = 0; i < count; ++i)
+            for (std::size_t i = 0; i < count; ++i) {
                 collected.push_back(data[position + i]);
+            }
             position += advance;
             remaining -= advance;
         };
@@ -56,8 +57,9 @@ struct TokenModel {
         return data[at] == 0xAA && data[at + 1] == 0x55 && data[at + 2] == type;
     }
     void end_frame(Bytes& collected) {
-        if (started && !collected.empty())
+        if (started && !collected.empty()) {
             frames.push_back(collected);
+        }
         collected.clear();
     }
     void move_to_start(std::size_t from, std::size_t total) {
