@@ -691,8 +691,8 @@ int libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor
 }
 
 int libusb_get_config_descriptor(libusb_device* device, uint8_t index, libusb_config_descriptor** config) {
-    auto guard =
-        Calls::begin("libusb_get_config_descriptor", Calls::name(device) + ", " + std::to_string(unsigned int{index}));
+    auto guard = Calls::begin("libusb_get_config_descriptor",
+                              Calls::name(device) + ", " + std::to_string(static_cast<unsigned int>(index)));
     if (!Calls::is_alive("libusb_get_config_descriptor", device)) {
         return LIBUSB_ERROR_NO_DEVICE;
     }
@@ -742,9 +742,9 @@ void libusb_free_config_descriptor(libusb_config_descriptor* config) {
 }
 
 int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char* data, int length) {
-    auto guard =
-        Calls::begin("libusb_get_string_descriptor_ascii",
-                     Calls::name(handle) + ", " + std::to_string(unsigned int{index}) + ", " + std::to_string(length));
+    auto guard = Calls::begin("libusb_get_string_descriptor_ascii",
+                              Calls::name(handle) + ", " + std::to_string(static_cast<unsigned int>(index)) + ", " +
+                                  std::to_string(length));
     if (!Calls::is_open("libusb_get_string_descriptor_ascii", handle)) {
         return LIBUSB_ERROR_NO_DEVICE;
     }
