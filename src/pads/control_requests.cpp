@@ -1,5 +1,5 @@
 // Requests to the current pad: facts about it, and reports of one of its interfaces by number.
-#include "pads/current_pad.hpp"
+#include "pads/interface_request.hpp"
 
 #include <cstring>
 #include <optional>
@@ -44,39 +44,54 @@ int packet_size(trace::Location where, vx_device& pad, int (*of_hid)(vx_device*)
     return size.value_or(-1);
 }
 
-enum class Locking { here, in_transfer };
+struct NumberQuery {
+    std::int64_t (*number)(const vx_device& pad);
+    const char* before; // in the information line
+    const char* behind;
+    bool is_hexadecimal;
+};
 
-// The four transfers differ in the prefix of their error texts, in who takes the record's lock and in the core call.
-template <typename Move>
-int transfer(trace::Location where, const char* prefix, Locking locking, unsigned int interface_number,
-             const void* data, int data_size, Move move) {
-    return current_pad::request(where, [&](vx_device& pad) {
-        if (data == nullptr) {
-            trace::error(where, "%sdata of VXPAD_vx_ioctl() is NULL", prefix[0] == '\0' ? "*" : prefix);
-            return -1;
+constexpr NumberQuery product_id{[](const vx_device& pad) -> std::int64_t { return pad.product_id; },
+                                 "Pad's product ID: ", "", false};
+constexpr NumberQuery vendor_id{[](const vx_device& pad) -> std::int64_t { return pad.vendor_id; },
+                                "Pad's vendor ID: ", "", false};
+constexpr NumberQuery bcd_device{[](const vx_device& pad) -> std::int64_t { return pad.bcdDevice; },
+                                 "Pad's bcdDevice: ", "", true};
+constexpr NumberQuery count_of_interfaces{[](const vx_device& pad) -> std::int64_t { return pad.count_of_interfaces; },
+                                          "Pad's have ", " interfaces", false};
+
+int answer_number(trace::Location where, const NumberQuery& query) {
+    return current_pad::answer(where, [&](vx_device& pad) {
+        const int number = static_cast<int>(query.number(pad));
+        if (query.is_hexadecimal) {
+            VX_INFO_AT(where, "%s%x%s", query.before, static_cast<unsigned int>(number), query.behind);
+        } else {
+            VX_INFO_AT(where, "%s%d%s", query.before, number, query.behind);
         }
-        if (data_size < 1) {
-            trace::error(where, "%sdata_size of VXPAD_vx_ioctl() <= 0", prefix);
-            return -1;
-        }
-        const current_pad::KeepOpen keep_open{pad, interface_number};
-        vx_device* device = current_pad::find_interface(
-            where, pad, prefix, interface_number,
-            [](trace::Location at, unsigned int index) { trace::error(at, "Error, interfaces[%d] is NULL", index); });
-        if (device == nullptr) {
-            return -1;
-        }
-        trace::Lock lock{locking == Locking::here ? device->device_lock : nullptr,
-                         "dev_shared->current_device->device_lock", where};
-        return move(device, static_cast<unsigned int>(data_size));
+        return number;
     });
 }
+
+void say_missing_record(trace::Location where, unsigned int index) {
+    trace::error(where, "Error, interfaces[%d] is NULL", index);
+}
+
+// The transfers differ in the prefix of their error texts, in who takes the record's lock and in the call.
+constexpr InterfaceRequestTexts set_feature{"", "*", registry::Missing::traced, say_missing_record};
+constexpr InterfaceRequestTexts get_feature{"get_hid_feature_from_interface->", "get_hid_feature_from_interface->",
+                                            registry::Missing::traced, say_missing_record};
+constexpr InterfaceRequestTexts set_output{"set_hid_output_to_interface->", "set_hid_output_to_interface->",
+                                           registry::Missing::traced, say_missing_record};
+constexpr InterfaceRequestTexts get_input{"get_hid_input_from_interface->", "get_hid_input_from_interface->",
+                                          registry::Missing::traced, say_missing_record};
+
+constexpr const char* lock_name = "dev_shared->current_device->device_lock";
 
 } // namespace
 
 int core_get_pad_settings(char* dst) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::answer(scope.where(), [&](vx_device& pad) {
         if (dst == nullptr || pad.szPadSettings[0] == '\0') {
             return -1;
         }
@@ -88,7 +103,7 @@ int core_get_pad_settings(char* dst) {
 
 int core_get_serial_number(char* dst) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::answer(scope.where(), [&](vx_device& pad) {
         if (dst == nullptr) {
             trace::error(scope.where(), "%s", no_buffer);
             return -1;
@@ -100,7 +115,7 @@ int core_get_serial_number(char* dst) {
 
 int core_get_pad_name(char* dst) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::answer(scope.where(), [&](vx_device& pad) {
         return copy_named(scope.where(), dst, pad.product, "Error, Pad Name of current device not available",
                           "Pad Name of current dev");
     }));
@@ -108,7 +123,7 @@ int core_get_pad_name(char* dst) {
 
 int core_get_pad_manufacturer(char* dst) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::answer(scope.where(), [&](vx_device& pad) {
         return copy_named(scope.where(), dst, pad.manufacturer,
                           "Error, Pad manufacturer of current device not available",
                           "Pad's manufacturer of current dev");
@@ -117,78 +132,75 @@ int core_get_pad_manufacturer(char* dst) {
 
 int core_get_pad_product_id() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
-        VX_INFO_AT(scope.where(), "Pad's product ID: %d", pad.product_id);
-        return static_cast<int>(pad.product_id);
-    }));
+    return scope.exit(answer_number(scope.where(), product_id));
 }
 
 int core_get_vendor_id() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
-        VX_INFO_AT(scope.where(), "Pad's vendor ID: %d", pad.vendor_id);
-        return static_cast<int>(pad.vendor_id);
-    }));
+    return scope.exit(answer_number(scope.where(), vendor_id));
 }
 
 int core_get_pad_bcd_device() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
-        VX_INFO_AT(scope.where(), "Pad's bcdDevice: %x", pad.bcdDevice);
-        return static_cast<int>(pad.bcdDevice);
-    }));
+    return scope.exit(answer_number(scope.where(), bcd_device));
 }
 
 int core_get_count_of_hid_interfaces() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
-        VX_INFO_AT(scope.where(), "Pad's have %d interfaces", pad.count_of_interfaces);
-        return static_cast<int>(pad.count_of_interfaces);
-    }));
+    return scope.exit(answer_number(scope.where(), count_of_interfaces));
 }
 
 int core_get_max_packet_size_of_out_endpoint() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::answer(scope.where(), [&](vx_device& pad) {
         return packet_size(scope.where(), pad, hid_get_max_packet_size_of_out_endpoint, pad.ep_out_max_packet_size);
     }));
 }
 
 int core_get_max_packet_size_of_input_report() {
     trace::Scope scope{VX_HERE};
-    return scope.exit(current_pad::request(scope.where(), [&](vx_device& pad) {
+    return scope.exit(current_pad::answer(scope.where(), [&](vx_device& pad) {
         return packet_size(scope.where(), pad, hid_get_max_packet_size_of_input_report, pad.ep_in_max_packet_size);
     }));
 }
 
 int core_set_hid_feature_report(unsigned int interface_number, const void* data, int data_size) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(transfer(
-        scope.where(), "", Locking::here, interface_number, data, data_size, [&](vx_device* device, unsigned int size) {
-            if (interface_number == 0) {
-                VX_INFO_AT(scope.where(), "Going to call hid_feature_write(data_size: %d)", size);
-            }
-            return core_feature_write(device, data, size);
-        }));
+    InterfaceRequest request{scope.where(), set_feature, data, data_size};
+    int result = -1;
+    if (vx_device* interface = request.interface(interface_number)) {
+        const trace::Lock lock{interface->device_lock, lock_name, scope.where()};
+        if (interface_number == 0) {
+            VX_INFO("Going to call hid_feature_write(data_size: %d)", data_size);
+        }
+        result = core_feature_write(interface, data, request.data_size());
+    }
+    return scope.exit(request.checked(result));
 }
 
 int core_get_hid_feature_report(unsigned int interface_number, void* data, int data_size) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(
-        transfer(scope.where(), "get_hid_feature_from_interface->", Locking::here, interface_number, data, data_size,
-                 [&](vx_device* device, unsigned int size) { return core_feature_read(device, data, size); }));
+    InterfaceRequest request{scope.where(), get_feature, data, data_size};
+    int result = -1;
+    if (vx_device* interface = request.interface(interface_number)) {
+        const trace::Lock lock{interface->device_lock, lock_name, scope.where()};
+        result = core_feature_read(interface, data, request.data_size());
+    }
+    return scope.exit(request.checked(result));
 }
 
 int core_set_unsync_hid_output_report(unsigned int interface_number, const void* data, int data_size) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(transfer(
-        scope.where(), "set_hid_output_to_interface->", Locking::in_transfer, interface_number, data, data_size,
-        [&](vx_device* device, unsigned int size) { return core_output_write(device, data, size); }));
+    InterfaceRequest request{scope.where(), set_output, data, data_size};
+    vx_device* interface = request.interface(interface_number);
+    return scope.exit(
+        request.checked(interface == nullptr ? -1 : core_output_write(interface, data, request.data_size())));
 }
 
 int core_get_hid_input_report(unsigned int interface_number, void* data, int data_size) {
     trace::Scope scope{VX_HERE};
+    InterfaceRequest request{scope.where(), get_input, data, data_size};
+    vx_device* interface = request.interface(interface_number);
     return scope.exit(
-        transfer(scope.where(), "get_hid_input_from_interface->", Locking::in_transfer, interface_number, data,
-                 data_size, [&](vx_device* device, unsigned int size) { return core_input_read(device, data, size); }));
+        request.checked(interface == nullptr ? -1 : core_input_read(interface, data, request.data_size())));
 }

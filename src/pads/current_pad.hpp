@@ -39,14 +39,13 @@ vx_device* find(const char* settings);
 // reopened, but only when no other thread can find the pad unready: its own lock is held, or its user leaves it open.
 int make_current(const char* settings, trace::Lock& choice);
 
-// Runs request(pad) and then the removed check, with which every request to the current pad ends. -1 without a pad.
-template <typename Request>
-int request(trace::Location where, Request request, registry::Missing missing = registry::Missing::traced) {
-    vx_device* pad = registry::find_current(where, missing);
+// Runs query(pad) and then the removed check, with which every request to the current pad ends. -1 without a pad.
+template <typename Query> int answer(trace::Location where, Query query) {
+    vx_device* pad = registry::find_current(where);
     if (pad == nullptr) {
         return -1;
     }
-    int result = request(*pad);
+    int result = query(*pad);
     core_catch_is_dev_was_removed(&result);
     return result;
 }
