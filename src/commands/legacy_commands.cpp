@@ -2,6 +2,7 @@
 #include "exchange/ssp_engine.hpp"
 #include "support/clock.hpp"
 #include "transport/open_close.hpp"
+#include "transport/record.hpp"
 #include "transport/usb_id_tables.hpp"
 #include "wire/little_endian.hpp"
 
@@ -198,7 +199,7 @@ int __core_get_status(vx_device* device, flags_status* status) {
             std::memcpy(status->flags, &reply[6], sizeof status->flags);
             return scope.exit(0);
         }
-        if (registry::was_removed(*device)) {
+        if (record::was_removed(*device)) {
             break;
         }
     }
@@ -297,7 +298,7 @@ int core_ssp_biodata_sending(vx_device* device, int on) {
             break;
         }
         if (result == transport_lost) {
-            registry::mark_removed(*device);
+            record::mark_removed(*device);
             break;
         }
         pause = std::min(pause, pause_cap_us);
@@ -307,11 +308,11 @@ int core_ssp_biodata_sending(vx_device* device, int on) {
         VX_INFO("failed, going to try again after usleep(%d)", pause);
         usleep(pause);
         pause = 2 * pause + 1000;
-        if (registry::was_removed(*device)) {
+        if (record::was_removed(*device)) {
             break;
         }
     }
-    if (registry::was_removed(*device)) {
+    if (record::was_removed(*device)) {
         VX_ERROR("we lost device..");
     }
     return scope.exit(result);
@@ -323,9 +324,9 @@ static int switch_biodata(trace::Location where, int on) {
     if (device == nullptr) {
         return -1;
     }
-    const auto is_open_as_vcom = [&] { return registry::load(device->vcom_handle) != nullptr; };
+    const auto is_open_as_vcom = [&] { return record::load(device->vcom_handle) != nullptr; };
     const bool is_vcom =
-        device->vcom_device == nullptr ? is_open_as_vcom() : registry::look_at_handles(where, *device, is_open_as_vcom);
+        device->vcom_device == nullptr ? is_open_as_vcom() : record::look_at_handles(where, *device, is_open_as_vcom);
     int result = is_vcom ? core_ssp_biodata_sending(device, on) : 0;
     if (result != 0) {
         trace::Lock lock{device->device_lock, "dev_shared->current_device->device_lock", where};

@@ -1,7 +1,7 @@
 // Configuration variables of a pad and the buttons that they configure.
 #include "commands/signpad_mode.hpp"
 #include "support/clock.hpp"
-#include "transport/registry.hpp"
+#include "transport/record.hpp"
 #include "wire/little_endian.hpp"
 
 #include <algorithm>
@@ -193,7 +193,7 @@ int ssp_common_check_configuration_state(vx_device* device) {
     Stopwatch stopwatch;
     for (int elapsed_time = 0; elapsed_time < wait_limit_ms; elapsed_time = stopwatch.elapsed_ms()) {
         int answer = ssp_common_get_conf_state(device);
-        if (answer < 0 && registry::was_removed(*device)) {
+        if (answer < 0 && record::was_removed(*device)) {
             answer = component_request::device_lost; // no query can end otherwise, nor does it take time
         }
         if (answer >= 0 || answer == component_request::device_lost) {

@@ -1,5 +1,6 @@
 // Reports of one record, whatever its transport.
 #include "transport/open_close.hpp"
+#include "transport/record.hpp"
 
 namespace {
 
@@ -27,9 +28,9 @@ int transfer(trace::Location where, Direction direction, Locking locking, vx_dev
         return -1;
     }
     const auto is_open = [&] {
-        return registry::load(device->hid) != nullptr || registry::load(device->vcom_handle) != nullptr;
+        return record::load(device->hid) != nullptr || record::load(device->vcom_handle) != nullptr;
     };
-    if (!(locking == Locking::takes_lock ? registry::look_at_handles(where, *device, is_open) : is_open())) {
+    if (!(locking == Locking::takes_lock ? record::look_at_handles(where, *device, is_open) : is_open())) {
         trace::error(where, "Error, device pointers: *hid and *vcom_handle are NULL");
         return -1;
     }
@@ -56,7 +57,7 @@ int packet_size(trace::Location where, vx_device* device, int size) {
         trace::error(where, "Wrong device pointers, current_device is NULL...");
         return -1;
     }
-    if (registry::load(device->hid) == nullptr) {
+    if (record::load(device->hid) == nullptr) {
         trace::error(where, "dev_shared->current_device->hid is NULL...");
         return -1;
     }

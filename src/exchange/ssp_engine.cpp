@@ -3,6 +3,7 @@
 // What is read is parsed into frames and sorted into the record's two queues: pen data, and everything else. Only the
 // last frame of a batch can go on in the next read; it is put back in front of that read as it would have come.
 #include "exchange/ssp_engine.hpp"
+#include "transport/record.hpp"
 
 #include "support/clock.hpp"
 #include "support/owners.hpp"
@@ -39,7 +40,7 @@ bool is_vcom(const vx_device& device) {
 }
 
 void tell_if_lost(trace::Location where, vx_device& device) {
-    if (registry::was_removed(device)) {
+    if (record::was_removed(device)) {
         trace::error(where, "we lost device..");
     }
 }
@@ -48,7 +49,7 @@ int send_vcom(trace::Location where, vx_device& device, std::span<unsigned char>
     const int result = usb_data_send(device.vcom_handle, device.ep_out, framed.data(), static_cast<int>(framed.size()));
     if (result != 0) {
         if (result == transport_lost) {
-            registry::mark_removed(device);
+            record::mark_removed(device);
         }
         trace::error(where, "Error of send/write data by usb_data_send(), it returns: %d", result);
     }
@@ -239,7 +240,7 @@ class Receiver {
 
     // Before a question is put: nothing that waits may be taken for its answer.
     static void make_way(trace::Location where, vx_device& device) {
-        if ((device.reports_due > 0 || may_be_left_over(device)) && !registry::was_removed(device)) {
+        if ((device.reports_due > 0 || may_be_left_over(device)) && !record::was_removed(device)) {
             Receiver{where, device, 0, 0, 0}.absorb();
         } else {
             drop_unfinished_reply(where, device);
@@ -287,7 +288,7 @@ class Receiver {
             count = usb_data_receive(device_.vcom_handle, device_.ep_in, rest.data(), static_cast<int>(rest.size()),
                                      absorbing_read_ms);
             if (count == transport_lost) {
-                registry::mark_removed(device_);
+                record::mark_removed(device_);
             }
             failed_ = count < 0 && count != timed_out;
         } else {
@@ -415,7 +416,7 @@ class Receiver {
         if (is_vcom(device_)) {
             last_count_ = vcom_read_ssp_data(&device_, room.data(), static_cast<int>(size), time_out_, first);
             if (last_count_ == transport_lost) {
-                registry::mark_removed(device_);
+                record::mark_removed(device_);
             }
             if (last_count_ < 1 && last_count_ != timed_out) {
                 trace::error(where_, "Error, vcom_read_ssp_data() return: %d", last_count_);
@@ -585,7 +586,7 @@ void ssp_engine::expect_left_over(vx_device& device) {
 bool ssp_engine::absorb(trace::Location where, vx_device& device) {
     const bool is_open = device.hid != nullptr || device.vcom_handle != nullptr;
     expect_left_over(device);
-    return is_open && !registry::was_removed(device) && Receiver{where, device, 0, 0, 0}.absorb();
+    return is_open && !record::was_removed(device) && Receiver{where, device, 0, 0, 0}.absorb();
 }
 
 int __send_ssp_message(vx_device* device, void* data, unsigned int length) {

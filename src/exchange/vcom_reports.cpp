@@ -2,7 +2,7 @@
 #include "exchange/ssp_engine.hpp"
 #include "support/arguments.hpp"
 #include "support/owners.hpp"
-#include "transport/registry.hpp"
+#include "transport/record.hpp"
 
 #include <algorithm>
 #include <array>
@@ -54,7 +54,7 @@ int send_report(trace::Location where, vx_device* device, const void* data, unsi
     }
     const int result = __send_ssp_message(device, message, static_cast<unsigned int>(size));
     if (result == no_device) {
-        registry::mark_removed(*device);
+        record::mark_removed(*device);
     }
     if (result != 0) {
         trace::error(where, "__send_ssp_message() failed with return code %d", result);
@@ -107,7 +107,7 @@ int vcom_input_read(vx_device* device, void* data, unsigned int length) {
     const int result =
         __receive_ssp_message(device, message.bytes.data(), &message.size, input_time_out_ms, 0, pen_data_queue);
     if (result == no_device) {
-        registry::mark_removed(*device);
+        record::mark_removed(*device);
         return scope.exit(result);
     }
     if (result != 0) {

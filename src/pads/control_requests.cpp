@@ -1,5 +1,6 @@
 // Requests to the current pad: facts about it, and reports of one of its interfaces by number.
 #include "pads/interface_request.hpp"
+#include "transport/record.hpp"
 
 #include <cstring>
 #include <optional>
@@ -34,12 +35,12 @@ int copy_named(trace::Location where, char* dst, const char* text, const char* e
 
 // Looks at the transport that is open: HID first, then VCOM.
 int packet_size(trace::Location where, vx_device& pad, int (*of_hid)(vx_device*), std::uint32_t of_vcom) {
-    const auto size = registry::look_at_handles(where, pad, [&]() -> std::optional<int> {
-        const int hid_size = registry::load(pad.hid) != nullptr ? of_hid(&pad) : -1;
+    const auto size = record::look_at_handles(where, pad, [&]() -> std::optional<int> {
+        const int hid_size = record::load(pad.hid) != nullptr ? of_hid(&pad) : -1;
         if (hid_size >= 0) {
             return hid_size;
         }
-        return registry::load(pad.vcom_handle) != nullptr ? std::optional{static_cast<int>(of_vcom)} : std::nullopt;
+        return record::load(pad.vcom_handle) != nullptr ? std::optional{static_cast<int>(of_vcom)} : std::nullopt;
     });
     return size.value_or(-1);
 }

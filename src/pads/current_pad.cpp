@@ -1,4 +1,5 @@
 #include "pads/current_pad.hpp"
+#include "transport/record.hpp"
 
 #include "transport/open_close.hpp"
 
@@ -18,13 +19,13 @@ vx_device* record_of(vx_device& pad, unsigned int interface_number) {
 
 KeepOpen::KeepOpen(vx_device& pad, unsigned int interface_number) : interface_{record_of(pad, interface_number)} {
     if (interface_ != nullptr) {
-        registry::add_keepers(*interface_, 1);
+        record::add_keepers(*interface_, 1);
     }
 }
 
 KeepOpen::~KeepOpen() {
     if (interface_ != nullptr) {
-        registry::add_keepers(*interface_, -1);
+        record::add_keepers(*interface_, -1);
     }
 }
 
@@ -59,8 +60,8 @@ vx_device* find_interface(trace::Location where, vx_device& pad, const char* pre
         return nullptr;
     }
     // Interfaces do not go one by one: where this one cannot be opened, the pad has gone.
-    if (!registry::was_removed(pad) && !open_close::opens(*interface)) {
-        registry::mark_removed(pad);
+    if (!record::was_removed(pad) && !open_close::opens(*interface)) {
+        record::mark_removed(pad);
     }
     return interface;
 }

@@ -1,7 +1,7 @@
 // Requests to the current pad and to one of its interfaces by number.
 #pragma once
 
-#include "transport/registry.hpp"
+#include "pads/registry.hpp"
 
 namespace current_pad {
 

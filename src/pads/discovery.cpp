@@ -3,6 +3,7 @@
 #include "pads/current_pad.hpp"
 #include "pads/hid_search.hpp"
 #include "support/owners.hpp"
+#include "transport/record.hpp"
 
 #include <cstring>
 #include <hidapi/hidapi.h>
@@ -15,7 +16,7 @@ constexpr int core_false = 0;
 
 // A pad that has gone is not asked.
 void clear_signature_rectangle(vx_device& pad) {
-    if (registry::has_signature_rectangle(pad) && !registry::was_removed(pad)) {
+    if (registry::has_signature_rectangle(pad) && !record::was_removed(pad)) {
         core_create_signature_rectangle(&pad, 0, 0, 0, 0, 0);
     }
 }
@@ -31,7 +32,7 @@ enum class KeptOpen { closed_too, left_open };
 
 // With the record's lock held.
 void close(vx_device& device, KeptOpen kept_open) {
-    if (kept_open == KeptOpen::closed_too || !registry::is_kept_open(device)) {
+    if (kept_open == KeptOpen::closed_too || !record::is_kept_open(device)) {
         __core_close_dev(&device);
     }
 }
@@ -49,12 +50,12 @@ void close_further_interfaces(trace::Location where, vx_device& pad, AfterClosin
             continue;
         }
         if (interface->in_use != 0) {
-            if (kept_open == KeptOpen::closed_too || !registry::is_kept_open(*interface)) {
+            if (kept_open == KeptOpen::closed_too || !record::is_kept_open(*interface)) {
                 trace::Lock lock{interface->device_lock, "device->device_lock", where};
                 close(*interface, kept_open);
             }
             if (then == AfterClosing::clear) {
-                registry::clear_record(*interface);
+                registry::retire(*interface);
             }
         }
     }
@@ -90,8 +91,7 @@ void take_in_unread_answers(trace::Location where, vx_device& pad) {
 
 // Whether reopening changes nothing: the pad is in use and open.
 bool stays_open(vx_device& pad) {
-    return registry::is_kept_open(pad) &&
-           (registry::load(pad.hid) != nullptr || registry::load(pad.vcom_handle) != nullptr);
+    return record::is_kept_open(pad) && (record::load(pad.hid) != nullptr || record::load(pad.vcom_handle) != nullptr);
 }
 
 // core_reopen_devs(); the choice is that of current_pad::make_current().
@@ -110,8 +110,8 @@ int reopen(vx_registry* pads, trace::Lock& choice) {
     if (lock.is_held() || !stays_open(*current)) {
         lock.lock();
         close(*current, KeptOpen::left_open);
-        if (!registry::was_removed(*current) && __core_open_dev(current) != 0) {
-            registry::mark_removed(*current);
+        if (!record::was_removed(*current) && __core_open_dev(current) != 0) {
+            record::mark_removed(*current);
         }
     }
     scope.exit(true);
@@ -224,7 +224,7 @@ int core_close_all_devs_clear_mem(vx_registry* pads) {
         take_in_unread_answers(VX_HERE, pad);
         core_close_dev(&pad);
         --pads->count_of_devices;
-        registry::clear_record(pad);
+        registry::retire(pad);
     }
     scope.exit(true);
     return core_true;

@@ -1,9 +1,11 @@
 #include "pads/hid_search.hpp"
 
+#include "pads/registration.hpp"
+#include "pads/registry.hpp"
 #include "support/owners.hpp"
 #include "support/text.hpp"
 #include "support/wchar_tools.hpp"
-#include "transport/registry.hpp"
+#include "transport/record.hpp"
 
 #include <atomic>
 #include <hidapi/hidapi.h>
@@ -55,7 +57,7 @@ class Search {
             return false;
         }
         text::print(device.device_uid, "%x%x%s", device.vendor_id, device.product_id, device.serial_number);
-        if (!registry::derive_pad_type(where_, device)) {
+        if (!registration::derive_pad_type(where_, device)) {
             // Never cleared on purpose: behind an unknown device nothing more of this search is registered.
             skip_ = true;
         }
@@ -63,7 +65,7 @@ class Search {
         hid_device* hid = device.hid;
         if (!skip_) {
             device.hid = nullptr;
-            registry::create_lock(device);
+            record::create_lock(device);
             device.send_ssp_message = __send_ssp_message;
             device.receive_ssp_message = __receive_ssp_message;
             take_over(device);
@@ -98,7 +100,8 @@ class Search {
     }
 
     void take_over(vx_device& device) {
-        if (registry::take_over(where_, pads_, device, registry::Transport::hid)) {
+        if (registration::take_over(where_, pads_, device, registration::Transport::hid) ==
+            registration::SearchResult::is_count_of_devices) {
             result_ = pads_.count_of_devices;
         }
     }

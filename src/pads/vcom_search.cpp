@@ -2,9 +2,11 @@
 #include VXPADCOM_USB_IDS_FILE
 
 #include "exchange/ssp_engine.hpp"
+#include "pads/registration.hpp"
+#include "pads/registry.hpp"
 #include "support/owners.hpp"
 #include "support/text.hpp"
-#include "transport/registry.hpp"
+#include "transport/record.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -181,7 +183,7 @@ class Search {
         if (is_pad && !skip_) {
             take_over(record);
         } else {
-            registry::clear_record(record);
+            record::clear(record);
         }
         VX_INFO_AT(where_, "before libusb_close(vcom_handle);");
         vcom_close_dev(handle);
@@ -206,7 +208,7 @@ class Search {
     bool describe(vx_device& record, libusb_device* device) {
         claim(where_, record, device);
         record.vcom_device = libusb_ref_device(device);
-        registry::create_lock(record);
+        record::create_lock(record);
         record.send_ssp_message = __send_ssp_message;
         record.receive_ssp_message = __receive_ssp_message;
         int result = greet(record);
@@ -220,7 +222,7 @@ class Search {
         }
         record.was_removed = 0;
         text::print(record.device_uid, "%x%x%s", record.vendor_id, record.product_id, record.serial_number);
-        if (!registry::derive_pad_type(where_, record)) {
+        if (!registration::derive_pad_type(where_, record)) {
             // Never cleared on purpose: behind an unknown device nothing more of this search is registered.
             skip_ = true;
         }
@@ -233,7 +235,8 @@ class Search {
     }
 
     void take_over(vx_device& record) {
-        if (registry::take_over(where_, pads_, record, registry::Transport::vcom)) {
+        if (registration::take_over(where_, pads_, record, registration::Transport::vcom) ==
+            registration::SearchResult::is_count_of_devices) {
             result_ = pads_.count_of_devices;
         }
     }

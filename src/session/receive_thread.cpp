@@ -1,4 +1,5 @@
 #include "session/receive_thread.hpp"
+#include "transport/record.hpp"
 
 #include "pads/current_pad.hpp"
 #include "session/call.hpp"
@@ -110,7 +111,7 @@ unsigned long queued(uni_queue* queue) {
 void start_routine(ReceiveThread& thread) {
     Call call{VX_HERE};
     Removal removal = Removal::to_be_told;
-    if (call.select(thread.device) != 0 && registry::was_removed(thread.pad)) {
+    if (call.select(thread.device) != 0 && record::was_removed(thread.pad)) {
         removal = Removal::told; // of the pad, and perhaps to another interface's thread only
         thread.running = 0;
     }

@@ -1,5 +1,6 @@
 // Opening and closing one record on its transport.
 #include "transport/open_close.hpp"
+#include "transport/record.hpp"
 
 // A path is set when any of its bytes is.
 static bool has_path(const vx_device& device) {
@@ -14,14 +15,14 @@ int __core_open_dev(vx_device* device) {
     }
     int result = 0;
     if (device->vcom_handle == nullptr && device->vcom_device != nullptr) {
-        registry::store(device->vcom_handle, vcom_open_dev(device->vcom_device));
+        record::store(device->vcom_handle, vcom_open_dev(device->vcom_device));
         if (device->vcom_handle == nullptr) {
             VX_ERROR("Error, vcom_open_dev() returned NULL");
             result = -1;
         }
     }
     if (device->hid == nullptr && has_path(*device)) {
-        registry::store(device->hid, hid_open_dev(device->hid_path));
+        record::store(device->hid, hid_open_dev(device->hid_path));
         if (device->hid == nullptr) {
             VX_ERROR("Error, hid_open_dev() returned NULL");
             result = -1;
@@ -56,11 +57,11 @@ void __core_close_dev(vx_device* device) {
     }
     if (device->vcom_handle != nullptr) {
         vcom_close_dev(device->vcom_handle);
-        registry::store<libusb_device_handle>(device->vcom_handle, nullptr);
+        record::store<libusb_device_handle>(device->vcom_handle, nullptr);
     }
     if (device->hid != nullptr) {
         hid_close_dev(device->hid);
-        registry::store<hid_device_>(device->hid, nullptr);
+        record::store<hid_device_>(device->hid, nullptr);
     }
 }
 
@@ -77,7 +78,7 @@ void core_close_dev(vx_device* device) {
 int open_close::recover(vx_device& device) {
     __core_close_dev(&device);
     if (__core_open_dev(&device) != 0) {
-        registry::mark_removed(device);
+        record::mark_removed(device);
         return registry::removed_result;
     }
     return -1;

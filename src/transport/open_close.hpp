@@ -1,7 +1,7 @@
 // Opening a record, and its recovery after a failed exchange.
 #pragma once
 
-#include "transport/registry.hpp"
+#include "transport/record.hpp"
 
 namespace open_close {
 

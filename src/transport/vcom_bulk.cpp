@@ -2,7 +2,7 @@
 #include "support/arguments.hpp"
 #include "support/clock.hpp"
 #include "support/print_helpers.hpp"
-#include "transport/registry.hpp"
+#include "transport/record.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -130,7 +130,7 @@ int vcom_read_ssp_data(vx_device* device, void* data, int data_size, unsigned in
             result = count;
             VX_NOTE("usb_data_receive return LIBUSB_ERROR_TIMEOUT, try again....");
         } else if (count == LIBUSB_ERROR_NO_DEVICE) {
-            registry::mark_removed(*device);
+            record::mark_removed(*device);
             return scope.exit(count);
         } else if (count < 0) {
             VX_ERROR("usb_data_receive() failed with return code %d", count);
