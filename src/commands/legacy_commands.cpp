@@ -1,6 +1,8 @@
 // The fixed commands: a 64-byte feature report to the pad and one back, tried three times with growing pauses.
 #include "exchange/ssp_engine.hpp"
+#include "pads/registry.hpp"
 #include "support/clock.hpp"
+#include "support/result.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
 #include "transport/usb_id_tables.hpp"

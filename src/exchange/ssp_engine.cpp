@@ -7,6 +7,7 @@
 
 #include "support/clock.hpp"
 #include "support/owners.hpp"
+#include "support/result.hpp"
 #include "transport/open_close.hpp"
 #include "wire/ssp_base_message.hpp"
 #include "wire/ssp_transport_token.hpp"
@@ -661,8 +662,8 @@ int __receive_ssp_message(vx_device* device, void* data, unsigned int* length, u
     if (result != 0 && legacy == 0 && selector != 1 && device->replies_due > 0) {
         ssp_engine::expect_left_over(*device);
     }
-    if (result != 0 && open_close::recover(*device) == registry::removed_result) {
-        result = registry::removed_result;
+    if (result != 0 && open_close::recover(*device) == result::removed) {
+        result = result::removed;
     }
     tell_if_lost(VX_HERE, *device);
     VX_NOTE("END queue       ssp_input_read: %d", get_uni_queue_size(device->ssp_input_read));

@@ -1,5 +1,6 @@
 #include "pads/registry.hpp"
 
+#include "support/result.hpp"
 #include "transport/record.hpp"
 
 #include <algorithm>
@@ -120,6 +121,6 @@ void core_catch_is_dev_was_removed(int* result) {
     trace::Scope scope{VX_HERE};
     vx_device* device = registry::find_current(VX_HERE);
     if (device != nullptr && record::was_removed(*device)) {
-        *result = registry::removed_result;
+        *result = result::removed;
     }
 }

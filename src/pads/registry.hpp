@@ -7,8 +7,6 @@
 
 namespace registry {
 
-constexpr int removed_result = -20;
-
 // The library's registry; null while the core is not initialised.
 vx_registry* get();
 void set(vx_registry* instance);

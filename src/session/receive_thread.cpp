@@ -6,6 +6,7 @@
 #include "support/detached_thread.hpp"
 #include "support/memory.hpp"
 #include "support/owners.hpp"
+#include "support/result.hpp"
 #include "support/timer_slack.hpp"
 
 #include <algorithm>
@@ -98,7 +99,7 @@ Removal switch_pen_data(Call& call, const ReceiveThread& thread, const PenDataSw
     } else {
         call.core_failed(result, to.core_name, failure, thread.device, thread.interface_number);
     }
-    return result == registry::removed_result ? Removal::told : removal;
+    return result == result::removed ? Removal::told : removal;
 }
 
 unsigned long queued(uni_queue* queue) {

@@ -4,6 +4,7 @@
 #include "session/interface_state.hpp"
 #include "support/callback_pair.hpp"
 #include "support/detached_thread.hpp"
+#include "support/result.hpp"
 
 namespace {
 
@@ -33,7 +34,7 @@ void removal::set_callback(vxpad_device_callback callback, void* user_specific) 
 
 void catch_removing_device(int code, unsigned int device, unsigned int interface_number) {
     trace::Scope scope{VX_HERE};
-    if (code != registry::removed_result) {
+    if (code != result::removed) {
         return;
     }
     interface_state::ask_to_stop(device, interface_number);

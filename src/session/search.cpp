@@ -2,6 +2,7 @@
 
 #include "pads/current_pad.hpp"
 #include "session/selection.hpp"
+#include "support/result.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -15,7 +16,7 @@ constexpr int most_pads = device_list::slots - 1;
 // and the pads behind it are there.
 int settings_of_current(char* settings) {
     const int length = core_get_pad_settings(settings);
-    if (length != registry::removed_result) {
+    if (length != result::removed) {
         return length;
     }
     const std::size_t known = strnlen(current_pad::get()->szPadSettings, 255);
@@ -43,7 +44,7 @@ bool index_current(trace::Location where, int number) {
 // False where the core has no further pad.
 bool advance_core(trace::Location where) {
     const int result = core_set_device_to_current(nullptr);
-    if (result == 0 || result == registry::removed_result) {
+    if (result == 0 || result == result::removed) {
         return true;
     }
     if (result == 1) {

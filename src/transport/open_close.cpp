@@ -1,5 +1,7 @@
 // Opening and closing one record on its transport.
 #include "transport/open_close.hpp"
+
+#include "support/result.hpp"
 #include "transport/record.hpp"
 
 // A path is set when any of its bytes is.
@@ -79,7 +81,7 @@ int open_close::recover(vx_device& device) {
     __core_close_dev(&device);
     if (__core_open_dev(&device) != 0) {
         record::mark_removed(device);
-        return registry::removed_result;
+        return result::removed;
     }
     return -1;
 }

@@ -9,7 +9,7 @@ namespace open_close {
 bool opens(vx_device& device);
 
 // Closes the record and opens it again, with its lock held. -1 where the pad is still there, though the exchange is
-// lost; -20 and the record marked where it is gone.
+// lost; result::removed and the record marked where it is gone.
 int recover(vx_device& device);
 
 } // namespace open_close

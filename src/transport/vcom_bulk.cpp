@@ -2,6 +2,7 @@
 #include "support/arguments.hpp"
 #include "support/clock.hpp"
 #include "support/print_helpers.hpp"
+#include "support/result.hpp"
 #include "transport/record.hpp"
 
 #include <algorithm>
@@ -15,6 +16,8 @@ constexpr unsigned int send_time_out_ms = 1000;
 constexpr int send_attempts = 3;
 constexpr useconds_t first_send_pause_us = 1000; // then twice as long and 500 more
 constexpr useconds_t zero_data_pause_us = 1000;
+
+static_assert(int{result::transport_lost} == LIBUSB_ERROR_NO_DEVICE && int{result::timed_out} == LIBUSB_ERROR_TIMEOUT);
 
 // In the texts of refused arguments.
 constexpr const char* size_name = "unsigned int data_size";
