@@ -53,13 +53,13 @@ void tear_down() {
 }
 
 // A thread that the tear-down waits for would wait for itself. It is inside a callback that must not do so.
-bool may_tear_down(trace::Location where) {
-    const bool may = !detached_thread::is_counted();
-    if (!may) {
+bool expect_no_own_call(trace::Location where) {
+    const bool is_free = !detached_thread::is_counted();
+    if (!is_free) {
         trace::error(where, "Error, %s() was called by a callback that must not call it: nothing is done",
                      where.function);
     }
-    return may;
+    return is_free;
 }
 
 // Selects a pad for the enumeration: its number, or 0 with the reason in the log.
@@ -100,7 +100,7 @@ wchar_tools::Text shown(const char16_t* text, int units) {
 
 int Initialize() {
     trace::Scope scope{VX_HERE};
-    if (!may_tear_down(VX_HERE)) {
+    if (!expect_no_own_call(VX_HERE)) {
         return scope.exit(0);
     }
     VX_LOCK(general_lock, &gen_thread_mutex_lock);
@@ -119,7 +119,7 @@ int Initialize() {
 
 int Deinitialize() {
     trace::Scope scope{VX_HERE};
-    if (!may_tear_down(VX_HERE)) {
+    if (!expect_no_own_call(VX_HERE)) {
         return scope.exit(0);
     }
     VX_LOCK(general_lock, &gen_thread_mutex_lock);

@@ -120,7 +120,7 @@ bool find_endpoints(trace::Location where, vx_device& record, libusb_device* dev
 }
 
 // The last vendor's devices are pads only where their manufacturer string begins with a pad maker's name.
-bool is_made_by_pad_maker(trace::Location where, const vx_device& record, std::uint32_t vendor_id) {
+bool expect_pad_maker(trace::Location where, const vx_device& record, std::uint32_t vendor_id) {
     VX_INFO_AT(where, "Check manufacturer string for vendor ID: 0x%x", vendor_id);
     const bool accepted =
         std::any_of(usb_ids::vcom_named_makers.begin(), usb_ids::vcom_named_makers.end(), [&](std::string_view maker) {
@@ -194,7 +194,7 @@ class Search {
     // What the device says of itself, before a word is spoken with it as a pad.
     bool identify(vx_device& record, libusb_device* device, const libusb_device_descriptor& descriptor) {
         text::print(record.manufacturer, "%s", String(where_, record.vcom_handle, descriptor.iManufacturer).text);
-        if (descriptor.idVendor == named_vendor_ && !is_made_by_pad_maker(where_, record, descriptor.idVendor)) {
+        if (descriptor.idVendor == named_vendor_ && !expect_pad_maker(where_, record, descriptor.idVendor)) {
             return false;
         }
         text::print(record.product, "%s", String(where_, record.vcom_handle, descriptor.iProduct).text);

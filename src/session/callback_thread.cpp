@@ -15,7 +15,6 @@ using interface_state::Interface;
 namespace callback_thread {
 namespace {
 
-constexpr std::size_t block_size = 64;
 constexpr useconds_t no_queue_pause_us = 500'000;
 constexpr useconds_t first_delay_us = 1'500; // while the queue is empty; as much longer each time
 constexpr useconds_t longest_delay_us = 300'000;
@@ -30,7 +29,7 @@ struct CallbackThread {
 // One frame for the application, and whom it was for when it was taken.
 struct Delivery {
     CallbackPair<vxpad_data_callback>::Pair to;
-    unsigned char block[block_size] = {};
+    unsigned char block[interface_state::data_size] = {};
 };
 
 // What a pass of the loop found.
@@ -49,7 +48,7 @@ std::optional<Delivery> take_frame(const Interface& interface) {
     }
     Delivery delivery{interface.processing_input_report};
     // A frame's buffer is never smaller than the block, and zero behind its report.
-    std::copy_n(frame.get(), block_size, delivery.block);
+    std::copy_n(frame.get(), interface_state::data_size, delivery.block);
     return delivery;
 }
 
@@ -104,7 +103,8 @@ void pirc_routine(CallbackThread& thread) {
         }
         if (pass.delivery) {
             const auto [callback, user_specific] = pass.delivery->to;
-            callback(user_specific, thread.device, thread.interface_number, pass.delivery->block, block_size);
+            callback(user_specific, thread.device, thread.interface_number, pass.delivery->block,
+                     interface_state::data_size);
         } else {
             usleep(pass.pause_us);
         }

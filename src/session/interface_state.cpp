@@ -30,8 +30,8 @@ void ask_to_stop(unsigned int device, unsigned int interface_number) {
     }
     if (Interface* interface = find(device, interface_number)) {
         trace::Lock lock{&interface->info_lock, info_lock_name, scope.where()};
-        if (interface->info) {
-            interface->info->running = 0;
+        if (interface->receiving) {
+            interface->receiving->running = 0;
         }
     }
 }
@@ -62,7 +62,7 @@ void clear(trace::Location where) {
         }
         if (interface.starts != 0) {
             trace::Lock lock{&interface.info_lock, info_lock_name, where};
-            interface.info.reset();
+            interface.receiving.reset();
             interface.leaving.reset();
             interface.starts = 0;
         }

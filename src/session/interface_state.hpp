@@ -28,13 +28,16 @@ namespace interface_state {
 
 constexpr unsigned int interfaces = 8;
 
+// Bytes that a data callback is given, and that every queued report therefore has room for.
+constexpr std::size_t data_size = 64;
+
 // Order of the locks, outermost first: dev_list_short_lock, the callback's, info_lock.
 struct Interface {
     // Guards the receive threads. No call is made while it is held.
     pthread_mutex_t info_lock = PTHREAD_MUTEX_INITIALIZER;
-    std::shared_ptr<ReceiveThread> info;    // stays when the thread ended by itself, until it is stopped
-    std::shared_ptr<ReceiveThread> leaving; // stopped before it, and perhaps not yet gone
-    unsigned int starts = 0;                // how many threads there were
+    std::shared_ptr<ReceiveThread> receiving; // stays when the thread ended by itself, until it is stopped
+    std::shared_ptr<ReceiveThread> leaving;   // stopped before it, and perhaps not yet gone
+    unsigned int starts = 0;                  // how many threads there were
 
     uni_queue* uqueue = nullptr; // from the first start to the tear-down
 

@@ -21,7 +21,6 @@ namespace {
 
 constexpr useconds_t read_pause_us = 500;
 constexpr useconds_t error_pause_us = 900'000;
-constexpr std::size_t smallest_frame = 64; // what a data callback is given
 
 // Memory that the queue takes over.
 struct Frame {
@@ -41,8 +40,8 @@ int read_file(unsigned int device, unsigned int interface_number, Frame& frame) 
                                           device, interface_number));
     }
     if (!frame.bytes) {
-        frame.bytes.reset(
-            static_cast<unsigned char*>(Calloc(1, std::max(smallest_frame, static_cast<std::size_t>(size)))));
+        frame.bytes.reset(static_cast<unsigned char*>(
+            Calloc(1, std::max(interface_state::data_size, static_cast<std::size_t>(size)))));
     }
     const int result = core_get_hid_input_report(interface_number, frame.bytes.get(), size);
     if (result == size) {
@@ -158,7 +157,7 @@ Started start(trace::Location where, unsigned int device, unsigned int interface
         trace::error(where, "Error: incorrect device value: %d", static_cast<int>(device));
         return Started::no;
     }
-    if (!device_list::is_indexed(where, device)) {
+    if (!device_list::expect_indexed(where, device)) {
         return Started::no;
     }
     Interface* interface = interface_state::find(device, interface_number);
@@ -179,12 +178,12 @@ Started start(trace::Location where, unsigned int device, unsigned int interface
     }
     {
         trace::Lock lock{&interface->info_lock, interface_state::info_lock_name, where};
-        if (interface->info || (interface->leaving && !interface->leaving->ended.is_given())) {
+        if (interface->receiving || (interface->leaving && !interface->leaving->ended.is_given())) {
             return Started::meanwhile_by_another;
         }
         interface->leaving.reset();
         thread = checked::make_shared<ReceiveThread>(*pad, interface->uqueue, device, interface_number);
-        interface->info = thread;
+        interface->receiving = thread;
         ++interface->starts;
     }
     thread->self = thread;
@@ -197,14 +196,14 @@ Started start(trace::Location where, unsigned int device, unsigned int interface
         signal->give(); // another thread may wait already
     }
     trace::Lock lock{&interface->info_lock, interface_state::info_lock_name, where};
-    if (interface->info == thread) {
-        interface->info.reset();
+    if (interface->receiving == thread) {
+        interface->receiving.reset();
     }
     return Started::no;
 }
 
 // Whether a number may have a receive thread; says why not.
-bool is_stoppable(trace::Location where, unsigned int device) {
+bool expect_stoppable(trace::Location where, unsigned int device) {
     trace::Lock lock{&dev_list_short_lock, "&dev_list_short_lock", where};
     if (device_list::table() == nullptr) {
         return false;
@@ -226,9 +225,9 @@ bool reap(trace::Location where, Interface& interface, std::optional<unsigned in
         if (last_start && interface.starts != *last_start) {
             return false;
         }
-        taken = interface.info != nullptr;
+        taken = interface.receiving != nullptr;
         if (taken) {
-            interface.leaving = std::move(interface.info);
+            interface.leaving = std::move(interface.receiving);
         }
         thread = interface.leaving;
     }
@@ -275,7 +274,7 @@ int start_thread(unsigned int device, unsigned int interface_number) {
 
 void stop_thread(unsigned int device, unsigned int interface_number, std::optional<unsigned int> last_start) {
     trace::Scope scope{VX_HERE};
-    if (!is_stoppable(scope.where(), device)) {
+    if (!expect_stoppable(scope.where(), device)) {
         return;
     }
     Interface* interface = interface_state::find(device, interface_number);

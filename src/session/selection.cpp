@@ -13,8 +13,8 @@ using device_list::Table;
 constexpr const char* not_initialized = "dev_shared_short is NULL.. Use Initialize() first.";
 
 // Whether a number names a pad that can be selected; says why not.
-bool is_selectable(trace::Location where, const Table& table, unsigned int device) {
-    if (!device_list::is_indexed(where, device)) {
+bool expect_selectable(trace::Location where, const Table& table, unsigned int device) {
+    if (!device_list::expect_indexed(where, device)) {
         return false;
     }
     if (table.devices[device].pad_settings[0] == '\0') {
@@ -55,7 +55,7 @@ int select(trace::Location where, unsigned int device, ListLock list_locking, tr
         trace::error(where, "Error: incorrect device value: %d", static_cast<int>(device));
         return -1;
     }
-    if (!is_selectable(where, *table, device)) {
+    if (!expect_selectable(where, *table, device)) {
         return -1;
     }
     vx_device* pad = nullptr;
@@ -129,7 +129,7 @@ int get_current_dev() {
         return scope.exit(-1);
     }
     const unsigned int current = table->current;
-    if (!is_selectable(scope.where(), *table, current)) {
+    if (!expect_selectable(scope.where(), *table, current)) {
         return scope.exit(-1);
     }
     VX_INFO("Current device: %d, pad_settings: %s", current, table->devices[current].pad_settings);
