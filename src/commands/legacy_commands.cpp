@@ -1,12 +1,11 @@
 // The fixed commands: a 64-byte feature report to the pad and one back, tried three times with growing pauses.
 #include "exchange/ssp_engine.hpp"
-#include "pads/registry.hpp"
 #include "support/clock.hpp"
 #include "support/result.hpp"
 #include "transport/open_close.hpp"
-#include "transport/record.hpp"
 #include "transport/usb_id_tables.hpp"
 #include "wire/little_endian.hpp"
+#include "transport/record.hpp"
 
 #include <algorithm>
 #include <array>
@@ -34,7 +33,6 @@ constexpr unsigned int first_complaint = 32; // answers with another mode, after
 constexpr useconds_t type_8_settle_us = 1'000'000;
 constexpr int mode_time_out_ms = 3000;
 constexpr int biodata_time_out_ms = 3000;
-constexpr int transport_lost = -4;
 constexpr std::size_t current_mode_byte = 5; // of flags_status
 
 // Counts failed attempts and pauses after each.
@@ -299,7 +297,7 @@ int core_ssp_biodata_sending(vx_device* device, int on) {
         if (result >= 0) {
             break;
         }
-        if (result == transport_lost) {
+        if (result == result::transport_lost) {
             record::mark_removed(*device);
             break;
         }

@@ -1,6 +1,8 @@
 // Configuration variables of a pad and the buttons that they configure.
-#include "commands/signpad_mode.hpp"
+#include "commands/component_request.hpp"
+#include "commands/signpad_modes.hpp"
 #include "support/clock.hpp"
+#include "support/result.hpp"
 #include "transport/record.hpp"
 #include "wire/little_endian.hpp"
 
@@ -11,13 +13,15 @@
 
 namespace {
 
-using component_request::Answer;
+using component_link::Answer;
+using component_request::Request;
 
-enum MessageId : unsigned char {
-    get_state = 0x10,
-    set_variable = 0x14,
-    persist_variable = 0x17,
-};
+constexpr Request to_handler(unsigned char message_id) {
+    return {component_request::ct_conf_handler, message_id, component_request::data_sender, component_request::no_data};
+}
+constexpr Request get_state = to_handler(0x10);
+constexpr Request set_variable = to_handler(0x14);
+constexpr Request persist_variable = to_handler(0x17);
 
 enum State { idle = 0, CHS_WAITING = 1, CHS_RUNNING = 2, done = 3, failed = 4 };
 
@@ -65,20 +69,12 @@ constexpr vx_conf_key conf_keys[] = {
     {0, 0, ""},
 };
 
-Answer ask_handler(trace::Location where, vx_device* device, MessageId message_id,
-                   std::span<const unsigned char> data) {
-    return component_request::perform(where, device,
-                                      {component_request::ct_conf_handler, message_id, data,
-                                       component_request::data_sender, component_request::no_reply});
-}
-
 // Sets or persists a variable between two waits for an idle handler.
-int change(trace::Location where, vx_device* device, MessageId message_id, const char* key, const char* value) {
-    if (component_request::is_missing(where, device) || key == nullptr || value == nullptr) {
+int change(trace::Location where, vx_device* device, const Request& request, const char* key, const char* value) {
+    if (!component_link::expect_device(where, device) || key == nullptr || value == nullptr) {
         return -1;
     }
-    if (const int id = ssp_common_component_id_get_id(device, component_request::ct_conf_handler); id < 0) {
-        trace::error(where, "Error of getting Component ID, ssp_common_component_id_get_id() return %d", id);
+    if (const int id = component_request::look_up(where, device, request.component); id < 0) {
         return id;
     }
     VariableData data{};
@@ -86,11 +82,11 @@ int change(trace::Location where, vx_device* device, MessageId message_id, const
     std::copy_n(value, strnlen(value, value_size), data.begin() + key_size);
 
     ssp_common_check_configuration_state(device);
-    const Answer answer = ask_handler(where, device, message_id, data);
+    const Answer answer = component_request::perform(where, device, request, data);
     if (!answer.reply) {
         return -1;
     }
-    if (const int result = cmduni_reply_check_cc(answer.reply->data(), message_id); result != 0) {
+    if (const int result = cmduni_reply_check_cc(answer.reply->data(), request.message_id); result != 0) {
         trace::error(where, "Error, cmduni_reply_check_cc() return %d", result);
         return -1;
     }
@@ -103,14 +99,14 @@ int change(trace::Location where, vx_device* device, MessageId message_id, const
 }
 
 int refresh_buttons(trace::Location where, vx_device* device, Mode mode) {
-    if (component_request::is_missing(where, device) || !component_request::has_signpad_modes(*device)) {
+    if (!component_link::expect_device(where, device) || !signpad_modes::has_any(*device)) {
         return -1;
     }
-    const Answer answer = signpad_mode::send(where, device, mode, refresh);
+    const Answer answer = signpad_modes::perform(where, device, mode, refresh);
     if (!answer.reply) {
         return answer.result;
     }
-    return answer.reply->data()[signpad_mode::sub_reply] == refresh ? 0 : -1;
+    return answer.reply->data()[signpad_modes::sub_reply] == refresh ? 0 : -1;
 }
 
 } // namespace
@@ -159,7 +155,7 @@ char* get_hex_string_from_data_for_conf_var_set(char* string, int string_size, c
 
 int cmduni_reply_check_cc(const unsigned char* payload, int message_id) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(component_request::has_header(payload, message_id) ? 0 : -1);
+    return scope.exit(component_link::has_header(payload, message_id) ? 0 : -1);
 }
 
 int ct_conf_handler_cmd_conf_state_get(const unsigned char* payload, int message_id) {
@@ -169,7 +165,7 @@ int ct_conf_handler_cmd_conf_state_get(const unsigned char* payload, int message
 
 int ssp_common_get_conf_state(vx_device* device) {
     trace::Scope scope{VX_HERE};
-    const Answer answer = ask_handler(VX_HERE, device, get_state, {});
+    const Answer answer = component_request::perform(VX_HERE, device, get_state, {});
     if (!answer.reply) {
         return scope.exit(answer.result);
     }
@@ -177,15 +173,15 @@ int ssp_common_get_conf_state(vx_device* device) {
     if (answer.reply->payload().size() < reply_size) {
         return scope.exit(-1);
     }
-    return scope.exit(ct_conf_handler_cmd_conf_state_get(answer.reply->data(), get_state));
+    return scope.exit(ct_conf_handler_cmd_conf_state_get(answer.reply->data(), get_state.message_id));
 }
 
 int ssp_common_check_configuration_state(vx_device* device) {
     trace::Scope scope{VX_HERE};
-    if (component_request::is_missing(VX_HERE, device)) {
+    if (!component_link::expect_device(VX_HERE, device)) {
         return scope.exit(-1);
     }
-    if (!component_request::has_signpad_modes(*device)) {
+    if (!signpad_modes::has_any(*device)) {
         return scope.exit(0);
     }
     int state = -1; // the last that a query told
@@ -194,12 +190,12 @@ int ssp_common_check_configuration_state(vx_device* device) {
     for (int elapsed_time = 0; elapsed_time < wait_limit_ms; elapsed_time = stopwatch.elapsed_ms()) {
         int answer = ssp_common_get_conf_state(device);
         if (answer < 0 && record::was_removed(*device)) {
-            answer = component_request::device_lost; // no query can end otherwise, nor does it take time
+            answer = result::transport_lost; // no query can end otherwise, nor does it take time
         }
-        if (answer >= 0 || answer == component_request::device_lost) {
+        if (answer >= 0 || answer == result::transport_lost) {
             state = answer;
         }
-        if (state == component_request::device_lost || state == idle || state == done || state == failed) {
+        if (state == result::transport_lost || state == idle || state == done || state == failed) {
             break;
         }
         const bool busy = answer == CHS_WAITING || answer == CHS_RUNNING;
@@ -230,7 +226,7 @@ int ssp_common_persist_configuration_variable(vx_device* device, const char* key
 int ssp_common_set_button_state(vx_device* device, unsigned char code, unsigned int first_value,
                                 unsigned int second_value, unsigned int mode) {
     trace::Scope scope{VX_HERE};
-    if (component_request::is_missing(VX_HERE, device) || !component_request::has_signpad_modes(*device)) {
+    if (!component_link::expect_device(VX_HERE, device) || !signpad_modes::has_any(*device)) {
         return scope.exit(-1);
     }
     const bool rotates_by_180 = device->pad_type == type_that_rotates_by_180 && code == rotate;

@@ -1,4 +1,4 @@
-// What the pad says of itself, pen data on and off, and its connection type.
+// What the pad says of itself, and its connection type.
 #include "commands/component_request.hpp"
 #include "wire/little_endian.hpp"
 
@@ -7,16 +7,16 @@
 
 namespace {
 
-using component_request::Answer;
+using component_link::Answer;
+using component_request::Request;
 
-enum MessageId : unsigned char {
-    get_pad_description = 0x10,
-    switch_biodata = 0x11,
-    get_connection = 0x10,
-    set_connection = 0x11,
-};
-
-constexpr const char* no_reply = "Error, receive_ssp_message_and_get_data() return NULL";
+constexpr Request request_to(component_request::ComponentType component, unsigned char message_id) {
+    return {component, message_id, component_request::component_sender, component_request::nothing_received};
+}
+constexpr Request get_pad_description = request_to(component_request::ct_signpad, 0x10);
+constexpr Request get_connection = request_to(component_request::ct_communication, 0x10);
+constexpr Request set_connection = request_to(component_request::ct_communication, 0x11);
+constexpr unsigned char no_parameters[] = {0, 0};
 
 // Offsets in the payload of a pad description.
 enum Description : std::size_t {
@@ -30,13 +30,6 @@ enum Description : std::size_t {
     serial_length = 30,
     serial_number = 31,
 };
-
-Answer ask(trace::Location where, vx_device* device, component_request::ComponentType component,
-           unsigned char message_id, unsigned char parameter) {
-    const unsigned char parameters[] = {parameter, 0};
-    return component_request::perform(
-        where, device, {component, message_id, parameters, component_request::component_sender, no_reply});
-}
 
 struct NumberField {
     const char* name;
@@ -71,19 +64,19 @@ int ct_signpad_get_pad_description_reply_check(const unsigned char* payload, int
     if (payload != nullptr) {
         trace_description(VX_HERE, payload);
     }
-    return scope.exit(component_request::has_header(payload, message_id) ? 0 : -1);
+    return scope.exit(component_link::has_header(payload, message_id) ? 0 : -1);
 }
 
 int ssp_common_get_pad_description(vx_device* device) {
     trace::Scope scope{VX_HERE};
-    const Answer answer = ask(VX_HERE, device, component_request::ct_signpad, get_pad_description, 0);
+    const Answer answer = component_request::perform(VX_HERE, device, get_pad_description, no_parameters);
     if (!answer.reply) {
         return scope.exit(answer.result);
     }
     const unsigned char* description = answer.reply->data();
-    if (ct_signpad_get_pad_description_reply_check(description, get_pad_description) != 0) {
+    if (ct_signpad_get_pad_description_reply_check(description, get_pad_description.message_id) != 0) {
         VX_ERROR("Error, check data by ct_signpad_get_pad_description_reply_check(data: %p, ct_cmd: %d)",
-                 static_cast<const void*>(description), get_pad_description);
+                 static_cast<const void*>(description), get_pad_description.message_id);
         return scope.exit(-1);
     }
     if (answer.reply->payload().size() < serial_number) {
@@ -97,36 +90,15 @@ int ssp_common_get_pad_description(vx_device* device) {
     return scope.exit(0);
 }
 
-int ct_signpad_mode_ssp_biodata_sending_reply_check(const unsigned char* payload, int message_id) {
-    trace::Scope scope{VX_HERE};
-    return scope.exit(component_request::has_header(payload, message_id) ? 0 : -1);
-}
-
-int ssp_biodata_sending(vx_device* device, int on) {
-    trace::Scope scope{VX_HERE};
-    const Answer answer =
-        ask(VX_HERE, device, component_request::ct_signpad, switch_biodata, static_cast<unsigned char>(on));
-    if (!answer.reply) {
-        return scope.exit(answer.result);
-    }
-    const unsigned char* reply = answer.reply->data();
-    if (ct_signpad_mode_ssp_biodata_sending_reply_check(reply, switch_biodata) != 0) {
-        // The text names the check of another message: log filters know it so.
-        VX_ERROR("Error, check data by ct_signpad_mode_send_reply_check(data: %p, ct_cmd: %d, cts_mode_id: %d)",
-                 static_cast<const void*>(reply), switch_biodata, 0);
-        return scope.exit(-1);
-    }
-    return scope.exit(0);
-}
-
 int ct_communication_get_current_connection_type_from_reply_message(const unsigned char* payload) {
     trace::Scope scope{VX_HERE};
-    if (payload == nullptr || payload[0] != get_connection) {
-        VX_ERROR("Wrong message_id, it is %d, but must be %d", payload == nullptr ? -1 : payload[0], get_connection);
+    if (payload == nullptr || payload[0] != get_connection.message_id) {
+        VX_ERROR("Wrong message_id, it is %d, but must be %d", payload == nullptr ? -1 : payload[0],
+                 get_connection.message_id);
         return scope.exit(-1);
     }
-    if (payload[1] != component_request::protocol_success) {
-        VX_ERROR("Wrong Protocol Result %d, must be %d", payload[1], component_request::protocol_success);
+    if (payload[1] != component_link::protocol_success) {
+        VX_ERROR("Wrong Protocol Result %d, must be %d", payload[1], component_link::protocol_success);
         return scope.exit(-1);
     }
     const int type = payload[2] < 0x80 ? payload[2] : payload[2] - 0x100;
@@ -139,7 +111,7 @@ int ct_communication_get_current_connection_type_from_reply_message(const unsign
 
 int ssp_common_ct_communication_get_current_connection(vx_device* device) {
     trace::Scope scope{VX_HERE};
-    const Answer answer = ask(VX_HERE, device, component_request::ct_communication, get_connection, 0);
+    const Answer answer = component_request::perform(VX_HERE, device, get_connection, no_parameters);
     if (!answer.reply) {
         return scope.exit(answer.result);
     }
@@ -158,7 +130,5 @@ int ssp_common_ct_communication_get_current_connection(vx_device* device) {
 int ssp_common_ct_communication_set_current_connection(vx_device* device, int type) {
     trace::Scope scope{VX_HERE};
     const unsigned char parameters[] = {static_cast<unsigned char>(type), 0};
-    return scope.exit(component_request::send(VX_HERE, device,
-                                              {component_request::ct_communication, set_connection, parameters,
-                                               component_request::component_sender, no_reply}));
+    return scope.exit(component_request::send(VX_HERE, device, set_connection, parameters));
 }

@@ -28,6 +28,11 @@ class SspPadTest : public CoreTest {
         };
     }
 
+    // The payload of a list.
+    static Bytes list(unsigned char id, unsigned char count, const Bytes& entries) {
+        return Bytes{id, 1, count} + entries;
+    }
+
     // Fills the tables, so that only the request under test is seen.
     void know_tables() {
         ssp_common_components_id_initialize_table(device());

@@ -1,0 +1,31 @@
+// Pen data of a pad on and off.
+#include "commands/component_request.hpp"
+
+namespace {
+
+constexpr component_request::Request switch_biodata{
+    component_request::ct_signpad, 0x11, component_request::component_sender, component_request::nothing_received};
+
+} // namespace
+
+int ct_signpad_mode_ssp_biodata_sending_reply_check(const unsigned char* payload, int message_id) {
+    trace::Scope scope{VX_HERE};
+    return scope.exit(component_link::has_header(payload, message_id) ? 0 : -1);
+}
+
+int ssp_biodata_sending(vx_device* device, int on) {
+    trace::Scope scope{VX_HERE};
+    const unsigned char parameters[] = {static_cast<unsigned char>(on), 0};
+    const component_link::Answer answer = component_request::perform(VX_HERE, device, switch_biodata, parameters);
+    if (!answer.reply) {
+        return scope.exit(answer.result);
+    }
+    const unsigned char* reply = answer.reply->data();
+    if (ct_signpad_mode_ssp_biodata_sending_reply_check(reply, switch_biodata.message_id) != 0) {
+        // The text names the check of another message: log filters know it so.
+        VX_ERROR("Error, check data by ct_signpad_mode_send_reply_check(data: %p, ct_cmd: %d, cts_mode_id: %d)",
+                 static_cast<const void*>(reply), switch_biodata.message_id, 0);
+        return scope.exit(-1);
+    }
+    return scope.exit(0);
+}
