@@ -1,7 +1,7 @@
 // The fixed commands: a 64-byte feature report to the pad and one back, tried three times with growing pauses.
+#include "commands/growing_pause.hpp"
 #include "exchange/ssp_engine.hpp"
 #include "support/clock.hpp"
-#include "support/result.hpp"
 #include "transport/open_close.hpp"
 #include "transport/usb_id_tables.hpp"
 #include "wire/little_endian.hpp"
@@ -26,29 +26,22 @@ constexpr std::size_t short_report_size = 40; // set mode on type 1
 using Report = std::array<unsigned char, report_size>;
 
 constexpr int max_attempts = 3;
-constexpr useconds_t first_pause_us = 1000; // then twice as long and 1000 more
 constexpr useconds_t pause_cap_us = 500'000;
 constexpr useconds_t mode_poll_pause_us = 300'000;
 constexpr unsigned int first_complaint = 32; // answers with another mode, after about ten seconds; then twice as many
 constexpr useconds_t type_8_settle_us = 1'000'000;
 constexpr int mode_time_out_ms = 3000;
-constexpr int biodata_time_out_ms = 3000;
 constexpr std::size_t current_mode_byte = 5; // of flags_status
 
 // Counts failed attempts and pauses after each.
 class Attempts {
   public:
-    explicit Attempts(trace::Location where, useconds_t cap = 0) : where_{where}, cap_{cap} {}
+    explicit Attempts(trace::Location where, useconds_t cap_us = 0) : where_{where}, pause_{where, cap_us} {}
 
     bool left() const { return failed_ < max_attempts; }
 
     void pause_after_failure() {
-        if (cap_ != 0) {
-            pause_ = std::min(pause_, cap_);
-        }
-        VX_INFO_AT(where_, "failed, going to try again after usleep(%d)", pause_);
-        usleep(pause_);
-        pause_ = 2 * pause_ + 1000;
+        pause_.take();
         if (++failed_ == max_attempts) {
             trace::error(where_, "end of attempts, exit with error...");
         }
@@ -56,8 +49,7 @@ class Attempts {
 
   private:
     trace::Location where_;
-    useconds_t cap_; // 0: none
-    useconds_t pause_ = first_pause_us;
+    GrowingPause pause_;
     int failed_ = 0;
 };
 
@@ -281,67 +273,4 @@ int core_create_signature_rectangle(vx_device* device, unsigned short value_1, u
         }
     }
     return scope.exit(open_close::recover(*device));
-}
-
-int core_ssp_biodata_sending(vx_device* device, int on) {
-    trace::Scope scope{VX_HERE};
-    if (is_null(VX_HERE, device, no_device)) {
-        return scope.exit(-1);
-    }
-    VX_LOCK(lock, device->device_lock);
-    useconds_t pause = first_pause_us;
-    Stopwatch stopwatch;
-    int result = 0;
-    for (int elapsed_time = 0; elapsed_time < biodata_time_out_ms;) {
-        result = ssp_biodata_sending(device, on);
-        if (result >= 0) {
-            break;
-        }
-        if (result == result::transport_lost) {
-            record::mark_removed(*device);
-            break;
-        }
-        pause = std::min(pause, pause_cap_us);
-        elapsed_time = stopwatch.elapsed_ms();
-        VX_INFO("elapsed_time: %d, time_out: %d", elapsed_time, biodata_time_out_ms);
-        VX_INFO("ssp_biodata_sending(%d) return %d", on, result);
-        VX_INFO("failed, going to try again after usleep(%d)", pause);
-        usleep(pause);
-        pause = 2 * pause + 1000;
-        if (record::was_removed(*device)) {
-            break;
-        }
-    }
-    if (record::was_removed(*device)) {
-        VX_ERROR("we lost device..");
-    }
-    return scope.exit(result);
-}
-
-// A HID pad sends its pen data unasked.
-static int switch_biodata(trace::Location where, int on) {
-    vx_device* device = registry::find_current(where, registry::Missing::reported);
-    if (device == nullptr) {
-        return -1;
-    }
-    const auto is_open_as_vcom = [&] { return record::load(device->vcom_handle) != nullptr; };
-    const bool is_vcom =
-        device->vcom_device == nullptr ? is_open_as_vcom() : record::look_at_handles(where, *device, is_open_as_vcom);
-    int result = is_vcom ? core_ssp_biodata_sending(device, on) : 0;
-    if (result != 0) {
-        trace::Lock lock{device->device_lock, "dev_shared->current_device->device_lock", where};
-        result = open_close::recover(*device);
-    }
-    core_catch_is_dev_was_removed(&result);
-    return result;
-}
-
-int core_enable_ssp_biodata_sending() {
-    trace::Scope scope{VX_HERE};
-    return scope.exit(switch_biodata(scope.where(), 1));
-}
-
-int core_disable_ssp_biodata_sending() {
-    trace::Scope scope{VX_HERE};
-    return scope.exit(switch_biodata(scope.where(), 0));
 }

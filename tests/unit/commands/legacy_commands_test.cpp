@@ -567,29 +567,5 @@ TEST_F(LegacyCommandsTest, RectangleThatCannotReopenGivesMinusTwenty) {
     EXPECT_FALSE(record.locked());
 }
 
-// Pen data.
-
-TEST_F(LegacyCommandsTest, PenDataOfAHidPadNeedsNoTraffic) {
-    core_initialize();
-    core_looking_for_devices();
-    forget();
-    EXPECT_EQ(core_enable_ssp_biodata_sending(), 0);
-    EXPECT_EQ(core_disable_ssp_biodata_sending(), 0);
-    EXPECT_THAT(bus().log(), IsEmpty());
-}
-
-TEST_F(LegacyCommandsTest, PenDataNeedsACurrentPad) {
-    for (const auto switch_pen_data : {core_enable_ssp_biodata_sending, core_disable_ssp_biodata_sending}) {
-        core_uninitialize();
-        forget();
-        EXPECT_EQ(switch_pen_data(), -1);
-        EXPECT_THAT(said(), Says("error: dev_shared is NULL..."));
-        core_initialize();
-        forget();
-        EXPECT_EQ(switch_pen_data(), -1);
-        EXPECT_THAT(said(), Says("error: dev_shared->current_device is NULL..."));
-    }
-}
-
 } // namespace
 } // namespace core_test

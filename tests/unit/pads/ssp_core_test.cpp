@@ -257,6 +257,19 @@ TEST_F(SspCoreTest, HidPadNeedsNothing) {
     EXPECT_THAT(bus().log(), IsEmpty());
 }
 
+TEST_F(SspCoreTest, PenDataNeedsACurrentPad) {
+    for (const auto switch_pen_data : {core_enable_ssp_biodata_sending, core_disable_ssp_biodata_sending}) {
+        core_uninitialize();
+        forget();
+        EXPECT_EQ(switch_pen_data(), -1);
+        EXPECT_THAT(said(), Says("error: dev_shared is NULL..."));
+        core_initialize();
+        forget();
+        EXPECT_EQ(switch_pen_data(), -1);
+        EXPECT_THAT(said(), Says("error: dev_shared->current_device is NULL..."));
+    }
+}
+
 TEST_F(SspCoreTest, FailedSwitchingReopens) {
     start();
     model.replace = [](const Bytes&) { return std::optional(std::vector<Bytes>{base(1, {0x11, 0})}); };

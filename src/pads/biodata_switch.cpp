@@ -1,0 +1,37 @@
+// Pen data of the current pad on and off.
+#include "pads/current_pad.hpp"
+#include "transport/open_close.hpp"
+#include "transport/record.hpp"
+
+namespace {
+
+bool is_vcom(trace::Location where, vx_device& pad) {
+    const auto is_open_as_vcom = [&] { return record::load(pad.vcom_handle) != nullptr; };
+    return pad.vcom_device == nullptr ? is_open_as_vcom() : record::look_at_handles(where, pad, is_open_as_vcom);
+}
+
+int switch_biodata(trace::Location where, int on) {
+    return current_pad::request(
+        where,
+        [&](vx_device& pad) {
+            // A HID pad sends its pen data unasked.
+            if (!is_vcom(where, pad) || core_ssp_biodata_sending(&pad, on) == 0) {
+                return 0;
+            }
+            trace::Lock lock{pad.device_lock, "dev_shared->current_device->device_lock", where};
+            return open_close::recover(pad);
+        },
+        registry::Missing::reported);
+}
+
+} // namespace
+
+int core_enable_ssp_biodata_sending() {
+    trace::Scope scope{VX_HERE};
+    return scope.exit(switch_biodata(scope.where(), 1));
+}
+
+int core_disable_ssp_biodata_sending() {
+    trace::Scope scope{VX_HERE};
+    return scope.exit(switch_biodata(scope.where(), 0));
+}
