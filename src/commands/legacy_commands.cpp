@@ -14,12 +14,15 @@
 
 namespace {
 
-enum Command : unsigned char {
-    VX_CMD_SET_PAD_MODE = 0x01,
-    VX_CMD_READ_VERSION = 0x11,
-    VX_CMD_GET_STATUS = 0x27,
-    VX_CMD_CREATE_SIGNATURE_RECTANGLE = 0x65,
+// A command, and what is said of a reply that does not echo it.
+struct Command {
+    unsigned char code;
+    const char* wrong_echo;
 };
+constexpr Command set_mode{0x01, "command in in_report_general not VX_CMD_SET_PAD_MODE"};
+constexpr Command read_version{0x11, "command in in_report_version not VX_CMD_READ_VERSION"};
+constexpr Command get_status{0x27, "value command in in_report_status not VX_CMD_GET_STATUS"};
+constexpr Command create_rectangle{0x65, "command in in_report_general not VX_CMD_CREATE_SIGNATURE_RECTANGLE"};
 
 constexpr std::size_t report_size = 64;
 constexpr std::size_t short_report_size = 40; // set mode on type 1
@@ -70,9 +73,9 @@ bool receive(trace::Location where, vx_device& device, Report& reply) {
     return result == 0;
 }
 
-bool answers(trace::Location where, vx_device& device, const Report& reply, Command command, const char* mismatch) {
-    if (reply[0] != command) {
-        VX_INFO_AT(where, "%s", mismatch);
+bool expect_echo(trace::Location where, vx_device& device, const Report& reply, const Command& command) {
+    if (reply[0] != command.code) {
+        VX_INFO_AT(where, "%s", command.wrong_echo);
         if (device.vcom_handle != nullptr) {
             ssp_engine::expect_left_over(device);
         }
@@ -81,32 +84,32 @@ bool answers(trace::Location where, vx_device& device, const Report& reply, Comm
     return true;
 }
 
-bool device_error(trace::Location where, const Report& reply) {
+bool expect_no_error(trace::Location where, const Report& reply) {
     if (reply[1] != 0) {
         VX_INFO_AT(where, "error: %s", vx_dev_strerror(reply[1]));
-        return true;
+        return false;
     }
-    return false;
+    return true;
 }
 
 // One attempt of a command whose reply echoes it: the request, the reply, its two header bytes.
-bool exchange(trace::Location where, vx_device& device, const Report& request, Report& reply, const char* mismatch) {
+bool exchange(trace::Location where, vx_device& device, const Command& command, const Report& request, Report& reply) {
     return send(where, device, request) && receive(where, device, reply) &&
-           answers(where, device, reply, static_cast<Command>(request[0]), mismatch) && !device_error(where, reply);
+           expect_echo(where, device, reply, command) && expect_no_error(where, reply);
 }
 
-Report request_for(Command command) {
-    return {command};
+Report request_for(const Command& command) {
+    return {command.code};
 }
 
-bool is_null(trace::Location where, const void* argument, const char* text) {
+bool expect_given(trace::Location where, const void* argument, const char* text) {
     if (argument == nullptr) {
         trace::error(where, "%s", text);
     }
-    return argument == nullptr;
+    return argument != nullptr;
 }
 
-constexpr const char* no_device = "Error of parameter device *current_device is NULL";
+constexpr const char* device_is_null = "Error of parameter device *current_device is NULL";
 
 bool confirms_mode(std::uint32_t pad_type) {
     constexpr std::uint32_t types[] = {8, 9, 10, 11, 12, 13, 15, 16, 17};
@@ -149,8 +152,8 @@ bool wait_for_mode(trace::Location where, vx_device& device, unsigned char mode,
 
 int core_read_version(vx_device* device, dev_fw_version* version) {
     trace::Scope scope{VX_HERE};
-    if (is_null(VX_HERE, device, no_device) ||
-        is_null(VX_HERE, version, "Error of parameter dev_fw_version *dev_fw_v is NULL")) {
+    if (!expect_given(VX_HERE, device, device_is_null) ||
+        !expect_given(VX_HERE, version, "Error of parameter dev_fw_version *dev_fw_v is NULL")) {
         return scope.exit(-1);
     }
     VX_LOCK(lock, device->device_lock);
@@ -159,10 +162,10 @@ int core_read_version(vx_device* device, dev_fw_version* version) {
         version->minor = 31;
         return scope.exit(0);
     }
-    const Report request = request_for(VX_CMD_READ_VERSION);
+    const Report request = request_for(read_version);
     Report reply;
     for (Attempts attempts{VX_HERE}; attempts.left(); attempts.pause_after_failure()) {
-        if (exchange(VX_HERE, *device, request, reply, "command in in_report_version not VX_CMD_READ_VERSION")) {
+        if (exchange(VX_HERE, *device, read_version, request, reply)) {
             version->major = little_endian::get_u32(&reply[4]);
             version->minor = little_endian::get_u32(&reply[8]);
             version->patch = little_endian::get_u32(&reply[12]);
@@ -176,18 +179,18 @@ int core_read_version(vx_device* device, dev_fw_version* version) {
 
 int __core_get_status(vx_device* device, flags_status* status) {
     trace::Scope scope{VX_HERE};
-    if (is_null(VX_HERE, device, no_device) ||
-        is_null(VX_HERE, status, "Error of parameter flags_status *status is NULL")) {
+    if (!expect_given(VX_HERE, device, device_is_null) ||
+        !expect_given(VX_HERE, status, "Error of parameter flags_status *status is NULL")) {
         return scope.exit(-1);
     }
     if (device->pad_type == 1) {
         *status = {};
         return scope.exit(0);
     }
-    const Report request = request_for(VX_CMD_GET_STATUS);
+    const Report request = request_for(get_status);
     Report reply;
     for (Attempts attempts{VX_HERE, pause_cap_us}; attempts.left(); attempts.pause_after_failure()) {
-        if (exchange(VX_HERE, *device, request, reply, "value command in in_report_status not VX_CMD_GET_STATUS")) {
+        if (exchange(VX_HERE, *device, get_status, request, reply)) {
             std::memcpy(status->flags, &reply[6], sizeof status->flags);
             return scope.exit(0);
         }
@@ -210,13 +213,13 @@ int __core_get_pad_mode(vx_device* device) {
 
 int core_set_pad_mode(vx_device* device, int mode, int option) {
     trace::Scope scope{VX_HERE};
-    if (is_null(VX_HERE, device, no_device)) {
+    if (!expect_given(VX_HERE, device, device_is_null)) {
         return scope.exit(-1);
     }
     VX_LOCK(lock, device->device_lock);
     VX_INFO("*** going to set pad mode %d", mode);
 
-    Report request = request_for(VX_CMD_SET_PAD_MODE);
+    Report request = request_for(set_mode);
     request[1] = static_cast<unsigned char>(mode);
     request[2] = static_cast<unsigned char>(option);
     const bool replies = device->pad_type != 1;
@@ -234,12 +237,11 @@ int core_set_pad_mode(vx_device* device, int mode, int option) {
                 return scope.exit(0);
             }
             Report reply;
-            if (receive(VX_HERE, *device, reply) && answers(VX_HERE, *device, reply, VX_CMD_SET_PAD_MODE,
-                                                            "command in in_report_general not VX_CMD_SET_PAD_MODE")) {
+            if (receive(VX_HERE, *device, reply) && expect_echo(VX_HERE, *device, reply, set_mode)) {
                 if (!confirms_mode(device->pad_type)) {
                     return scope.exit(0);
                 }
-                if (!device_error(VX_HERE, reply)) {
+                if (expect_no_error(VX_HERE, reply)) {
                     if (wait_for_mode(VX_HERE, *device, request[1], attempts)) {
                         return scope.exit(static_cast<int>(request[1]));
                     }
@@ -255,11 +257,11 @@ int core_set_pad_mode(vx_device* device, int mode, int option) {
 int core_create_signature_rectangle(vx_device* device, unsigned short value_1, unsigned short value_2,
                                     unsigned short value_3, unsigned short value_4, unsigned int flag) {
     trace::Scope scope{VX_HERE};
-    if (is_null(VX_HERE, device, no_device)) {
+    if (!expect_given(VX_HERE, device, device_is_null)) {
         return scope.exit(-1);
     }
     VX_LOCK(lock, device->device_lock);
-    Report request = request_for(VX_CMD_CREATE_SIGNATURE_RECTANGLE);
+    Report request = request_for(create_rectangle);
     little_endian::put(&request[1], value_1);
     little_endian::put(&request[3], value_2);
     little_endian::put(&request[5], value_3);
@@ -267,8 +269,7 @@ int core_create_signature_rectangle(vx_device* device, unsigned short value_1, u
     little_endian::put(&request[9], flag);
     Report reply;
     for (Attempts attempts{VX_HERE}; attempts.left(); attempts.pause_after_failure()) {
-        if (exchange(VX_HERE, *device, request, reply,
-                     "command in in_report_general not VX_CMD_CREATE_SIGNATURE_RECTANGLE")) {
+        if (exchange(VX_HERE, *device, create_rectangle, request, reply)) {
             return scope.exit(0);
         }
     }
