@@ -2,6 +2,7 @@
 #include "commands/component_request.hpp"
 #include "commands/growing_pause.hpp"
 #include "support/clock.hpp"
+#include "support/lock.hpp"
 #include "support/result.hpp"
 #include "transport/record.hpp"
 

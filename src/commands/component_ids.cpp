@@ -3,7 +3,9 @@
 #include "commands/list_reply.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
+#include <span>
 
 namespace {
 

@@ -1,7 +1,9 @@
 // Pen data of the current pad on and off.
 #include "pads/current_pad.hpp"
+#include "support/lock.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
+#include "pads/registry.hpp"
 
 namespace {
 
