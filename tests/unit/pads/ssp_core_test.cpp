@@ -5,6 +5,7 @@
 #include <chrono>
 #include <future>
 #include <thread>
+#include <unistd.h>
 
 namespace core_test {
 namespace {
@@ -259,6 +260,7 @@ TEST_F(SspCoreTest, HidPadNeedsNothing) {
 
 TEST_F(SspCoreTest, PenDataNeedsACurrentPad) {
     for (const auto switch_pen_data : {core_enable_ssp_biodata_sending, core_disable_ssp_biodata_sending}) {
+        const standins::OutputCapture errors{STDERR_FILENO};
         core_uninitialize();
         forget();
         EXPECT_EQ(switch_pen_data(), -1);
@@ -267,6 +269,8 @@ TEST_F(SspCoreTest, PenDataNeedsACurrentPad) {
         forget();
         EXPECT_EQ(switch_pen_data(), -1);
         EXPECT_THAT(said(), Says("error: dev_shared->current_device is NULL..."));
+        EXPECT_THAT(errors.text(), AllOf(HasSubstr("error: dev_shared is NULL..."),
+                                         HasSubstr("error: dev_shared->current_device is NULL...")));
     }
 }
 
