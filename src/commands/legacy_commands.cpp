@@ -7,7 +7,6 @@
 #include "transport/record.hpp"
 #include "transport/usb_id_tables.hpp"
 #include "wire/little_endian.hpp"
-#include "transport/record.hpp"
 
 #include <algorithm>
 #include <array>

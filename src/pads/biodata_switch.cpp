@@ -1,9 +1,8 @@
 // Pen data of the current pad on and off.
-#include "pads/current_pad.hpp"
+#include "pads/registry.hpp"
 #include "support/lock.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
-#include "pads/registry.hpp"
 
 namespace {
 
@@ -12,18 +11,19 @@ bool is_vcom(trace::Location where, vx_device& pad) {
     return pad.vcom_device == nullptr ? is_open_as_vcom() : record::look_at_handles(where, pad, is_open_as_vcom);
 }
 
+// A HID pad sends its pen data unasked.
 int switch_biodata(trace::Location where, int on) {
-    return current_pad::request(
-        where,
-        [&](vx_device& pad) {
-            // A HID pad sends its pen data unasked.
-            if (!is_vcom(where, pad) || core_ssp_biodata_sending(&pad, on) == 0) {
-                return 0;
-            }
-            trace::Lock lock{pad.device_lock, "dev_shared->current_device->device_lock", where};
-            return open_close::recover(pad);
-        },
-        registry::Missing::reported);
+    vx_device* pad = registry::find_current(where, registry::Missing::reported);
+    if (pad == nullptr) {
+        return -1;
+    }
+    int result = is_vcom(where, *pad) ? core_ssp_biodata_sending(pad, on) : 0;
+    if (result != 0) {
+        const trace::Lock lock{pad->device_lock, "dev_shared->current_device->device_lock", where};
+        result = open_close::recover(*pad);
+    }
+    core_catch_is_dev_was_removed(&result);
+    return result;
 }
 
 } // namespace
