@@ -1,5 +1,5 @@
 // Reports of VCOM pads, carried as legacy messages over the message engine.
-#include "exchange/ssp_engine.hpp"
+#include "exchange/left_over.hpp"
 #include "support/arguments.hpp"
 #include "support/owners.hpp"
 #include "transport/record.hpp"
