@@ -1,6 +1,7 @@
 // The fixed commands: a 64-byte feature report to the pad and one back, tried three times with growing pauses.
 #include "commands/growing_pause.hpp"
-#include "exchange/ssp_engine.hpp"
+#include "exchange/left_over.hpp"
+#include "exchange/stream_table.hpp"
 #include "support/clock.hpp"
 #include "support/lock.hpp"
 #include "transport/open_close.hpp"
@@ -77,7 +78,7 @@ bool receive(trace::Location where, vx_device& device, Report& reply) {
 bool expect_echo(trace::Location where, vx_device& device, const Report& reply, const Command& command) {
     if (reply[0] != command.code) {
         VX_INFO_AT(where, "%s", command.wrong_echo);
-        if (device.vcom_handle != nullptr) {
+        if (stream_table::of(device).carries_reports) {
             ssp_engine::expect_left_over(device);
         }
         return false;

@@ -1,49 +1,11 @@
 // Reports of one record, whatever its transport.
+#include "exchange/report_table.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
 
 namespace {
 
-enum class Direction { read, write };
-enum class Locking { caller_holds_lock, takes_lock };
-
-bool refused(trace::Location where, const vx_device* device, const void* data, unsigned int length) {
-    if (device == nullptr) {
-        trace::error(where, "Error, input parameter: device *current_device is %p", static_cast<const void*>(device));
-    } else if (length == 0) {
-        trace::error(where, "Error, input parameter: unsigned int len is %d", length);
-    } else if (data == nullptr) {
-        trace::error(where, "Error, input parameter: void *data is %p", data);
-    } else {
-        return false;
-    }
-    return true;
-}
-
-// The four transfers differ in the transport's function, in what counts as failure and in who takes the lock.
-template <typename ByVcom, typename ByHid, typename Failed>
-int transfer(trace::Location where, Direction direction, Locking locking, vx_device* device, const void* data,
-             unsigned int length, ByVcom by_vcom, ByHid by_hid, Failed failed) {
-    if (refused(where, device, data, length)) {
-        return -1;
-    }
-    const auto is_open = [&] {
-        return record::load(device->hid) != nullptr || record::load(device->vcom_handle) != nullptr;
-    };
-    if (!(locking == Locking::takes_lock ? record::look_at_handles(where, *device, is_open) : is_open())) {
-        trace::error(where, "Error, device pointers: *hid and *vcom_handle are NULL");
-        return -1;
-    }
-    trace::Lock lock{locking == Locking::takes_lock ? device->device_lock : nullptr, "current_device->device_lock",
-                     where};
-    const int result = device->vcom_handle != nullptr ? by_vcom() : by_hid();
-    if (!failed(result)) {
-        return result;
-    }
-    trace::error(where, "%s function failed with return code %d", direction == Direction::read ? "read" : "write",
-                 result);
-    return open_close::recover(*device);
-}
+enum class RecordLock { is_held, is_taken };
 
 bool not_zero(int result) {
     return result != 0;
@@ -52,69 +14,90 @@ bool negative(int result) {
     return result < 0;
 }
 
-int packet_size(trace::Location where, vx_device* device, int size) {
+// The four transfers. Data is what the caller's buffer holds: void where it is filled, const void where it is sent.
+template <typename Data> struct Transfer {
+    const char* name; // in its error line
+    RecordLock lock;
+    int (*report_table::Table::*function)(vx_device*, Data*, unsigned int);
+    bool (*is_failure)(int result);
+    bool tells_length = false;
+};
+
+constexpr Transfer<void> feature_read{.name = "read",
+                                      .lock = RecordLock::is_held,
+                                      .function = &report_table::Table::feature_read,
+                                      .is_failure = not_zero,
+                                      .tells_length = true};
+constexpr Transfer<const void> feature_write{.name = "write",
+                                             .lock = RecordLock::is_held,
+                                             .function = &report_table::Table::feature_write,
+                                             .is_failure = not_zero};
+constexpr Transfer<const void> output_write{.name = "write",
+                                            .lock = RecordLock::is_taken,
+                                            .function = &report_table::Table::output_write,
+                                            .is_failure = not_zero};
+constexpr Transfer<void> input_read{
+    .name = "read", .lock = RecordLock::is_taken, .function = &report_table::Table::input_read, .is_failure = negative};
+
+bool expect_arguments(trace::Location where, const vx_device* device, const void* data, unsigned int length) {
     if (device == nullptr) {
-        trace::error(where, "Wrong device pointers, current_device is NULL...");
+        trace::error(where, "Error, input parameter: device *current_device is %p", static_cast<const void*>(device));
+    } else if (length == 0) {
+        trace::error(where, "Error, input parameter: unsigned int len is %d", length);
+    } else if (data == nullptr) {
+        trace::error(where, "Error, input parameter: void *data is %p", data);
+    } else {
+        return true;
+    }
+    return false;
+}
+
+bool expect_open(trace::Location where, vx_device& device, RecordLock lock) {
+    const auto is_open = [&device] { return open_transport::is_any(device); };
+    if (lock == RecordLock::is_taken ? record::look_at_handles(where, device, is_open) : is_open()) {
+        return true;
+    }
+    trace::error(where, "Error, device pointers: *hid and *vcom_handle are NULL");
+    return false;
+}
+
+template <typename Data>
+int run(trace::Location where, const Transfer<Data>& transfer, vx_device* device, Data* data, unsigned int length) {
+    if (!expect_arguments(where, device, data, length) || !expect_open(where, *device, transfer.lock)) {
         return -1;
     }
-    if (record::load(device->hid) == nullptr) {
-        trace::error(where, "dev_shared->current_device->hid is NULL...");
-        return -1;
+    const trace::Lock lock{transfer.lock == RecordLock::is_taken ? device->device_lock : nullptr,
+                           "current_device->device_lock", where};
+    const report_table::Table& transport = report_table::of(*device);
+    if (transfer.tells_length) {
+        VX_INFO_STYLED_AT(where, trace::Style::kind_after, "input parameter len:[%d]", length);
     }
-    return size;
+    const int result = (transport.*transfer.function)(device, data, length);
+    if (!transfer.is_failure(result)) {
+        return result;
+    }
+    trace::error(where, "%s function failed with return code %d", transfer.name, result);
+    return open_close::recover(*device);
 }
 
 } // namespace
 
 int core_feature_read(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    const auto say_length = [&] {
-        VX_INFO_STYLED_AT(scope.where(), trace::Style::kind_after, "input parameter len:[%d]", length);
-    };
-    return scope.exit(transfer(
-        scope.where(), Direction::read, Locking::caller_holds_lock, device, data, length,
-        [&] {
-            say_length();
-            return vcom_feature_read(device, data, length);
-        },
-        [&] {
-            say_length();
-            return hid_feature_read(device->hid, data, length);
-        },
-        not_zero));
+    return scope.exit(run(scope.where(), feature_read, device, data, length));
 }
 
 int core_feature_write(vx_device* device, const void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(transfer(
-        scope.where(), Direction::write, Locking::caller_holds_lock, device, data, length,
-        [&] { return vcom_feature_write(device, data, length); },
-        [&] { return hid_feature_write(device->hid, data, length); }, not_zero));
+    return scope.exit(run(scope.where(), feature_write, device, data, length));
 }
 
 int core_output_write(vx_device* device, const void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(transfer(
-        scope.where(), Direction::write, Locking::takes_lock, device, data, length,
-        [&] { return vcom_output_write(device, data, length); },
-        [&] { return hid_output_write(device->hid, data, length); }, not_zero));
+    return scope.exit(run(scope.where(), output_write, device, data, length));
 }
 
 int core_input_read(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    return scope.exit(transfer(
-        scope.where(), Direction::read, Locking::takes_lock, device, data, length,
-        [&] { return vcom_input_read(device, data, length); },
-        [&] { return hid_input_read(device->hid, data, length); }, negative));
-}
-
-int hid_get_max_packet_size_of_out_endpoint(vx_device* device) {
-    trace::Scope scope{VX_HERE};
-    // A constant of the pads' HID interface, not read from its descriptors.
-    return scope.exit(packet_size(scope.where(), device, 64));
-}
-
-int hid_get_max_packet_size_of_input_report(vx_device* device) {
-    trace::Scope scope{VX_HERE};
-    return scope.exit(packet_size(scope.where(), device, device != nullptr && device->pad_type == 1 ? 20 : 64));
+    return scope.exit(run(scope.where(), input_read, device, data, length));
 }

@@ -1,5 +1,6 @@
 // Reports of VCOM pads, carried as legacy messages over the message engine.
 #include "exchange/left_over.hpp"
+#include "exchange/report_table.hpp"
 #include "support/arguments.hpp"
 #include "support/owners.hpp"
 #include "transport/record.hpp"
@@ -62,6 +63,10 @@ int send_report(trace::Location where, vx_device* device, const void* data, unsi
     return result;
 }
 
+template <std::uint32_t vx_device::*Size> std::optional<int> size_where_open(vx_device& device) {
+    return record::load(device.vcom_handle) != nullptr ? std::optional{static_cast<int>(device.*Size)} : std::nullopt;
+}
+
 } // namespace
 
 int vcom_feature_read(vx_device* device, void* data, unsigned int length) {
@@ -115,3 +120,12 @@ int vcom_input_read(vx_device* device, void* data, unsigned int length) {
     }
     return scope.exit(message.copy_report(VX_HERE, data, length).value_or(0));
 }
+
+const report_table::Table report_table::over_vcom{
+    .feature_read = vcom_feature_read,
+    .feature_write = vcom_feature_write,
+    .output_write = vcom_output_write,
+    .input_read = vcom_input_read,
+    .output_packet_size = size_where_open<&vx_device::ep_out_max_packet_size>,
+    .input_packet_size = size_where_open<&vx_device::ep_in_max_packet_size>,
+};

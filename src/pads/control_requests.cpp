@@ -1,4 +1,5 @@
 // Requests to the current pad: facts about it, and reports of one of its interfaces by number.
+#include "exchange/report_table.hpp"
 #include "pads/interface_request.hpp"
 #include "transport/record.hpp"
 
@@ -34,13 +35,11 @@ int copy_named(trace::Location where, char* dst, const char* text, const char* e
 }
 
 // Looks at the transport that is open: HID first, then VCOM.
-int packet_size(trace::Location where, vx_device& pad, int (*of_hid)(vx_device*), std::uint32_t of_vcom) {
-    const auto size = record::look_at_handles(where, pad, [&]() -> std::optional<int> {
-        const int hid_size = record::load(pad.hid) != nullptr ? of_hid(&pad) : -1;
-        if (hid_size >= 0) {
-            return hid_size;
-        }
-        return record::load(pad.vcom_handle) != nullptr ? std::optional{static_cast<int>(of_vcom)} : std::nullopt;
+int packet_size(trace::Location where, vx_device& pad,
+                std::optional<int> (*report_table::Table::*size_of)(vx_device&)) {
+    const auto size = record::look_at_handles(where, pad, [&] {
+        const auto hid_size = (report_table::over_hid.*size_of)(pad);
+        return hid_size ? hid_size : (report_table::over_vcom.*size_of)(pad);
     });
     return size.value_or(-1);
 }
@@ -154,14 +153,14 @@ int core_get_count_of_hid_interfaces() {
 int core_get_max_packet_size_of_out_endpoint() {
     trace::Scope scope{VX_HERE};
     return scope.exit(current_pad::answer(scope.where(), [&](vx_device& pad) {
-        return packet_size(scope.where(), pad, hid_get_max_packet_size_of_out_endpoint, pad.ep_out_max_packet_size);
+        return packet_size(scope.where(), pad, &report_table::Table::output_packet_size);
     }));
 }
 
 int core_get_max_packet_size_of_input_report() {
     trace::Scope scope{VX_HERE};
     return scope.exit(current_pad::answer(scope.where(), [&](vx_device& pad) {
-        return packet_size(scope.where(), pad, hid_get_max_packet_size_of_input_report, pad.ep_in_max_packet_size);
+        return packet_size(scope.where(), pad, &report_table::Table::input_packet_size);
     }));
 }
 
