@@ -3,6 +3,7 @@
 #include "exchange/message_queues.hpp"
 #include "exchange/message_sorter.hpp"
 #include "exchange/stream_table.hpp"
+#include "support/result.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
 
@@ -11,7 +12,6 @@
 namespace {
 
 constexpr unsigned char report_request[] = {0xC0, 0x00};
-constexpr int timed_out = -7;
 constexpr int doubted_report_wait_ms = 5;
 
 using message_queues::Kind;
@@ -57,7 +57,7 @@ class Receiver {
             if (static_cast<unsigned int>(elapsed_time) >= time_out_) {
                 trace::error(where_, "Error, no ready %s messages...",
                              wanted_ == Kind::pen_data ? "ssp input read" : "ssp command");
-                return timed_out;
+                return result::timed_out;
             }
         }
     }
@@ -250,15 +250,15 @@ int __receive_ssp_message(vx_device* device, void* data, unsigned int* length, u
     VX_NOTE("START queue       ssp_input_read: %d", get_uni_queue_size(device->ssp_input_read));
     VX_NOTE("START queue ssp_command_messages: %d", get_uni_queue_size(device->ssp_command_messages));
 
-    int result = Receiver{VX_HERE, *device, time_out, legacy, selector}.receive(data, length);
-    if (result != 0 && legacy == 0 && selector != 1 && device->replies_due > 0) {
+    int outcome = Receiver{VX_HERE, *device, time_out, legacy, selector}.receive(data, length);
+    if (outcome != 0 && legacy == 0 && selector != 1 && device->replies_due > 0) {
         ssp_engine::expect_left_over(*device);
     }
-    if (result != 0 && open_close::recover(*device) == result::removed) {
-        result = result::removed;
+    if (outcome != 0 && open_close::recover(*device) == result::removed) {
+        outcome = result::removed;
     }
     tell_if_lost(VX_HERE, *device);
     VX_NOTE("END queue       ssp_input_read: %d", get_uni_queue_size(device->ssp_input_read));
     VX_NOTE("END queue ssp_command_messages: %d", get_uni_queue_size(device->ssp_command_messages));
-    return scope.exit(result);
+    return scope.exit(outcome);
 }

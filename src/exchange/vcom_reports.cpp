@@ -3,6 +3,7 @@
 #include "exchange/report_table.hpp"
 #include "support/arguments.hpp"
 #include "support/owners.hpp"
+#include "support/result.hpp"
 #include "transport/record.hpp"
 
 #include <algorithm>
@@ -11,7 +12,6 @@
 
 namespace {
 
-constexpr int no_device = -4; // LIBUSB_ERROR_NO_DEVICE, as the engine passes it on
 constexpr std::size_t longest_message = 65;
 constexpr unsigned int feature_time_out_ms = 1000;
 constexpr unsigned int input_time_out_ms = 100;
@@ -53,14 +53,14 @@ int send_report(trace::Location where, vx_device* device, const void* data, unsi
         trace::error(where, "Error, ssp_base_message_old_message_create() returned: %d", size);
         return -1;
     }
-    const int result = __send_ssp_message(device, message, static_cast<unsigned int>(size));
-    if (result == no_device) {
+    const int outcome = __send_ssp_message(device, message, static_cast<unsigned int>(size));
+    if (outcome == result::transport_lost) {
         record::mark_removed(*device);
     }
-    if (result != 0) {
-        trace::error(where, "__send_ssp_message() failed with return code %d", result);
+    if (outcome != 0) {
+        trace::error(where, "__send_ssp_message() failed with return code %d", outcome);
     }
-    return result;
+    return outcome;
 }
 
 template <std::uint32_t vx_device::*Size> std::optional<int> size_where_open(vx_device& device) {
@@ -109,13 +109,13 @@ int vcom_input_read(vx_device* device, void* data, unsigned int length) {
         return scope.exit(0);
     }
     Message message{length};
-    const int result =
+    const int outcome =
         __receive_ssp_message(device, message.bytes.data(), &message.size, input_time_out_ms, 0, pen_data_queue);
-    if (result == no_device) {
+    if (outcome == result::transport_lost) {
         record::mark_removed(*device);
-        return scope.exit(result);
+        return scope.exit(outcome);
     }
-    if (result != 0) {
+    if (outcome != 0) {
         return scope.exit(0); // nothing was waiting
     }
     return scope.exit(message.copy_report(VX_HERE, data, length).value_or(0));

@@ -1,14 +1,12 @@
 // The stream over VCOM: bulk transfers.
 #include "exchange/stream_table.hpp"
+#include "support/result.hpp"
 #include "transport/record.hpp"
 
 namespace {
 
-constexpr int transport_lost = -4; // LIBUSB_ERROR_NO_DEVICE
-constexpr int timed_out = -7;      // LIBUSB_ERROR_TIMEOUT
-
-void mark_if_lost(vx_device& device, int result) {
-    if (result == transport_lost) {
+void mark_if_lost(vx_device& device, int outcome) {
+    if (outcome == result::transport_lost) {
         record::mark_removed(device);
     }
 }
@@ -26,7 +24,7 @@ int read(trace::Location where, vx_device& device, std::span<unsigned char> room
          unsigned char nonzero) {
     const int count = vcom_read_ssp_data(&device, room.data(), static_cast<int>(room.size()), time_out, nonzero);
     mark_if_lost(device, count);
-    if (count < 1 && count != timed_out) {
+    if (count < 1 && count != result::timed_out) {
         trace::error(where, "Error, vcom_read_ssp_data() return: %d", count);
     }
     return count;
@@ -45,7 +43,7 @@ int take_waiting(vx_device& device, std::span<unsigned char> room) {
     const int count = usb_data_receive(device.vcom_handle, device.ep_in, room.data(), static_cast<int>(room.size()),
                                        stream_table::take_waiting_ms);
     mark_if_lost(device, count);
-    return count == timed_out ? 0 : count;
+    return count == result::timed_out ? 0 : count;
 }
 
 } // namespace
