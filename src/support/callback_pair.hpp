@@ -2,10 +2,11 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
+#include <pthread.h>
 
 // One whole: whoever takes the pair gets the pointer that was set together with the callback. The lock is held only
-// while the two words are copied, never while a callback runs.
+// while the two words are copied, never while a callback runs. It is a plain one, since std::mutex throws where a lock
+// fails and a traced one has something to say to the very callback that is being looked up.
 template <typename Callback> class CallbackPair {
   public:
     struct Pair {
@@ -14,13 +15,13 @@ template <typename Callback> class CallbackPair {
     };
 
     void set(Callback callback, void* user_specific) {
-        const std::lock_guard lock{mutex_};
+        const Guard guard{mutex_};
         pair_ = {callback, user_specific};
         is_set_ = callback != nullptr;
     }
 
     Pair get() const {
-        const std::lock_guard lock{mutex_};
+        const Guard guard{mutex_};
         return pair_;
     }
 
@@ -28,7 +29,18 @@ template <typename Callback> class CallbackPair {
     bool is_set() const { return is_set_; }
 
   private:
-    mutable std::mutex mutex_;
+    class Guard {
+      public:
+        explicit Guard(pthread_mutex_t& mutex) : mutex_{mutex} { pthread_mutex_lock(&mutex_); }
+        ~Guard() { pthread_mutex_unlock(&mutex_); }
+        Guard(const Guard&) = delete;
+        Guard& operator=(const Guard&) = delete;
+
+      private:
+        pthread_mutex_t& mutex_;
+    };
+
+    mutable pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
     Pair pair_;
     std::atomic<bool> is_set_{false};
 };
