@@ -4,6 +4,7 @@
 #include "support/wide_text.hpp"
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,16 +28,14 @@ struct Waiting {
     Waiting* next;
 };
 
-// Messages in the order in which they were said. Its memory comes from plain malloc: the checked allocators have
-// something to say themselves where there is none, and a message that cannot be kept is one that is left out.
+// Messages in the order in which they were said.
 class Queue {
   public:
-    // False where a message was left out.
-    bool add(const Message& message) {
-        Waiting* added = count_ < most_waiting ? static_cast<Waiting*>(std::malloc(sizeof(Waiting))) : drop_middle();
+    void add(const Message& message) {
+        Waiting* const added = is_full() ? drop_middle() : take_memory();
         if (added == nullptr) {
             ++left_out_;
-            return false;
+            return;
         }
         *added = {message, nullptr};
         (last_ == nullptr ? first_ : last_->next) = added;
@@ -45,9 +44,9 @@ class Queue {
         if (count_ == half) {
             end_of_first_half_ = added;
         }
-        return left_out_ == 0;
     }
 
+    bool is_full() const { return count_ >= most_waiting; }
     bool is_empty() const { return count_ == 0 && left_out_ == 0; }
     unsigned long left_out() const { return left_out_; }
 
@@ -80,6 +79,18 @@ class Queue {
     }
 
   private:
+    // The checked allocators have something to say themselves where there is none: that waits in plain memory, or is
+    // left out, since it would be said again without end.
+    Waiting* take_memory() {
+        if (is_taking_) {
+            return static_cast<Waiting*>(std::malloc(sizeof(Waiting)));
+        }
+        is_taking_ = true;
+        auto* const taken = static_cast<Waiting*>(Malloc(sizeof(Waiting)));
+        is_taking_ = false;
+        return taken;
+    }
+
     // The oldest of the second half.
     Waiting* drop_middle() {
         Waiting* const dropped = end_of_first_half_->next;
@@ -94,6 +105,7 @@ class Queue {
     Waiting* last_ = nullptr;
     int count_ = 0;
     unsigned long left_out_ = 0;
+    bool is_taking_ = false;
 };
 
 // One thread's messages. Both queues are empty when it holds no lock, so there is nothing to destroy at its end.
@@ -158,8 +170,9 @@ Outcome deliver(const char* kind, const char* function, const char* text, const 
         hand_over(message, registered.get());
         return Outcome::passed_on;
     }
-    return !outbox.waiting.add(message) && outbox.waiting.left_out() == 1 ? Outcome::first_left_out
-                                                                          : Outcome::passed_on;
+    const bool is_full = outbox.waiting.is_full();
+    outbox.waiting.add(message);
+    return is_full && outbox.waiting.left_out() == 1 ? Outcome::first_left_out : Outcome::passed_on;
 }
 
 bool is_delivering() {

@@ -22,6 +22,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 extern "C" {
 void* __libc_malloc(size_t);
@@ -297,6 +298,35 @@ TEST_F(Refusals, ForGoodEndTheProcessWithTheLineWhereACallLogs) {
             IsInitialized(); // it says so while it holds the list's lock
         },
         testing::ExitedWithCode(1), HasSubstr("error: malloc()"));
+}
+
+// A message waits behind a lock, and so does the line that its memory was refused.
+TEST_F(Refusals, OfAMessagesMemoryAreToldToTheLoggingCallback) {
+    plug_pads();
+    ASSERT_EQ(Initialize(), 0);
+    standins::LogCapture log;
+    log.clear();
+    IsInitialized();
+    const std::vector<std::string> usual = log.messages();
+    std::string errors;
+    {
+        standins::OutputCapture capture(STDERR_FILENO);
+        memory.granted = 0;
+        IsInitialized();
+        grant_everything();
+        errors = capture.text();
+    }
+    std::vector<std::string> expected(usual);
+    expected.insert(expected.end(), usual.begin(), usual.end());
+    const std::string refused = "allocate memory by malloc() -> FAILURE, going to try again after usleep(100)";
+    EXPECT_THAT(errors, HasSubstr(refused));
+    std::vector<std::string> heard = log.messages();
+    const auto found = std::find_if(heard.begin(), heard.end(),
+                                    [&](const std::string& message) { return message.ends_with(refused); });
+    ASSERT_NE(found, heard.end());
+    heard.erase(found);
+    EXPECT_EQ(heard, expected);
+    Deinitialize();
 }
 
 TEST_F(Refusals, ForGoodEndTheProcessWithTheLineWhereReceivingStarts) {
