@@ -1,6 +1,8 @@
 // A pad that comes and goes must leave nothing behind. The library's pauses are skipped.
 #include "ssp_pad_test.hpp"
 
+#include <string_view>
+
 using namespace pads;
 
 namespace {

@@ -7,6 +7,8 @@
 
 #include VXPADCOM_USB_IDS_FILE
 
+#include <sstream>
+
 using namespace pads;
 
 namespace {

@@ -1,6 +1,8 @@
 // So many reports at such a rate: VXPAD_TEST_RATE tells which. The library's pauses are the real ones.
 #include "receive_pad_test.hpp"
 
+#include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <unistd.h>
 

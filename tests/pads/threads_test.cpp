@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <barrier>
+#include <cstdio>
 #include <future>
 
 using namespace pads;

@@ -1,6 +1,7 @@
 // Buffers that are uploaded: what arrives at the pad, over how many interfaces ever. The library's pauses are skipped.
 #include "receive_pad_test.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <future>

@@ -1,5 +1,6 @@
 #include "api_test.hpp"
 
+#include <cstdio>
 #include <thread>
 
 using api::Record;

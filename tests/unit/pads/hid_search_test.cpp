@@ -3,6 +3,8 @@
 
 #include VXPADCOM_USB_IDS_FILE
 
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <set>
 

@@ -1,6 +1,7 @@
 // The data callback: what it is given, when it is asked for again, what it may do.
 #include "receive_test.hpp"
 
+#include <cstdio>
 #include <sstream>
 
 namespace receive_test {
