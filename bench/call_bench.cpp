@@ -5,6 +5,7 @@
 #include <hidapi/hidapi.h>
 #include <string>
 #include <unistd.h>
+#include <vxpadcom/internals.h>
 #include <vxpadcom/vxpadcom.h>
 
 namespace {

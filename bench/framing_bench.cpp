@@ -14,6 +14,7 @@
 #include <string>
 #include <unistd.h>
 #include <vector>
+#include <vxpadcom/internals.h>
 #include <vxpadcom/vxpadcom.h>
 
 namespace {

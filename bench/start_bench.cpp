@@ -7,6 +7,7 @@
 
 #include <array>
 #include <benchmark/benchmark.h>
+#include <vxpadcom/internals.h>
 #include <vxpadcom/vxpadcom.h>
 
 namespace {

@@ -1,6 +1,7 @@
 // What nearly every test includes, for the compiler to read once.
 #pragma once
 
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <gmock/gmock.h>

@@ -7,6 +7,7 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <vxpadcom/internals.h>
 #include <vxpadcom/vxpadcom.h>
 
 namespace vxpadctl {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <span>
 #include <utility>
+#include <vxpadcom/internals.h>
 #include <vxpadcom/vxpadcom.h>
 
 namespace vxpadctl {

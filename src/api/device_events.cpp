@@ -1,6 +1,7 @@
 // The application's handlers of device events.
 #include "session/removal.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/vxpadcom.h"
 
 int SetOnDeviceRemovedHandler(vxpad_device_callback callback, void* user_specific) {
     trace::Scope scope{VX_HERE};

@@ -1,6 +1,9 @@
 // Facts about one pad.
 #include "session/call.hpp"
 #include "session/device_list.hpp"
+#include "vxpadcom/internals/control_requests.h"
+#include "vxpadcom/internals/process_state.h"
+#include "vxpadcom/vxpadcom.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 // The exported functions that read exception records.
 #include "session/call.hpp"
 #include "session/exception_ring.hpp"
+#include "vxpadcom/vxpadcom.h"
 
 #include <algorithm>
 #include <cstring>

@@ -10,6 +10,10 @@
 #include "support/detached_thread.hpp"
 #include "support/log_delivery.hpp"
 #include "support/wchar_tools.hpp"
+#include "vxpadcom/internals/discovery.h"
+#include "vxpadcom/internals/process_state.h"
+#include "vxpadcom/internals/wide_text.h"
+#include "vxpadcom/vxpadcom.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,5 +1,6 @@
 #include "support/log_delivery.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/vxpadcom.h"
 
 int RegisterLoggingCallBackProcedure(void* callback, void* user_specific) {
     trace::Scope scope{VX_HERE};

@@ -1,5 +1,6 @@
 // Functions that are declared for completeness: they say so and succeed.
 #include "support/trace.hpp"
+#include "vxpadcom/vxpadcom.h"
 
 static constexpr char not_implemented[] = "Function %s() not implemented yet.";
 

@@ -3,6 +3,9 @@
 #include "session/callback_thread.hpp"
 #include "session/receive_thread.hpp"
 #include "support/text.hpp"
+#include "vxpadcom/internals/process_state.h"
+#include "vxpadcom/internals/uni_queue.h"
+#include "vxpadcom/vxpadcom.h"
 
 namespace {
 

@@ -1,6 +1,8 @@
 // Single reports between the application and one interface of one pad.
 #include "session/call.hpp"
 #include "support/owners.hpp"
+#include "vxpadcom/internals/control_requests.h"
+#include "vxpadcom/vxpadcom.h"
 
 namespace {
 

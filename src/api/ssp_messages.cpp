@@ -1,6 +1,8 @@
 // Whole messages between the application and one interface of one pad.
 #include "session/call.hpp"
 #include "support/owners.hpp"
+#include "vxpadcom/internals/ssp_requests.h"
+#include "vxpadcom/vxpadcom.h"
 
 #include <algorithm>
 

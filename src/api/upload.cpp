@@ -7,6 +7,12 @@
 #include "support/detached_thread.hpp"
 #include "support/owners.hpp"
 #include "support/print_helpers.hpp"
+#include "vxpadcom/internals/control_requests.h"
+#include "vxpadcom/internals/process_state.h"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/removal.h"
+#include "vxpadcom/internals/wrapunix.h"
+#include "vxpadcom/vxpadcom.h"
 
 #include <algorithm>
 #include <array>

@@ -1,10 +1,12 @@
 // Pen data of a pad on and off.
+#include "vxpadcom/internals/biodata.h"
 #include "commands/component_request.hpp"
 #include "commands/growing_pause.hpp"
 #include "support/clock.hpp"
 #include "support/lock.hpp"
 #include "support/result.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/record.h"
 
 namespace {
 

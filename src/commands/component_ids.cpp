@@ -1,6 +1,9 @@
 // Which components a pad has: its list, asked for once and kept in the record, and the ids that follow from it.
+#include "vxpadcom/internals/component_ids.h"
 #include "commands/component_link.hpp"
 #include "commands/list_reply.hpp"
+#include "vxpadcom/internals/component_link.h"
+#include "vxpadcom/internals/record.h"
 
 #include <algorithm>
 #include <cstdint>

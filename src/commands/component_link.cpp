@@ -2,6 +2,9 @@
 
 #include "exchange/ssp_engine.hpp"
 #include "support/print_helpers.hpp"
+#include "vxpadcom/internals/component_link.h"
+#include "vxpadcom/internals/ssp_base_message.h"
+#include "vxpadcom/internals/wrapunix.h"
 #include "wire/ssp_base_message.hpp"
 
 #include <algorithm>

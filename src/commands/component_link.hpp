@@ -4,6 +4,7 @@
 
 #include "support/owners.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/record.h"
 
 #include <optional>
 #include <span>

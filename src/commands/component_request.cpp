@@ -2,6 +2,8 @@
 
 #include "exchange/ssp_engine.hpp"
 #include "support/result.hpp"
+#include "vxpadcom/internals/component_ids.h"
+#include "vxpadcom/internals/component_link.h"
 
 namespace component_request {
 namespace {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "commands/component_link.hpp"
+#include "vxpadcom/internals/record.h"
 
 namespace component_request {
 

@@ -1,4 +1,5 @@
 // The fixed commands: a 64-byte feature report to the pad and one back, tried three times with growing pauses.
+#include "vxpadcom/internals/legacy_commands.h"
 #include "commands/growing_pause.hpp"
 #include "exchange/left_over.hpp"
 #include "exchange/stream_table.hpp"
@@ -7,6 +8,9 @@
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
 #include "transport/usb_id_tables.hpp"
+#include "vxpadcom/internals/dev_errors.h"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/report_io.h"
 #include "wire/little_endian.hpp"
 
 #include <algorithm>

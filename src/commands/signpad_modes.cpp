@@ -2,6 +2,7 @@
 
 #include "commands/component_request.hpp"
 #include "commands/list_reply.hpp"
+#include "vxpadcom/internals/signpad_modes.h"
 #include "wire/little_endian.hpp"
 
 #include <algorithm>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "commands/component_link.hpp"
+#include "vxpadcom/internals/record.h"
 
 namespace signpad_modes {
 

@@ -1,9 +1,11 @@
 // Configuration variables of a pad and the buttons that they configure.
+#include "vxpadcom/internals/ssp_configuration.h"
 #include "commands/component_request.hpp"
 #include "commands/signpad_modes.hpp"
 #include "support/clock.hpp"
 #include "support/result.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/record.h"
 #include "wire/little_endian.hpp"
 
 #include <algorithm>

@@ -1,5 +1,7 @@
 // What the pad says of itself, and its connection type.
+#include "vxpadcom/internals/ssp_pad_desc.h"
 #include "commands/component_request.hpp"
+#include "vxpadcom/internals/record.h"
 #include "wire/little_endian.hpp"
 
 #include <algorithm>

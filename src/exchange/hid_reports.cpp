@@ -2,6 +2,9 @@
 #include "exchange/report_table.hpp"
 #include "support/trace.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/hid.h"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/report_io.h"
 
 namespace {
 

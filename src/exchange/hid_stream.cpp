@@ -1,6 +1,9 @@
 // The stream over HID: feature reports, each of which has to be asked for.
 #include "exchange/stream_table.hpp"
 #include "transport/open_close.hpp"
+#include "vxpadcom/internals/hid.h"
+#include "vxpadcom/internals/print_helpers.h"
+#include "vxpadcom/internals/record.h"
 
 #include <algorithm>
 #include <cstring>

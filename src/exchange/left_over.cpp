@@ -2,6 +2,7 @@
 // it is worth waiting for.
 #include "exchange/left_over.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/ssp_base_message.h"
 
 #include "exchange/message_queues.hpp"
 

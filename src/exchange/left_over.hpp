@@ -4,6 +4,7 @@
 #include "exchange/message_sorter.hpp"
 #include "exchange/stream_table.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/record.h"
 
 #include <cstdint>
 

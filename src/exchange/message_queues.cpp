@@ -1,6 +1,8 @@
 // The queues are made when they are first needed; clearing the record destroys them.
 #include "exchange/message_queues.hpp"
 
+#include "vxpadcom/internals/wrapunix.h"
+
 #include <algorithm>
 
 namespace message_queues {

@@ -3,6 +3,8 @@
 #pragma once
 
 #include "support/owners.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/uni_queue.h"
 
 #include <span>
 

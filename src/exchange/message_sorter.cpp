@@ -4,6 +4,7 @@
 #include "exchange/message_sorter.hpp"
 
 #include "exchange/message_queues.hpp"
+#include "vxpadcom/internals/ssp_base_message.h"
 
 #include <algorithm>
 #include <unistd.h>

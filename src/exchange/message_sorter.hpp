@@ -3,6 +3,7 @@
 
 #include "support/clock.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/record.h"
 #include "wire/message_cutter.hpp"
 
 #include <optional>

@@ -1,7 +1,9 @@
 // Reports of one record, whatever its transport.
+#include "vxpadcom/internals/report_io.h"
 #include "exchange/report_table.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/record.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "exchange/open_transport.hpp"
+#include "vxpadcom/internals/record.h"
 
 #include <optional>
 

@@ -1,4 +1,5 @@
 // Whole messages between the library and one interface of a pad, over whichever transport it is open on.
+#include "vxpadcom/internals/ssp_engine.h"
 #include "exchange/left_over.hpp"
 #include "exchange/message_queues.hpp"
 #include "exchange/message_sorter.hpp"
@@ -6,6 +7,10 @@
 #include "support/result.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/ssp_base_message.h"
+#include "vxpadcom/internals/ssp_transport_token.h"
+#include "vxpadcom/internals/uni_queue.h"
 
 #include <algorithm>
 

@@ -3,6 +3,7 @@
 
 #include "exchange/open_transport.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/record.h"
 
 #include <span>
 

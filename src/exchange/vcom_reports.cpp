@@ -1,10 +1,14 @@
 // Reports of VCOM pads, carried as legacy messages over the message engine.
+#include "vxpadcom/internals/vcom_reports.h"
 #include "exchange/left_over.hpp"
 #include "exchange/report_table.hpp"
 #include "support/arguments.hpp"
 #include "support/owners.hpp"
 #include "support/result.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/ssp_base_message.h"
+#include "vxpadcom/internals/ssp_engine.h"
 
 #include <algorithm>
 #include <array>

@@ -2,6 +2,8 @@
 #include "exchange/stream_table.hpp"
 #include "support/result.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/vcom_bulk.h"
 
 namespace {
 

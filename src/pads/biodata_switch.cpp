@@ -1,8 +1,12 @@
 // Pen data of the current pad on and off.
+#include "vxpadcom/internals/biodata_switch.h"
 #include "pads/registry.hpp"
 #include "support/lock.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/biodata.h"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/registry.h"
 
 namespace {
 

@@ -1,7 +1,10 @@
 // Requests to the current pad: facts about it, and reports of one of its interfaces by number.
+#include "vxpadcom/internals/control_requests.h"
 #include "exchange/report_table.hpp"
 #include "pads/interface_request.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/report_io.h"
 
 #include <cstring>
 #include <optional>

@@ -1,9 +1,17 @@
 // Start and stop of the core, the search for pads, and which pad is current.
+#include "vxpadcom/internals/discovery.h"
 #include "exchange/ssp_engine.hpp"
 #include "pads/current_pad.hpp"
 #include "pads/hid_search.hpp"
 #include "support/owners.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/hid_search.h"
+#include "vxpadcom/internals/legacy_commands.h"
+#include "vxpadcom/internals/open_close.h"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/registry.h"
+#include "vxpadcom/internals/vcom_search.h"
+#include "vxpadcom/internals/wrapunix.h"
 
 #include <cstring>
 #include <hidapi/hidapi.h>

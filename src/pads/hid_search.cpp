@@ -6,6 +6,16 @@
 #include "support/text.hpp"
 #include "support/wchar_tools.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/component_link.h"
+#include "vxpadcom/internals/dev_errors.h"
+#include "vxpadcom/internals/hid.h"
+#include "vxpadcom/internals/hid_search.h"
+#include "vxpadcom/internals/legacy_commands.h"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/registry.h"
+#include "vxpadcom/internals/ssp_engine.h"
+#include "vxpadcom/internals/usb_id_tables.h"
+#include "vxpadcom/vxpadcom.h"
 
 #include <atomic>
 #include <hidapi/hidapi.h>

@@ -1,5 +1,7 @@
 #include "pads/interface_request.hpp"
 
+#include "vxpadcom/internals/registry.h"
+
 InterfaceRequest::InterfaceRequest(trace::Location where, const InterfaceRequestTexts& texts, const void* data,
                                    int data_size)
     : where_{where}, texts_{texts}, pad_{registry::find_current(where, texts.missing_pad)},

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pads/current_pad.hpp"
+#include "vxpadcom/internals/record.h"
 
 #include <optional>
 

@@ -2,6 +2,7 @@
 
 #include "transport/record.hpp"
 #include "transport/usb_id_tables.hpp"
+#include "vxpadcom/internals/registration.h"
 
 #include <algorithm>
 #include <cstdio>

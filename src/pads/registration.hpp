@@ -2,6 +2,8 @@
 #pragma once
 
 #include "pads/registry.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/registry.h"
 
 namespace registration {
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "support/lock.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/registry.h"
 
 #include <cstdint>
 

@@ -1,7 +1,11 @@
 // Messages to and from one interface of the current pad, under its lock.
+#include "vxpadcom/internals/ssp_requests.h"
 #include "pads/interface_request.hpp"
 #include "support/arguments.hpp"
 #include "transport/open_close.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/ssp_engine.h"
+#include "vxpadcom/internals/uni_queue.h"
 
 namespace {
 

@@ -1,12 +1,21 @@
 // Finding VCOM pads: vendor interfaces with a bulk IN and a bulk OUT endpoint.
 #include VXPADCOM_USB_IDS_FILE
 
+#include "vxpadcom/internals/vcom_search.h"
 #include "exchange/ssp_engine.hpp"
 #include "pads/registration.hpp"
 #include "pads/registry.hpp"
 #include "support/owners.hpp"
 #include "support/text.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/component_link.h"
+#include "vxpadcom/internals/legacy_commands.h"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/registry.h"
+#include "vxpadcom/internals/ssp_engine.h"
+#include "vxpadcom/internals/ssp_pad_desc.h"
+#include "vxpadcom/internals/usb_id_tables.h"
+#include "vxpadcom/internals/vcom_bulk.h"
 
 #include <algorithm>
 #include <cstring>

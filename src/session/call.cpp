@@ -3,6 +3,9 @@
 #include "session/exception_ring.hpp"
 #include "session/removal.hpp"
 #include "session/selection.hpp"
+#include "vxpadcom/internals/removal.h"
+#include "vxpadcom/internals/wide_text.h"
+#include "vxpadcom/vxpadcom.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -5,6 +5,7 @@
 
 #include "pads/current_pad.hpp"
 #include "support/detached_thread.hpp"
+#include "vxpadcom/internals/record.h"
 
 #include <optional>
 

@@ -5,6 +5,9 @@
 #include "support/memory.hpp"
 #include "support/one_shot.hpp"
 #include "support/owners.hpp"
+#include "vxpadcom/internals/process_state.h"
+#include "vxpadcom/internals/uni_queue.h"
+#include "vxpadcom/vxpadcom.h"
 
 #include <algorithm>
 #include <optional>

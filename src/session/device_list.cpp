@@ -1,6 +1,7 @@
 #include "session/device_list.hpp"
 
 #include "pads/current_pad.hpp"
+#include "vxpadcom/internals/process_state.h"
 
 #include <atomic>
 

@@ -1,6 +1,8 @@
 #include "session/exception_ring.hpp"
 
 #include "support/lock.hpp"
+#include "vxpadcom/internals/process_state.h"
+#include "vxpadcom/vxpadcom.h"
 
 #include <cstdio>
 

@@ -4,6 +4,9 @@
 #include "session/device_list.hpp"
 #include "support/callback_pair.hpp"
 #include "support/one_shot.hpp"
+#include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/uni_queue.h"
+#include "vxpadcom/vxpadcom.h"
 
 #include <atomic>
 #include <memory>

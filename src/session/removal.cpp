@@ -5,6 +5,7 @@
 #include "support/callback_pair.hpp"
 #include "support/detached_thread.hpp"
 #include "support/result.hpp"
+#include "vxpadcom/internals/removal.h"
 
 namespace {
 

@@ -3,6 +3,8 @@
 #include "pads/current_pad.hpp"
 #include "session/selection.hpp"
 #include "support/result.hpp"
+#include "vxpadcom/internals/control_requests.h"
+#include "vxpadcom/internals/discovery.h"
 
 #include <algorithm>
 #include <cstring>

@@ -4,6 +4,9 @@
 #include "session/removal.hpp"
 #include "support/detached_thread.hpp"
 #include "support/lock.hpp"
+#include "vxpadcom/internals/process_state.h"
+#include "vxpadcom/internals/registry.h"
+#include "vxpadcom/internals/removal.h"
 
 namespace selection {
 namespace {

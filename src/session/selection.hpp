@@ -2,6 +2,7 @@
 #pragma once
 
 #include "session/device_list.hpp"
+#include "vxpadcom/internals/record.h"
 
 namespace selection {
 

@@ -2,6 +2,7 @@
 
 #include "support/log_delivery.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/wrappthread.h"
 
 #include <atomic>
 

@@ -1,5 +1,6 @@
 // Texts of the status bytes that pads report and of hidapi's errors.
-#include "vxpadcom/vxpadcom.h"
+
+#include "vxpadcom/internals/dev_errors.h"
 
 #include <array>
 #include <cstdio>

@@ -1,4 +1,6 @@
 // The err_ family: error lines to standard error, or to syslog for a daemon.
+
+#include "vxpadcom/internals/err_log.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <cerrno>

@@ -4,6 +4,8 @@
 
 #include "support/trace.hpp"
 
+#include <pthread.h>
+
 namespace trace {
 
 // Holds a mutex, from the beginning or later; a null mutex is left alone. The expression is the lock's name in trace

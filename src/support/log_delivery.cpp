@@ -2,6 +2,8 @@
 
 #include "support/callback_pair.hpp"
 #include "support/wide_text.hpp"
+#include "vxpadcom/internals/wide_text.h"
+#include "vxpadcom/internals/wrapunix.h"
 
 #include <array>
 #include <atomic>

@@ -5,7 +5,7 @@
 // lock fails.
 #pragma once
 
-#include "vxpadcom/vxpadcom.h"
+#include "vxpadcom/internals/wrapunix.h"
 
 #include <cstdlib>
 #include <memory>

@@ -1,7 +1,7 @@
 // A one-shot signal between threads.
 #pragma once
 
-#include "vxpadcom/vxpadcom.h"
+#include "vxpadcom/internals/wrappthread.h"
 
 // A flag with a condition variable: given once for all. Giving it again is harmless, and who comes late does not wait.
 // The standard library's own throw where a lock or a wait fails.

@@ -1,7 +1,7 @@
 // Owners of memory that comes from the checked allocators.
 #pragma once
 
-#include "vxpadcom/vxpadcom.h"
+#include "vxpadcom/internals/wrapunix.h"
 
 #include <cstdlib>
 #include <cstring>

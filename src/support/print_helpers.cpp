@@ -2,6 +2,7 @@
 
 #include "support/lock.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/print_helpers.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -2,6 +2,7 @@
 
 #include "support/log_delivery.hpp"
 #include "support/switches.hpp"
+#include "vxpadcom/internals/err_log.h"
 
 #include <cerrno>
 #include <cstdarg>

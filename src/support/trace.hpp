@@ -5,8 +5,6 @@
 // nor are its arguments evaluated.
 #pragma once
 
-#include "vxpadcom/vxpadcom.h"
-
 #include <variant>
 
 namespace trace {

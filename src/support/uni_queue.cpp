@@ -1,6 +1,8 @@
 // The frame queue: an unbounded first-in-first-out list that owns its frames' buffers.
+#include "vxpadcom/internals/uni_queue.h"
 #include "support/lock.hpp"
 #include "support/owners.hpp"
+#include "vxpadcom/internals/wrapunix.h"
 
 #include <cstdio>
 

@@ -1,6 +1,9 @@
 #include "support/wchar_tools.hpp"
 
 #include "support/lock.hpp"
+#include "vxpadcom/internals/process_state.h"
+#include "vxpadcom/internals/wchar_tools.h"
+#include "vxpadcom/internals/wide_text.h"
 
 #include <clocale>
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/wide_text.hpp"
+#include "vxpadcom/vxpadcom.h"
 
 namespace wchar_tools {
 

@@ -1,5 +1,7 @@
 #include "support/wide_text.hpp"
 
+#include "vxpadcom/vxpadcom.h"
+
 #include <cstring>
 #include <cwchar>
 

@@ -1,4 +1,5 @@
 // Checked thread calls: a failure is logged and otherwise ignored.
+#include "vxpadcom/internals/wrappthread.h"
 #include "support/trace.hpp"
 
 #include <cerrno>

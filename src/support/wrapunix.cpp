@@ -1,4 +1,5 @@
 // Checked memory and file calls.
+#include "vxpadcom/internals/wrapunix.h"
 #include "support/owners.hpp"
 #include "support/switches.hpp"
 #include "support/trace.hpp"

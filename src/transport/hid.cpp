@@ -1,9 +1,12 @@
 // HID reports on an open handle.
+#include "vxpadcom/internals/hid.h"
 #include "support/arguments.hpp"
 #include "support/clock.hpp"
 #include "support/owners.hpp"
 #include "support/print_helpers.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/dev_errors.h"
+#include "vxpadcom/internals/print_helpers.h"
 
 #include <algorithm>
 #include <hidapi/hidapi.h>

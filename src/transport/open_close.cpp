@@ -3,6 +3,10 @@
 
 #include "support/result.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/hid.h"
+#include "vxpadcom/internals/open_close.h"
+#include "vxpadcom/internals/print_helpers.h"
+#include "vxpadcom/internals/vcom_bulk.h"
 
 // A path is set when any of its bytes is.
 static bool has_path(const vx_device& device) {

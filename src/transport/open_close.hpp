@@ -2,6 +2,7 @@
 #pragma once
 
 #include "transport/record.hpp"
+#include "vxpadcom/internals/record.h"
 
 namespace open_close {
 

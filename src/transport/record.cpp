@@ -1,6 +1,9 @@
 #include "transport/record.hpp"
 
 #include "support/memory.hpp"
+#include "vxpadcom/internals/uni_queue.h"
+#include "vxpadcom/internals/wrappthread.h"
+#include "vxpadcom/internals/wrapunix.h"
 
 #include <cstdlib>
 #include <libusb-1.0/libusb.h>

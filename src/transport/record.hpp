@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/lock.hpp"
+#include "vxpadcom/internals/record.h"
 
 #include <atomic>
 

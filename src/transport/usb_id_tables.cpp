@@ -1,6 +1,6 @@
 #include "transport/usb_id_tables.hpp"
 
-#include "vxpadcom/vxpadcom.h"
+#include "vxpadcom/internals/usb_id_tables.h"
 
 #include <algorithm>
 #include <iterator>

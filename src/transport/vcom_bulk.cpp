@@ -1,9 +1,12 @@
 // Bytes over the bulk endpoints of a VCOM pad.
+#include "vxpadcom/internals/vcom_bulk.h"
 #include "support/arguments.hpp"
 #include "support/clock.hpp"
 #include "support/print_helpers.hpp"
 #include "support/result.hpp"
 #include "transport/record.hpp"
+#include "vxpadcom/internals/print_helpers.h"
+#include "vxpadcom/internals/record.h"
 
 #include <algorithm>
 #include <cstring>

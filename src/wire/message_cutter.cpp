@@ -2,6 +2,8 @@
 // as it would have come.
 #include "wire/message_cutter.hpp"
 
+#include "vxpadcom/internals/ssp_transport_token.h"
+
 #include <algorithm>
 #include <utility>
 

@@ -3,6 +3,7 @@
 
 #include "support/owners.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/uni_queue.h"
 #include "wire/ssp_base_message.hpp"
 #include "wire/ssp_transport_token.hpp"
 

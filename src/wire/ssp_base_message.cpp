@@ -7,6 +7,8 @@
 #include "support/owners.hpp"
 #include "support/print_helpers.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/ssp_base_message.h"
+#include "vxpadcom/internals/wrapunix.h"
 
 namespace {
 

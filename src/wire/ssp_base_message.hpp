@@ -1,8 +1,6 @@
 // Measuring a frame that may be cut short.
 #pragma once
 
-#include "vxpadcom/vxpadcom.h"
-
 #include <span>
 
 namespace ssp_base_message {

@@ -7,6 +7,9 @@
 
 #include "support/owners.hpp"
 #include "support/trace.hpp"
+#include "vxpadcom/internals/ssp_transport_token.h"
+#include "vxpadcom/internals/uni_queue.h"
+#include "vxpadcom/internals/wrapunix.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,6 @@
 // Tokens at the end of received bytes, for those who read on.
 #pragma once
 
-#include "vxpadcom/vxpadcom.h"
-
 #include <array>
 #include <span>
 

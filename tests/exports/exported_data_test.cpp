@@ -3,6 +3,7 @@
 
 #include "standins.hpp"
 #include "usb_ids_file.hpp"
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <gmock/gmock.h>

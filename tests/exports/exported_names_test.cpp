@@ -1,10 +1,11 @@
-// The names that the library exports: the kept list, the dynamic symbol table and the public header agree.
+// The names that the library exports: the kept list, the dynamic symbol table and the public headers agree.
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -76,8 +77,13 @@ std::map<std::string, char> names_in_library() {
 enum class Kind { function, data };
 
 // Every declaration that is marked as exported.
-std::map<std::string, Kind> names_in_header() {
-    std::string header = content_of(PUBLIC_HEADER);
+std::map<std::string, Kind> names_in_headers() {
+    std::string header;
+    for (const auto& file : std::filesystem::recursive_directory_iterator(PUBLIC_HEADERS)) {
+        if (file.is_regular_file()) {
+            header += content_of(file.path().c_str());
+        }
+    }
     for (auto start = header.find("/*"); start != std::string::npos; start = header.find("/*", start)) {
         header.erase(start, header.find("*/", start) + 2 - start);
     }
@@ -126,14 +132,14 @@ TEST(ExportedNames, OfTheLibraryAreThoseOfTheList) {
 
 TEST(ExportedNames, OfTheHeaderAreThoseOfTheList) {
     const auto list = kept_list();
-    const auto header = keys(names_in_header());
+    const auto header = keys(names_in_headers());
     EXPECT_THAT(only_in_first(list, header), IsEmpty()) << "listed, not declared";
     EXPECT_THAT(only_in_first(header, list), IsEmpty()) << "declared, not listed";
 }
 
 TEST(ExportedNames, AreFunctionsOrWritableDataAsDeclared) {
     const auto library = names_in_library();
-    for (const auto& [name, kind] : names_in_header()) {
+    for (const auto& [name, kind] : names_in_headers()) {
         const auto found = library.find(name);
         if (found == library.end()) {
             continue; // another test's matter

@@ -2,6 +2,7 @@
 #ifndef VXPAD_TESTS_HEADER_SIZES_H
 #define VXPAD_TESTS_HEADER_SIZES_H
 
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #ifdef __cplusplus

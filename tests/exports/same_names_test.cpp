@@ -1,5 +1,6 @@
 // This program has a function of every name that the library exports. The library must never call one of them.
 #include "standins.hpp"
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <dlfcn.h>

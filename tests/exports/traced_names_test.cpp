@@ -1,6 +1,7 @@
 // Trace lines name the functions that a reader of the header and the log knows, not helpers behind them.
 #include "captures.hpp"
 #include "standins.hpp"
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <gmock/gmock.h>

@@ -5,6 +5,7 @@
 // beginning of a report.
 #include "fuzz.hpp"
 #include "standins.hpp"
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <libusb-1.0/libusb.h>

@@ -1,5 +1,6 @@
 // Any bytes as a received stream, and as a message to be framed.
 #include "fuzz.hpp"
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 #include "wire/token_model.hpp"
 

@@ -1,5 +1,6 @@
 // The fixed commands on the two pads that differ from all others: type 1 sends no replies and type 8 is slow.
 #include "pad_test.hpp"
+#include "vxpadcom/internals.h"
 
 #include <memory>
 

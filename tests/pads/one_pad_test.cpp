@@ -1,5 +1,6 @@
 // A type 16 pad with three interfaces that gives back what was written to it.
 #include "pad_test.hpp"
+#include "vxpadcom/internals.h"
 
 #include <array>
 #include <cstdlib>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pad_test.hpp"
+#include "vxpadcom/internals.h"
 
 #include <memory>
 

@@ -1,5 +1,6 @@
 // A type 16 pad with two interfaces that is pulled out at any moment. The library's pauses are skipped.
 #include "pad_test.hpp"
+#include "vxpadcom/internals.h"
 
 #include <algorithm>
 

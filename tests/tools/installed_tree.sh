@@ -24,7 +24,7 @@ expect_file() {
     [ -n "$found" ] || fail "$1 is missing"
 }
 
-for file in bin/vxpadctl libvxpadcom.so include/vxpadcom/vxpadcom.h lib/udev/rules.d/70-vxpadcom.rules \
+for file in bin/vxpadctl libvxpadcom.so include/vxpadcom/vxpadcom.h include/vxpadcom/internals.h lib/udev/rules.d/70-vxpadcom.rules \
     pkgconfig/vxpadcom.pc cmake/vxpadcom/vxpadcomConfig.cmake LICENSE README.md examples/list_pads.c \
     vxpadcom/virtual-pad.layout; do
     expect_file "$file"
@@ -44,9 +44,9 @@ for standard in c11 c17 c++17 c++20 c++2b; do
     c++*) compiler=$cxx language=c++ ;;
     *) compiler=$cc language=c ;;
     esac
-    echo '#include <vxpadcom/vxpadcom.h>' >"$scratch/header.$language"
+    printf '#include <vxpadcom/%s.h>\n' vxpadcom internals >"$scratch/header.$language"
     "$compiler" -std="$standard" $strict -I"$prefix/include" -x "$language" -fsyntax-only "$scratch/header.$language" ||
-        fail "the header is not valid $standard"
+        fail "the headers are not valid $standard"
 done
 
 "$cmake" -S "$source/examples" -B "$scratch/examples" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" \

@@ -5,6 +5,7 @@
 #include "base/pad_record.hpp"
 #include "captures.hpp"
 #include "standins.hpp"
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 #include "api_test.hpp"
+#include "vxpadcom/internals.h"
 
 using api::GuardedText;
 using standins::bus;

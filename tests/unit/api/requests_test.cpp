@@ -1,5 +1,6 @@
 // The core's requests, which the exported functions are thin wrappers of.
 #include "api_test.hpp"
+#include "vxpadcom/internals.h"
 
 #include <atomic>
 #include <thread>

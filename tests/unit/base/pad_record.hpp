@@ -2,6 +2,7 @@
 #pragma once
 
 #include "standins.hpp"
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <libusb-1.0/libusb.h>

@@ -2,6 +2,7 @@
 
 #include VXPADCOM_USB_IDS_FILE
 
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <hidapi/hidapi.h>

@@ -1,5 +1,6 @@
 // The checked allocators over an allocator that fails on demand. This program replaces malloc, calloc, realloc and
 // usleep for the whole process; only requests of one conspicuous size are made to fail.
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,7 @@
 #include "support/lines.hpp"
 
 #include "standins.hpp"
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,6 @@
 #include "support/lines.hpp"
 
+#include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <gmock/gmock.h>

@@ -1,0 +1,7 @@
+/* Marks what the library exports; everything else is hidden. */
+#ifndef VXPADCOM_EXPORT_H
+#define VXPADCOM_EXPORT_H
+
+#define VXPADCOM_API __attribute__((visibility("default")))
+
+#endif
