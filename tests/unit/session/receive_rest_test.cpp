@@ -38,6 +38,9 @@ class ReceiveRest : public Receiving {
         return found;
     }
 
+    // The receive thread uses them until TearDown().
+    std::atomic<int> readings_{0};
+    std::atomic<int> other_slacks_{0};
     const int ordinary_ = prctl(PR_GET_TIMERSLACK); // as threads inherit it
 
   private:
@@ -55,9 +58,8 @@ TEST_F(ReceiveRest, PausesEndOnTimeUntilNothingHasComeForAWhile) {
 
 TEST_F(ReceiveRest, EndsWithTheFirstReport) {
     constexpr int reading_with_report = 300;
-    std::atomic<int> readings{0};
     bus().hooks.read = [&](auto&&...) {
-        if (++readings == reading_with_report) {
+        if (++readings_ == reading_with_report) {
             give(*first_, report_of(1, 0));
         }
         return std::optional<int>{};
@@ -71,16 +73,14 @@ TEST_F(ReceiveRest, EndsWithTheFirstReport) {
 }
 
 TEST_F(ReceiveRest, IsForPausesOnly) {
-    std::atomic<int> readings{0};
-    std::atomic<int> other_slacks{0};
     bus().hooks.read = [&](auto&&...) {
-        ++readings;
-        other_slacks += prctl(PR_GET_TIMERSLACK) == ordinary_ ? 0 : 1;
+        ++readings_;
+        other_slacks_ += prctl(PR_GET_TIMERSLACK) == ordinary_ ? 0 : 1;
         return std::optional<int>{};
     };
     ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
-    EXPECT_TRUE(comes_true([&] { return readings > 300; }));
-    EXPECT_EQ(other_slacks, 0);
+    EXPECT_TRUE(comes_true([&] { return readings_ > 300; }));
+    EXPECT_EQ(other_slacks_, 0);
 }
 
 } // namespace
