@@ -1,6 +1,6 @@
 #include "commands/component_link.hpp"
 
-#include "exchange/ssp_engine.hpp"
+#include "exchange/left_over.hpp"
 #include "support/print_helpers.hpp"
 #include "vxpadcom/internals/component_link.h"
 #include "vxpadcom/internals/ssp_base_message.h"
@@ -51,8 +51,8 @@ Answer receive_from(trace::Location where, vx_device* device, unsigned int time_
             return answer; // what is due besides may come late, or never
         }
         if (!is_base(*answer.reply) || device->replies_due == 0) {
-            ssp_engine::expect_left_over(*device);
-            device->sends_unasked = ssp_engine::on_guard;
+            left_over::expect_left_over(*device);
+            device->sends_unasked = left_over::on_guard;
             return answer;
         }
         VX_INFO_AT(where, "an answer to an earlier question is dropped");

@@ -1,6 +1,6 @@
 #include "commands/component_request.hpp"
 
-#include "exchange/ssp_engine.hpp"
+#include "exchange/left_over.hpp"
 #include "support/result.hpp"
 #include "vxpadcom/internals/component_ids.h"
 #include "vxpadcom/internals/component_link.h"
@@ -60,7 +60,7 @@ int send(trace::Location where, vx_device* device, const Request& request, std::
     }
     const int result = send_to(where, device, id, request, data);
     if (result == 0) {
-        ssp_engine::expect_left_over(*device);
+        left_over::expect_left_over(*device);
     }
     return result;
 }

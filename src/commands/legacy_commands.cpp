@@ -83,7 +83,7 @@ bool expect_echo(trace::Location where, vx_device& device, const Report& reply, 
     if (reply[0] != command.code) {
         VX_INFO_AT(where, "%s", command.wrong_echo);
         if (stream_table::of(device).carries_reports) {
-            ssp_engine::expect_left_over(device);
+            left_over::expect_left_over(device);
         }
         return false;
     }

@@ -62,7 +62,7 @@ void forget_what_is_due(vx_device& device, bool has_dropped) {
     }
     device.left_over = 0;
     if (device.sends_unasked > 0) {
-        device.sends_unasked = has_dropped ? ssp_engine::on_guard : device.sends_unasked - 1;
+        device.sends_unasked = has_dropped ? left_over::on_guard : device.sends_unasked - 1;
     }
 }
 
@@ -95,7 +95,7 @@ void drop_beginning_of_answer(trace::Location where, vx_device& device) {
 }
 
 // True where there were answers.
-bool absorb(trace::Location where, vx_device& device) {
+bool take_in_all(trace::Location where, vx_device& device) {
     Stopwatch stopwatch;
     MessageSorter sorter{where, device, ReadFor::nothing, stopwatch};
     message_queues::make(device);
@@ -117,7 +117,7 @@ void expect_reply(vx_device& device) {
 
 void make_way(trace::Location where, vx_device& device) {
     if ((device.reports_due > 0 || may_wait(device)) && !record::was_removed(device)) {
-        absorb(where, device);
+        take_in_all(where, device);
     } else {
         drop_beginning_of_answer(where, device);
     }
@@ -140,13 +140,13 @@ Look look_once(vx_device& device, const stream_table::Table& stream, MessageSort
     return Look::found_something;
 }
 
-} // namespace left_over
-
-void ssp_engine::expect_left_over(vx_device& device) {
+void expect_left_over(vx_device& device) {
     device.left_over = std::max<std::uint8_t>(device.left_over, 1);
 }
 
-bool ssp_engine::absorb(trace::Location where, vx_device& device) {
+bool absorb(trace::Location where, vx_device& device) {
     expect_left_over(device);
-    return open_transport::is_any(device) && !record::was_removed(device) && left_over::absorb(where, device);
+    return open_transport::is_any(device) && !record::was_removed(device) && take_in_all(where, device);
 }
+
+} // namespace left_over

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-namespace ssp_engine {
+namespace left_over {
 
 // So many questions are preceded by a look at what waits, once a pad has sent what nobody had asked for.
 constexpr std::uint8_t on_guard = 8;
@@ -18,10 +18,6 @@ void expect_left_over(vx_device& device);
 
 // Takes it in now, pen data into its queue. True where answers were dropped.
 bool absorb(trace::Location where, vx_device& device);
-
-} // namespace ssp_engine
-
-namespace left_over {
 
 constexpr int longest_absorbing_ms = 100;
 

@@ -257,7 +257,7 @@ int __receive_ssp_message(vx_device* device, void* data, unsigned int* length, u
 
     int outcome = Receiver{VX_HERE, *device, time_out, legacy, selector}.receive(data, length);
     if (outcome != 0 && legacy == 0 && selector != 1 && device->replies_due > 0) {
-        ssp_engine::expect_left_over(*device);
+        left_over::expect_left_over(*device);
     }
     if (outcome != 0 && open_close::recover(*device) == result::removed) {
         outcome = result::removed;

@@ -90,7 +90,7 @@ int vcom_feature_read(vx_device* device, void* data, unsigned int length) {
         return scope.exit(result);
     }
     if (!message.copy_report(VX_HERE, data, length)) {
-        ssp_engine::expect_left_over(*device);
+        left_over::expect_left_over(*device);
         return scope.exit(-1);
     }
     VX_INFO("feature_report with size %u was gotten", length);

@@ -1,6 +1,6 @@
 // Start and stop of the core, the search for pads, and which pad is current.
 #include "vxpadcom/internals/discovery.h"
-#include "exchange/ssp_engine.hpp"
+#include "exchange/left_over.hpp"
 #include "pads/current_pad.hpp"
 #include "pads/hid_search.hpp"
 #include "support/owners.hpp"
@@ -93,7 +93,7 @@ void take_in_unread_answers(trace::Location where, vx_device& pad) {
     }
     VX_LOCK(lock, pad.device_lock);
     if (pad.hid != nullptr && pad.vcom_handle == nullptr) {
-        static_cast<void>(ssp_engine::absorb(where, pad));
+        static_cast<void>(left_over::absorb(where, pad));
     }
 }
 

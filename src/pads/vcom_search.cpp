@@ -2,7 +2,7 @@
 #include VXPADCOM_USB_IDS_FILE
 
 #include "vxpadcom/internals/vcom_search.h"
-#include "exchange/ssp_engine.hpp"
+#include "exchange/left_over.hpp"
 #include "pads/registration.hpp"
 #include "pads/registry.hpp"
 #include "support/owners.hpp"
@@ -222,7 +222,7 @@ class Search {
         record.receive_ssp_message = __receive_ssp_message;
         int result = greet(record);
         // What came in place of an answer may have been left over from a program before.
-        if (result != 0 && ssp_engine::absorb(where_, record)) {
+        if (result != 0 && left_over::absorb(where_, record)) {
             result = greet(record);
         }
         if (result != 0) {
