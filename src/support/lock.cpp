@@ -3,6 +3,7 @@
 #include "support/log_delivery.hpp"
 #include "support/switches.hpp"
 #include "vxpadcom/internals/wrappthread.h"
+#include "vxpadcom/internals/wrapunix.h"
 
 namespace trace {
 
@@ -25,7 +26,7 @@ Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where, Taken
         lock();
     } else if (taken == Taken::if_free && mutex_ != nullptr && pthread_mutex_trylock(mutex_) == 0) {
         held_ = true;
-        log_delivery::lock_taken();
+        log_delivery::lock_taken(Malloc);
         if (lock_lines_wanted()) {
             lock_line(LockEvent::going_to_lock, where_, expression_);
             lock_line(LockEvent::locked, where_, expression_);
@@ -43,7 +44,7 @@ void Lock::lock() {
     }
     Pthread_mutex_lock(mutex_);
     held_ = true;
-    log_delivery::lock_taken();
+    log_delivery::lock_taken(Malloc);
     if (wanted) {
         lock_line(LockEvent::locked, where_, expression_);
     }

@@ -3,7 +3,6 @@
 #include "support/callback_pair.hpp"
 #include "support/wide_text.hpp"
 #include "vxpadcom/internals/wide_text.h"
-#include "vxpadcom/internals/wrapunix.h"
 
 #include <array>
 #include <atomic>
@@ -33,8 +32,8 @@ struct Waiting {
 // Messages in the order in which they were said.
 class Queue {
   public:
-    void add(const Message& message) {
-        Waiting* const added = is_full() ? drop_middle() : take_memory();
+    void add(const Message& message, Memory memory) {
+        Waiting* const added = is_full() ? drop_middle() : take(memory);
         if (added == nullptr) {
             ++left_out_;
             return;
@@ -83,12 +82,12 @@ class Queue {
   private:
     // The checked allocators have something to say themselves where there is none: that waits in plain memory, or is
     // left out, since it would be said again without end.
-    Waiting* take_memory() {
+    Waiting* take(Memory memory) {
         if (is_taking_) {
             return static_cast<Waiting*>(std::malloc(sizeof(Waiting)));
         }
         is_taking_ = true;
-        auto* const taken = static_cast<Waiting*>(Malloc(sizeof(Waiting)));
+        auto* const taken = static_cast<Waiting*>(memory(sizeof(Waiting)));
         is_taking_ = false;
         return taken;
     }
@@ -113,6 +112,7 @@ class Queue {
 // One thread's messages. Both queues are empty when it holds no lock, so there is nothing to destroy at its end.
 struct Outbox {
     int locks_held = 0;
+    Memory memory = nullptr; // for what waits
     bool delivering = false;
     Queue waiting;
     Queue last_words; // for the callback that its tear-down has forgotten
@@ -173,7 +173,7 @@ Outcome deliver(const char* kind, const char* function, const char* text, const 
         return Outcome::passed_on;
     }
     const bool is_full = outbox.waiting.is_full();
-    outbox.waiting.add(message);
+    outbox.waiting.add(message, outbox.memory);
     return is_full && outbox.waiting.left_out() == 1 ? Outcome::first_left_out : Outcome::passed_on;
 }
 
@@ -181,8 +181,9 @@ bool is_delivering() {
     return outbox.delivering;
 }
 
-void lock_taken() {
+void lock_taken(Memory memory) {
     ++outbox.locks_held;
+    outbox.memory = memory;
 }
 
 void lock_released() {

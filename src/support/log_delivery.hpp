@@ -6,6 +6,8 @@
 
 #include "vxpadcom/vxpadcom.h"
 
+#include <cstddef>
+
 namespace log_delivery {
 
 bool is_wanted();
@@ -28,8 +30,10 @@ Outcome deliver(const char* kind, const char* function, const char* text, const 
 // Whether the calling thread is inside the callback.
 bool is_delivering();
 
-// A lock was taken by the calling thread, or released.
-void lock_taken();
+// A lock was taken by the calling thread, or released. In between its messages wait, in memory from the library's
+// allocator, which stands above this file: it has something to say itself.
+using Memory = void* (*)(std::size_t size);
+void lock_taken(Memory memory);
 void lock_released();
 
 } // namespace log_delivery
