@@ -46,8 +46,9 @@ struct UploadInfo {
     unsigned int written = 0; // set when the thread ends
 };
 
+// The tear-down ends an upload also where another call, which it refuses, has cleared the mark meanwhile.
 bool is_terminated() {
-    return std::atomic_ref{interface_routine_terminate}.load() == 1;
+    return std::atomic_ref{interface_routine_terminate}.load() == 1 || !detached_thread::is_open();
 }
 void set_terminated(bool terminated) {
     std::atomic_ref{interface_routine_terminate}.store(terminated ? 1 : 0);

@@ -443,6 +443,31 @@ TEST_F(Upload, EndsWithTheLibrary) {
     use_up();
 }
 
+TEST_F(Upload, EndsWithTheLibraryThoughAnotherIsTriedMeanwhile) {
+    {
+        const auto guard = bus().lock();
+        bus().hooks.send_feature = [this](HidInterface&, std::span<const unsigned char> report) {
+            EXPECT_TRUE(gates[0].pass());
+            return std::optional(static_cast<int>(report.size()));
+        };
+    }
+    const Bytes buffer = pieces(1000);
+    std::thread uploading([&] { upload(buffer); });
+    ASSERT_TRUE(gates[0].somebody_waits());
+    std::thread stopping([] { EXPECT_EQ(Deinitialize(), 0); });
+    ASSERT_TRUE(comes_true([] { return SetUsedTransportProtocol(1, 1) != 0; })) << "closed";
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // it waits for the threads
+    EXPECT_NE(WriteFileBuffer(1, 1, nullptr, 0, nullptr), 0);
+    EXPECT_EQ(std::atomic_ref(interface_routine_terminate).load(), 0);
+    gates[0].open();
+    stopping.join();
+    uploading.join();
+    EXPECT_LE(reply_, chunk);
+    bus().hooks.send_feature = {};
+    ASSERT_EQ(Initialize(), 0);
+    use_up();
+}
+
 TEST_F(Upload, StartsNoThreadBehindTheTearDown) {
     const Interruption& begun =
         interrupt("end_point_id_mask: ", [] { std::thread([] { EXPECT_EQ(Deinitialize(), 0); }).join(); });
