@@ -12,8 +12,9 @@
  * 4. Buffers belong to the caller. The library keeps no pointer to them after the call.
  * 5. Functions may be called from any thread. Initialize(), Deinitialize() and EnumerateDevicesStart() (where it
  *    searches again) wait until other threads' calls that use a pad have ended, each by its own time-outs; a
- *    WriteFileBuffer() that is sending ends early. A call that comes meanwhile fails as without Initialize(). This
- *    does not hold for the building blocks further down, whose names begin with core_ and the like.
+ *    WriteFileBuffer() that is sending ends early. A call that comes meanwhile fails as without Initialize(). A call
+ *    that is inside its device-removed callback is not waited for, since that may itself search again. This does not
+ *    hold for the building blocks in vxpadcom/internals.h, whose names begin with core_ and the like.
  * 6. Callbacks run on the thread that has something to report, with none of the library's locks held; they must not
  *    throw. They may call the library, except for what their own texts forbid. Deinitialize(), with which Initialize()
  *    begins, ends all threads of the library and waits until they have ended.
@@ -223,7 +224,8 @@ VXPADCOM_API int ReadFileBuffer(unsigned int device, unsigned int end_point_id_m
  *   SetDataReceivingEnabled() for the interface that it may be running for. Inside an ordinary call of the
  *   application it may search again.
  * - A callback that is slow delays nobody but its own interface, whose queue grows.
- * The three functions stop all threads and return when these have left; so no callback runs afterwards.
+ * The three functions stop all threads of the library and return when these have left; so no callback runs on them
+ * afterwards. A call of the application that is inside its device-removed callback is not waited for.
  * --------------------------------------------------------------------------------------------------------------- */
 
 /*

@@ -16,12 +16,16 @@ CallbackPair<vxpad_device_callback> on_device_removed;
 thread_local bool is_telling = false;
 
 void tell(unsigned int device) {
-    const auto [callback, user_specific] = on_device_removed.get();
-    if (callback == nullptr || is_telling) {
+    if (!on_device_removed.is_set() || is_telling) {
         return;
     }
     const current_pad::Serve none{nullptr}; // the callback's requests are its own
     detached_thread::give_up();             // and it may search again
+    // A tear-down that waited for this thread has forgotten the callback by now.
+    const auto [callback, user_specific] = on_device_removed.get();
+    if (callback == nullptr) {
+        return;
+    }
     is_telling = true;
     callback(user_specific, device);
     is_telling = false;
