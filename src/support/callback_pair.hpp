@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <pthread.h>
+#include <utility>
 
 // One whole: whoever takes the pair gets the pointer that was set together with the callback. The lock is held only
 // while the two words are copied, never while a callback runs. It is a plain one, since std::mutex throws where a lock
@@ -23,6 +24,13 @@ template <typename Callback> class CallbackPair {
     Pair get() const {
         const Guard guard{mutex_};
         return pair_;
+    }
+
+    // Leaves null; what is set meanwhile is either taken or stays.
+    Pair take() {
+        const Guard guard{mutex_};
+        is_set_ = false;
+        return std::exchange(pair_, {});
     }
 
     // Without the lock, for those who ask often and mostly in vain.

@@ -149,14 +149,13 @@ bool is_wanted() {
 }
 
 void set_callback(vxpad_logging_callback callback, void* user_specific) {
-    ++registrations;
     registered.set(callback, user_specific);
+    ++registrations; // behind it: who has counted this one does not take the former
 }
 
 void forget_callback() {
-    outbox.forgotten = registered.get();
-    registered.set(nullptr, nullptr);
-    outbox.registration = registrations;
+    outbox.registration = registrations; // before the callback: a later one then counts as later
+    outbox.forgotten = registered.take();
     outbox.last_words = std::exchange(outbox.waiting, {});
 }
 
@@ -187,7 +186,10 @@ void lock_taken(Memory memory) {
 }
 
 void lock_released() {
-    if (--outbox.locks_held == 0 && !(outbox.waiting.is_empty() && outbox.last_words.is_empty())) {
+    --outbox.locks_held;
+    // A lock of the callback's own calls delivers nothing: the callback is never called inside itself.
+    while (outbox.locks_held == 0 && !outbox.delivering &&
+           !(outbox.waiting.is_empty() && outbox.last_words.is_empty())) {
         hand_over_all();
     }
 }

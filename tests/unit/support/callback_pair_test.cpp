@@ -24,6 +24,40 @@ TEST(CallbackPair, HoldsWhatWasSetLast) {
     EXPECT_EQ(pair.get().user_specific, &mark);
 }
 
+TEST(CallbackPair, IsTakenOnce) {
+    CallbackPair<Callback> pair;
+    int mark = 0;
+    pair.set([] { return 1; }, &mark);
+    const auto taken = pair.take();
+    EXPECT_EQ(taken.callback(), 1);
+    EXPECT_EQ(taken.user_specific, &mark);
+    EXPECT_FALSE(pair.is_set());
+    EXPECT_EQ(pair.take().callback, nullptr);
+    EXPECT_EQ(pair.get().user_specific, nullptr);
+}
+
+TEST(CallbackPair, LosesNothingThatIsSetWhileItIsTaken) {
+    constexpr int times = 20'000;
+    static std::array<int, times> marks;
+    CallbackPair<Callback> pair;
+    std::atomic<bool> finished = false;
+    std::thread setter([&] {
+        for (int& mark : marks) {
+            pair.set([] { return 0; }, &mark);
+            while (pair.is_set()) {
+                std::this_thread::yield();
+            }
+        }
+        finished = true;
+    });
+    int taken = 0;
+    while (!finished) {
+        taken += pair.take().callback != nullptr ? 1 : 0;
+    }
+    setter.join();
+    EXPECT_EQ(taken, times);
+}
+
 TEST(CallbackPair, IsNeverTornByThreadsThatSetIt) {
     static std::array<int, 3> marks;
     static constexpr std::array<Callback, 3> callbacks{[] { return 0; }, [] { return 1; }, [] { return 2; }};
