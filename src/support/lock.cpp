@@ -24,7 +24,7 @@ Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where, Taken
     : mutex_{mutex}, expression_{expression}, where_{where} {
     if (taken == Taken::now) {
         lock();
-    } else if (taken == Taken::if_free && mutex_ != nullptr && pthread_mutex_trylock(mutex_) == 0) {
+    } else if (mutex_ != nullptr && pthread_mutex_trylock(mutex_) == 0) {
         held_ = true;
         log_delivery::lock_taken(Malloc);
         if (lock_lines_wanted()) {

@@ -8,11 +8,11 @@
 
 namespace trace {
 
-// Holds a mutex, from the beginning or later; a null mutex is left alone. The expression is the lock's name in trace
-// lines.
+// Holds a mutex, from the beginning or from lock() on; a null mutex is left alone. The expression is the lock's name in
+// trace lines.
 class Lock {
   public:
-    enum class Taken { now, if_free, later };
+    enum class Taken { now, if_free };
     Lock(pthread_mutex_t* mutex, const char* expression, Location where, Taken taken = Taken::now);
     ~Lock() { unlock(); }
     Lock(const Lock&) = delete;
