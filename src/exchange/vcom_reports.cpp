@@ -43,7 +43,7 @@ struct Message {
 };
 
 int send_report(trace::Location where, vx_device* device, const void* data, unsigned int length) {
-    if (arguments::refused(where, {"unsigned int len", length}, data, {"device *current_device", device})) {
+    if (!arguments::expect_all(where, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return -1;
     }
     if (device->vcom_handle == nullptr) {
@@ -75,7 +75,7 @@ template <std::uint32_t vx_device::*Size> std::optional<int> size_where_open(vx_
 
 int vcom_feature_read(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    if (arguments::refused(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
+    if (!arguments::expect_all(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return scope.exit(-1);
     }
     if (device->vcom_handle == nullptr) {
@@ -109,7 +109,7 @@ int vcom_output_write(vx_device* device, const void* data, unsigned int length) 
 
 int vcom_input_read(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    if (arguments::refused(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
+    if (!arguments::expect_all(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return scope.exit(0);
     }
     Message message{length};

@@ -38,7 +38,7 @@ vx_device* open_interface(trace::Location where, InterfaceRequest& request, unsi
 
 int lock_dev_and_send_ssp_message(vx_device* device, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    if (arguments::refused(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
+    if (!arguments::expect_all(VX_HERE, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return scope.exit(-1);
     }
     const trace::Lock lock{device->device_lock, lock_name, scope.where()};
@@ -48,8 +48,8 @@ int lock_dev_and_send_ssp_message(vx_device* device, void* data, unsigned int le
 int lock_dev_and_receive_ssp_message(vx_device* device, void* data, unsigned int* length, unsigned int time_out,
                                      unsigned char legacy) {
     trace::Scope scope{VX_HERE};
-    if (arguments::refused(VX_HERE, {"*(unsigned int *len)", length == nullptr ? 0 : *length}, data,
-                           {"device *current_device", device})) {
+    if (!arguments::expect_all(VX_HERE, {"*(unsigned int *len)", length == nullptr ? 0 : *length}, data,
+                               {"device *current_device", device})) {
         return scope.exit(-1);
     }
     constexpr int command_queue = 2;

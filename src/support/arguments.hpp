@@ -17,8 +17,8 @@ struct Object {
     const void* pointer;
 };
 
-// Whether something is missing, and says what; the size is looked at first and the object last.
-inline bool refused(trace::Location where, Size size, const void* data, Object object) {
+// Whether all is there; else says what is missing: the size is looked at first and the object last.
+inline bool expect_all(trace::Location where, Size size, const void* data, Object object) {
     if (size.value < 1) {
         trace::error(where, "Error, input parameter: %s is %d", size.name, static_cast<int>(size.value));
     } else if (data == nullptr) {
@@ -26,9 +26,9 @@ inline bool refused(trace::Location where, Size size, const void* data, Object o
     } else if (object.pointer == nullptr) {
         trace::error(where, "Error, input parameter: %s is NULL", object.name);
     } else {
-        return false;
+        return true;
     }
-    return true;
+    return false;
 }
 
 } // namespace arguments

@@ -65,7 +65,7 @@ Buffer report_buffer(unsigned int length) {
 
 int send_report(trace::Location where, const char* dump_format, hid_device* hid, const void* data,
                 unsigned int length) {
-    if (arguments::refused(where, {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
+    if (!arguments::expect_all(where, {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return -1;
     }
     Buffer report = report_buffer(length);
@@ -139,7 +139,7 @@ void hid_close_dev(hid_device* hid) {
 int hid_feature_read(hid_device* hid, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
     const trace::Location where = scope.where();
-    if (arguments::refused(where, {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
+    if (!arguments::expect_all(where, {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return scope.exit(-1);
     }
     Buffer report = report_buffer(length);
@@ -176,7 +176,7 @@ int hid_output_write(hid_device* hid, const void* data, unsigned int length) {
 
 int hid_input_read(hid_device* hid, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    if (arguments::refused(scope.where(), {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
+    if (!arguments::expect_all(scope.where(), {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return scope.exit(-1);
     }
     hid_set_nonblocking(hid, 1);

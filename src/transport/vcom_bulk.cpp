@@ -54,7 +54,7 @@ void vcom_close_dev(libusb_device_handle* handle) {
 int usb_data_receive(libusb_device_handle* handle, unsigned char endpoint, void* data, int data_size,
                      unsigned int time_out) {
     trace::Scope scope{VX_HERE};
-    if (arguments::refused(VX_HERE, {size_name, data_size}, data, {handle_name, handle})) {
+    if (!arguments::expect_all(VX_HERE, {size_name, data_size}, data, {handle_name, handle})) {
         return scope.exit(-1);
     }
     VX_INFO("going to call libusb_bulk_transfer(device_handle: %p, endpoint_address_in: %d, data: %p, data_size: %d, "
@@ -83,7 +83,7 @@ int usb_data_receive(libusb_device_handle* handle, unsigned char endpoint, void*
 
 int usb_data_send(libusb_device_handle* handle, unsigned char endpoint, void* data, int data_size) {
     trace::Scope scope{VX_HERE};
-    if (arguments::refused(VX_HERE, {size_name, data_size}, data, {handle_name, handle})) {
+    if (!arguments::expect_all(VX_HERE, {size_name, data_size}, data, {handle_name, handle})) {
         return scope.exit(-1);
     }
     int result = 0;
@@ -120,7 +120,7 @@ int vcom_read_ssp_data(vx_device* device, void* data, int data_size, unsigned in
         VX_ERROR("Error, input parameter: struct libusb_device_handle *vcom_handle is NULL");
         return scope.exit(-1);
     }
-    if (arguments::refused(VX_HERE, {size_name, data_size}, data, {handle_name, device->vcom_handle})) {
+    if (!arguments::expect_all(VX_HERE, {size_name, data_size}, data, {handle_name, device->vcom_handle})) {
         return scope.exit(-1);
     }
     VX_NOTE("Going to read: %d", data_size);
