@@ -37,8 +37,9 @@ class KeepOpen {
 vx_device* get();
 vx_device* find(const char* settings);
 
-// core_set_device_to_current(), for a caller who holds a lock while it chooses. That is released before the pad is
-// reopened, but only when no other thread can find the pad unready: its own lock is held, or its user leaves it open.
+// core_set_device_to_current(), for a caller who holds a lock while it chooses. That is released before a pad is
+// reopened, always. The pad's own lock is taken first where it is free, so that nobody finds the pad unready; where
+// another thread has it, this one waits behind it, and a third may come between.
 int make_current(const char* settings, trace::Lock& choice);
 
 // Runs query(pad) and then the removed check, with which every request to the current pad ends. -1 without a pad.
