@@ -14,8 +14,12 @@
 namespace component_link {
 namespace {
 
+bool has_base_header(const Reply& reply) {
+    return !ssp_base_message::is_legacy(reply.message()[0]);
+}
+
 bool answers(const Reply& reply, int id, unsigned char message_id) {
-    return is_base(reply) && reply.message()[0] == id && !reply.payload().empty() && reply.data()[0] == message_id;
+    return has_base_header(reply) && reply.message()[0] == id && !reply.payload().empty() && reply.data()[0] == message_id;
 }
 
 void report_missing_function(trace::Location where, const char* name) {
@@ -50,7 +54,7 @@ Answer receive_from(trace::Location where, vx_device* device, unsigned int time_
         if (answers(*answer.reply, id, message_id)) {
             return answer; // what is due besides may come late, or never
         }
-        if (!is_base(*answer.reply) || device->replies_due == 0) {
+        if (!has_base_header(*answer.reply) || device->replies_due == 0) {
             left_over::expect_left_over(*device);
             device->sends_unasked = left_over::on_guard;
             return answer;

@@ -8,9 +8,9 @@
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
 #include "vxpadcom/internals/record.h"
-#include "vxpadcom/internals/ssp_base_message.h"
 #include "vxpadcom/internals/ssp_transport_token.h"
 #include "vxpadcom/internals/uni_queue.h"
+#include "wire/ssp_base_message.hpp"
 
 #include <algorithm>
 
@@ -225,7 +225,7 @@ int __send_ssp_message(vx_device* device, void* data, unsigned int length) {
     }
     const std::span<unsigned char> bytes{framed, static_cast<std::size_t>(size)};
     const int result = stream_table::of(*device).send(VX_HERE, *device, bytes);
-    if (result == 0 && ssp_base_message_is_it_old_message(data) == 0) {
+    if (result == 0 && !ssp_base_message::is_legacy(message.front())) {
         left_over::expect_reply(*device);
     }
     tell_if_lost(VX_HERE, *device);

@@ -15,6 +15,11 @@ struct Measure {
     std::size_t message() const { return header + data; }
 };
 
+// Whether a message with this first byte is a legacy one, without the exported function's trace lines.
+constexpr bool is_legacy(unsigned char first) {
+    return (first & 0x80) != 0;
+}
+
 // frame holds at least one byte.
 Measure measure(std::span<const unsigned char> frame);
 
