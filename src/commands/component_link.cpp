@@ -4,6 +4,7 @@
 #include "support/print_helpers.hpp"
 #include "vxpadcom/internals/component_link.h"
 #include "vxpadcom/internals/ssp_base_message.h"
+#include "vxpadcom/internals/uni_queue.h"
 #include "vxpadcom/internals/wrapunix.h"
 #include "wire/ssp_base_message.hpp"
 
@@ -19,7 +20,13 @@ bool has_base_header(const Reply& reply) {
 }
 
 bool answers(const Reply& reply, int id, unsigned char message_id) {
-    return has_base_header(reply) && reply.message()[0] == id && !reply.payload().empty() && reply.data()[0] == message_id;
+    return has_base_header(reply) && reply.message()[0] == id && !reply.payload().empty() &&
+           reply.data()[0] == message_id;
+}
+
+// What came with it in one transfer.
+bool has_more(vx_device& device) {
+    return device.ssp_command_messages != nullptr && get_uni_queue_size(device.ssp_command_messages) > 0;
 }
 
 void report_missing_function(trace::Location where, const char* name) {
@@ -54,7 +61,7 @@ Answer receive_from(trace::Location where, vx_device* device, unsigned int time_
         if (answers(*answer.reply, id, message_id)) {
             return answer; // what is due besides may come late, or never
         }
-        if (!has_base_header(*answer.reply) || device->replies_due == 0) {
+        if (!has_base_header(*answer.reply) || (device->replies_due == 0 && !has_more(*device))) {
             left_over::expect_left_over(*device);
             device->sends_unasked = left_over::on_guard;
             return answer;

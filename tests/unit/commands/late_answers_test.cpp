@@ -93,6 +93,20 @@ TEST_F(LateAnswersTest, PadThatAnswersEverythingTwiceIsSeenThrough) {
     EXPECT_EQ(device()->sends_unasked, 0);
 }
 
+TEST_F(LateAnswersTest, OldReplyInOneTransferWithTheAnswerIsPassedOver) {
+    const Bytes asked{2, 0, 0, 0x10};
+    const Bytes answer = pad.answers[asked];
+    pad.answers.erase(asked);
+    bus().hooks.bulk_out = [this, inner = bus().hooks.bulk_out, asked,
+                            answer](UsbDevice& device, std::span<const unsigned char> data, int& transferred) {
+        if (unframed(Bytes(data.begin(), data.end())) == asked) {
+            pad.leave_in_stream(framed({base(3, {0x11, 1}), answer}));
+        }
+        return inner(device, data, transferred);
+    };
+    EXPECT_EQ(state(), 3);
+}
+
 TEST_F(LateAnswersTest, HealthyRequestsHaveNoTransferMore) {
     pad.transfers = 0;
     for (int i = 0; i < 10; ++i) {
