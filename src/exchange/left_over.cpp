@@ -23,14 +23,14 @@ bool may_wait(const vx_device& device) {
     return device.left_over != 0 || device.sends_unasked != 0;
 }
 
-// As long as the pad has ever taken for a report that is due; for answers of before the search once.
-bool is_worth_waiting(const vx_device& device, int waited_ms) {
-    return (device.reports_due > 0 && waited_ms <= device.slowest_report_ms) ||
+// For a report that is due as long as the pad may take for it; for answers of before the search once.
+bool is_worth_waiting(const vx_device& device, int waited_ms, int longest_wait_ms) {
+    return (device.reports_due > 0 && waited_ms <= std::min(patience_ms(device), longest_wait_ms)) ||
            (device.left_over == 2 && device.replies_due > 0 && waited_ms < longest_absorbing_ms);
 }
 
 // Ends where nothing waits any more and nothing is worth being waited for.
-void take_in(vx_device& device, MessageSorter& sorter, Stopwatch& stopwatch) {
+void take_in(vx_device& device, MessageSorter& sorter, Stopwatch& stopwatch, int longest_wait_ms) {
     const stream_table::Table& stream = stream_table::of(device);
     int idle_ms = 0; // counted as well, for a clock may stand still
     for (int reads = 0; reads < most_absorbing_reads; ++reads) {
@@ -41,9 +41,8 @@ void take_in(vx_device& device, MessageSorter& sorter, Stopwatch& stopwatch) {
             return; // or all that was due has come
         }
         idle_ms += came ? 0 : 1;
-        const int longest = device.reports_due > 0 ? longest_report_wait_ms : longest_absorbing_ms;
-        const bool goes_on = came && elapsed_time < longest;
-        if (!goes_on && !is_worth_waiting(device, std::max(idle_ms, elapsed_time))) {
+        const bool goes_on = came && elapsed_time < longest_absorbing_ms;
+        if (!goes_on && !is_worth_waiting(device, std::max(idle_ms, elapsed_time), longest_wait_ms)) {
             return;
         }
     }
@@ -51,18 +50,22 @@ void take_in(vx_device& device, MessageSorter& sorter, Stopwatch& stopwatch) {
 
 // Replies other than reports tell by themselves what they answer: they stay due.
 void forget_what_is_due(vx_device& device, bool has_dropped) {
+    bool suspects = has_dropped && device.sends_unasked > 0;
     if (device.reports_due > 0) {
         // The pad leaves requests out, or is later than ever. What has taken long once is not waited for for ever.
         device.slowest_report_ms /= 2;
         device.report_in_doubt = 1;
         device.reports_due = 0;
+        suspects = true; // what is forgotten may come yet
     }
     if (device.left_over == 2) {
         device.replies_due = 0;
     }
     device.left_over = 0;
-    if (device.sends_unasked > 0) {
-        device.sends_unasked = has_dropped ? left_over::on_guard : device.sends_unasked - 1;
+    if (suspects) {
+        device.sends_unasked = left_over::on_guard;
+    } else if (device.sends_unasked > 0) {
+        --device.sends_unasked;
     }
 }
 
@@ -95,11 +98,11 @@ void drop_beginning_of_answer(trace::Location where, vx_device& device) {
 }
 
 // True where there were answers.
-bool take_in_all(trace::Location where, vx_device& device) {
+bool take_in_all(trace::Location where, vx_device& device, int longest_wait_ms) {
     Stopwatch stopwatch;
     MessageSorter sorter{where, device, ReadFor::nothing, stopwatch};
     message_queues::make(device);
-    take_in(device, sorter, stopwatch);
+    take_in(device, sorter, stopwatch, longest_wait_ms);
     forget_what_is_due(device, sorter.has_dropped());
     drop_beginning_of_answer(where, device);
     return sorter.has_dropped();
@@ -115,12 +118,18 @@ void expect_reply(vx_device& device) {
     count_up(device.replies_due, most_replies_due);
 }
 
-void make_way(trace::Location where, vx_device& device) {
+int patience_ms(const vx_device& device) {
+    constexpr int times_the_slowest = 4;
+    return std::min(times_the_slowest * device.slowest_report_ms, longest_report_wait_ms);
+}
+
+bool make_way(trace::Location where, vx_device& device) {
     if ((device.reports_due > 0 || may_wait(device)) && !record::was_removed(device)) {
-        take_in_all(where, device);
-    } else {
-        drop_beginning_of_answer(where, device);
+        take_in_all(where, device, longest_report_wait_ms);
+        return true;
     }
+    drop_beginning_of_answer(where, device);
+    return false;
 }
 
 Look look_once(vx_device& device, const stream_table::Table& stream, MessageSorter& sorter) {
@@ -146,7 +155,8 @@ void expect_left_over(vx_device& device) {
 
 bool absorb(trace::Location where, vx_device& device) {
     expect_left_over(device);
-    return open_transport::is_any(device) && !record::was_removed(device) && take_in_all(where, device);
+    return open_transport::is_any(device) && !record::was_removed(device) &&
+           take_in_all(where, device, longest_absorbing_ms);
 }
 
 } // namespace left_over

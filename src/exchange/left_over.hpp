@@ -25,8 +25,11 @@ constexpr int longest_absorbing_ms = 100;
 void expect_report(vx_device& device);
 void expect_reply(vx_device& device);
 
-// Before a question is put: nothing that waits may be taken for its answer.
-void make_way(trace::Location where, vx_device& device);
+// How long a report that is due is waited for: several times the slowest so far, at most longest_report_wait_ms.
+int patience_ms(const vx_device& device);
+
+// Before a question is put: nothing that waits may be taken for its answer. True where it was looked for.
+bool make_way(trace::Location where, vx_device& device);
 
 // Takes in what waits on the pad already, with one short read.
 enum class Look { found_nothing, found_something, failed };

@@ -15,13 +15,19 @@ constexpr useconds_t no_frame_pause_us = 500;
 
 using ssp_transport_token::start_of_frame;
 
-// Whether the first frame began before the last send. Where its token is not whole yet, that stays to be asked.
+bool starts_frame(std::span<const unsigned char> received) {
+    return received.size() >= start_of_frame.size() &&
+           std::equal(start_of_frame.begin(), start_of_frame.end(), received.begin());
+}
+
+// Whether the first frame began before the last send. Where its token is not whole yet, that stays to be asked; where
+// the next one follows it at once, the frame is a new one.
 bool take_old_beginning(vx_device& device, std::span<const unsigned char> received) {
     if (device.beginning_is_old == 0 || received.size() <= start_of_frame.size()) {
         return false;
     }
     device.beginning_is_old = 0;
-    return std::equal(start_of_frame.begin(), start_of_frame.end(), received.begin());
+    return starts_frame(received) && !starts_frame(received.subspan(start_of_frame.size()));
 }
 
 } // namespace

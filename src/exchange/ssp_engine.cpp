@@ -44,8 +44,8 @@ class Receiver {
         } else if (get_uni_queue_size(queue()) > 0 && deliver("we have ready", data, length, EmptyFrame::is_skipped)) {
             return 0;
         }
-        if (asks_for_reports_) {
-            left_over::make_way(where_, device_);
+        if (asks_for_reports_ && left_over::make_way(where_, device_)) {
+            stopwatch_ = Stopwatch{}; // it was waited for another answer
         }
         for (;;) {
             if (const int failed = read_cycle(); failed < 0) {
@@ -77,14 +77,15 @@ class Receiver {
         }
         device_.report_in_doubt = 0;
         Stopwatch stopwatch;
-        for (int idle_ms = 0; idle_ms < doubted_report_wait_ms;) {
+        const int longest_idle_ms = std::max(doubted_report_wait_ms, left_over::patience_ms(device_));
+        for (int idle_ms = 0; idle_ms < longest_idle_ms;) {
             const left_over::Look look = left_over::look_once(device_, stream_, sorter_);
             idle_ms += look == left_over::Look::found_something ? 0 : 1;
             if (stopwatch.elapsed_ms() >= left_over::longest_absorbing_ms || look == left_over::Look::failed) {
                 break;
             }
         }
-        while (get_uni_queue_size(queue()) > requests_) {
+        while (get_uni_queue_size(queue()) > 1) {
             sorter_.tell_dropped();
             unsigned int size = 0;
             const Owned<void> old{get_uni_frame(queue(), &size)};
@@ -131,6 +132,7 @@ class Receiver {
         const std::size_t beginning = message_queues::take_beginning(device_, room);
         int count = first_read(room.subspan(beginning), beginning > 0);
         if (count < 1) {
+            device_.beginning_is_old = 0; // the beginning is gone
             return count;
         }
         // A message may take the time-out once more to become whole, however the pad feeds its bytes.
@@ -143,6 +145,7 @@ class Receiver {
             }
             count = stream_.read_on(where_, device_, room.subspan(*kept), time_out_);
             if (count < 1) {
+                device_.beginning_is_old = 0;
                 return 0;
             }
             received = *kept + static_cast<std::size_t>(count);
@@ -169,7 +172,6 @@ class Receiver {
             return result;
         }
         left_over::expect_report(device_);
-        ++requests_;
         return 0;
     }
 
@@ -182,7 +184,6 @@ class Receiver {
     bool asks_for_reports_;
     Stopwatch stopwatch_;
     MessageSorter sorter_;
-    int requests_ = 0; // for reports, of this call
 };
 
 } // namespace
@@ -256,8 +257,14 @@ int __receive_ssp_message(vx_device* device, void* data, unsigned int* length, u
     VX_NOTE("START queue ssp_command_messages: %d", get_uni_queue_size(device->ssp_command_messages));
 
     int outcome = Receiver{VX_HERE, *device, time_out, legacy, selector}.receive(data, length);
+    if (outcome == result::timed_out && legacy != 0 && device->reports_due > 0) {
+        // Its answer may be later than any before.
+        device->slowest_report_ms = std::clamp(static_cast<int>(std::min(time_out, unsigned{longest_report_wait_ms})),
+                                               device->slowest_report_ms, longest_report_wait_ms);
+    }
     if (outcome != 0 && legacy == 0 && selector != 1 && device->replies_due > 0) {
         left_over::expect_left_over(*device);
+        device->sends_unasked = left_over::on_guard; // it may come behind the next question only
     }
     if (outcome != 0 && open_close::recover(*device) == result::removed) {
         outcome = result::removed;
