@@ -34,7 +34,7 @@ constexpr const char* dst_is_null = "Error of input parameters, const void *dst 
 constexpr const char* src_length_is_zero = "Error of input parameters, const unsigned int src_length is 0";
 
 // One transfer as the application asked for it.
-struct Transfer {
+struct AskedTransfer {
     unsigned int device;
     unsigned int interface;
     unsigned int length; // with the report-id byte
@@ -47,7 +47,7 @@ struct Transfer {
 };
 
 // All that comes before the transfer: argument checks, selection of the pad, its packet size. 0 or a record's handle.
-int prepare(Call& call, const Checks& checks, const Transfer& transfer, const void* buffer) {
+int prepare(Call& call, const Checks& checks, const AskedTransfer& transfer, const void* buffer) {
     if (const int failed = call.require_reply(wrong_argument, transfer.reply)) {
         return failed;
     }
@@ -78,7 +78,7 @@ int prepare(Call& call, const Checks& checks, const Transfer& transfer, const vo
     return 0;
 }
 
-int transferred(Call& call, const Transfer& transfer) {
+int transferred(Call& call, const AskedTransfer& transfer) {
     *transfer.reply = transfer.length;
     VX_INFO_AT(call.where(), "OUTPUT: *reply: %d", *transfer.reply);
     return 0;
@@ -99,7 +99,7 @@ struct Reader {
     bool counts; // the core's result is the number of bytes read, and only a full report will do
 };
 
-int write(Call& call, const Writer& writer, const Transfer& transfer, const void* src) {
+int write(Call& call, const Writer& writer, const AskedTransfer& transfer, const void* src) {
     if (const int failed = prepare(call, writer.checks, transfer, src)) {
         return failed;
     }
@@ -111,7 +111,7 @@ int write(Call& call, const Writer& writer, const Transfer& transfer, const void
     return transferred(call, transfer);
 }
 
-int read(Call& call, const Reader& reader, const Transfer& transfer, void* dst) {
+int read(Call& call, const Reader& reader, const AskedTransfer& transfer, void* dst) {
     if (const int failed = prepare(call, reader.checks, transfer, dst)) {
         return failed;
     }

@@ -1,10 +1,10 @@
 // Questions without an answer are counted in the record. Before the next one is put, what waits is taken in, as long as
 // it is worth waiting for.
 #include "exchange/left_over.hpp"
-#include "transport/record.hpp"
-#include "vxpadcom/internals/ssp_base_message.h"
 
 #include "exchange/message_queues.hpp"
+#include "transport/record.hpp"
+#include "vxpadcom/internals/ssp_base_message.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "pads/current_pad.hpp"
-#include "transport/record.hpp"
 
 #include "transport/open_close.hpp"
+#include "transport/record.hpp"
 
 namespace current_pad {
 namespace {

@@ -138,7 +138,7 @@ bool make_current(trace::Location where, vx_registry& pads, int index, trace::Lo
     return true;
 }
 
-int switch_to_next(trace::Location where, vx_registry& pads, trace::Lock& choice) {
+int choose_next(trace::Location where, vx_registry& pads, trace::Lock& choice) {
     int result = 1;
     int index = pads.current_index;
     if (pads.count_of_devices == 1) {
@@ -156,7 +156,7 @@ int switch_to_next(trace::Location where, vx_registry& pads, trace::Lock& choice
     return result;
 }
 
-int switch_to(trace::Location where, vx_registry& pads, const char* settings, trace::Lock& choice) {
+int choose_by_settings(trace::Location where, vx_registry& pads, const char* settings, trace::Lock& choice) {
     const int index = registry::find_settings(pads, settings);
     if (index < 0) {
         VX_INFO_AT(where, "device with Pad Settings: %s not found ", settings);
@@ -166,7 +166,7 @@ int switch_to(trace::Location where, vx_registry& pads, const char* settings, tr
     return make_current(where, pads, index, choice) ? 0 : -1;
 }
 
-int select(trace::Location where, vx_registry& pads, const vx_device& current, const char* settings,
+int choose(trace::Location where, vx_registry& pads, const vx_device& current, const char* settings,
            trace::Lock& choice) {
     if (settings != nullptr && registry::same_settings(current, settings)) {
         return 0;
@@ -178,7 +178,7 @@ int select(trace::Location where, vx_registry& pads, const vx_device& current, c
     for (int i = 0; i < pads.count_of_devices; ++i) {
         VX_INFO_AT(where, "devices[%d].szPadSettings: %s", i, pads.devices[i].szPadSettings);
     }
-    return settings == nullptr ? switch_to_next(where, pads, choice) : switch_to(where, pads, settings, choice);
+    return settings == nullptr ? choose_next(where, pads, choice) : choose_by_settings(where, pads, settings, choice);
 }
 
 } // namespace
@@ -304,7 +304,7 @@ int current_pad::make_current(const char* settings, trace::Lock& choice) {
         VX_INFO_AT(scope.where(), "error: %s() dev_shared->current_device is NULL...", scope.where().function);
         return scope.exit(-1);
     }
-    int result = select(scope.where(), *pads, *current, settings, choice);
+    int result = choose(scope.where(), *pads, *current, settings, choice);
     core_catch_is_dev_was_removed(&result);
     return scope.exit(result);
 }

@@ -44,9 +44,9 @@ wchar_tools::Text read_string(trace::Location where, hid_device* hid, StringQuer
     return wchar_tools::narrow(text);
 }
 
-class Search {
+class HidSearch {
   public:
-    Search(trace::Location where, vx_registry& pads) : where_{where}, pads_{pads} {}
+    HidSearch(trace::Location where, vx_registry& pads) : where_{where}, pads_{pads} {}
 
     int result() const { return result_; }
 
@@ -137,7 +137,7 @@ int search_hid_devices(vx_registry* pads) {
     }
     hid_search::close_left_open();
 
-    Search search{scope.where(), *pads};
+    HidSearch search{scope.where(), *pads};
     for (int j = 0; hid_device_list[j].vendor_id != 0; ++j) {
         const vx_usb_id& id = hid_device_list[j];
         VX_INFO("looking for hid_device_list[j].vendor_id -> %x, hid_device_list[j].product_id -> %x", id.vendor_id,

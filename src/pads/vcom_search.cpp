@@ -162,9 +162,9 @@ void claim(trace::Location where, const vx_device& record, libusb_device* device
     }
 }
 
-class Search {
+class VcomSearch {
   public:
-    Search(trace::Location where, vx_registry& pads, std::uint32_t named_vendor)
+    VcomSearch(trace::Location where, vx_registry& pads, std::uint32_t named_vendor)
         : where_{where}, pads_{pads}, named_vendor_{named_vendor} {}
 
     int result() const { return result_; }
@@ -278,7 +278,7 @@ int search_vcom_devices(vx_registry* pads) {
         return scope.exit(-1);
     }
     const auto list = ids();
-    Search search{VX_HERE, *pads, list.empty() ? 0 : list.back().vendor_id};
+    VcomSearch search{VX_HERE, *pads, list.empty() ? 0 : list.back().vendor_id};
     for (const vx_usb_id& id : list) {
         VX_INFO("looking for vcom_device_list[j].vendor_id -> %x, vcom_device_list[j].product_id -> %x", id.vendor_id,
                 id.product_id);

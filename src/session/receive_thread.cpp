@@ -1,4 +1,12 @@
 #include "session/receive_thread.hpp"
+
+#include "pads/current_pad.hpp"
+#include "session/call.hpp"
+#include "support/detached_thread.hpp"
+#include "support/memory.hpp"
+#include "support/owners.hpp"
+#include "support/result.hpp"
+#include "support/timer_slack.hpp"
 #include "transport/record.hpp"
 #include "vxpadcom/internals/biodata_switch.h"
 #include "vxpadcom/internals/control_requests.h"
@@ -9,14 +17,6 @@
 #include "vxpadcom/internals/uni_queue.h"
 #include "vxpadcom/internals/wrapunix.h"
 #include "vxpadcom/vxpadcom.h"
-
-#include "pads/current_pad.hpp"
-#include "session/call.hpp"
-#include "support/detached_thread.hpp"
-#include "support/memory.hpp"
-#include "support/owners.hpp"
-#include "support/result.hpp"
-#include "support/timer_slack.hpp"
 
 #include <algorithm>
 #include <array>
@@ -32,13 +32,13 @@ constexpr useconds_t read_pause_us = 500;
 constexpr useconds_t error_pause_us = 900'000;
 
 // Memory that the queue takes over.
-struct Frame {
+struct Report {
     Owned<unsigned char> bytes;
     unsigned int length = 0;
 };
 
 // One report of the thread's own pad, without a report-id byte; length stays 0 where none was waiting.
-int read_file(unsigned int device, unsigned int interface_number, Frame& frame) {
+int read_file(unsigned int device, unsigned int interface_number, Report& report) {
     Call call{VX_HERE};
     if (const int failed = call.select_served(device, interface_number)) {
         return call.exit(failed);
@@ -48,13 +48,13 @@ int read_file(unsigned int device, unsigned int interface_number, Frame& frame) 
         return call.exit(call.core_failed(size, "core_get_max_packet_size_of_input_report()", Call::no_packet_size,
                                           device, interface_number));
     }
-    if (!frame.bytes) {
-        frame.bytes.reset(static_cast<unsigned char*>(
+    if (!report.bytes) {
+        report.bytes.reset(static_cast<unsigned char*>(
             Calloc(1, std::max(interface_state::data_size, static_cast<std::size_t>(size)))));
     }
-    const int result = core_get_hid_input_report(interface_number, frame.bytes.get(), size);
+    const int result = core_get_hid_input_report(interface_number, report.bytes.get(), size);
     if (result == size) {
-        frame.length = static_cast<unsigned int>(size);
+        report.length = static_cast<unsigned int>(size);
     } else if (result != 0) {
         return call.exit(
             call.core_failed(result, "core_get_hid_input_report()", Call::no_input_report, device, interface_number));
@@ -63,20 +63,20 @@ int read_file(unsigned int device, unsigned int interface_number, Frame& frame) 
 }
 
 // Reads once, queues what came and pauses.
-void poll(trace::Location where, const ReceiveThread& thread, Frame& frame, timer_slack::Rest& rest) {
-    if (const int result = read_file(thread.device, thread.interface_number, frame); result != 0) {
+void poll(trace::Location where, const ReceiveThread& thread, Report& report, timer_slack::Rest& rest) {
+    if (const int result = read_file(thread.device, thread.interface_number, report); result != 0) {
         trace::error(where, "ReadFile() return exception %d", result);
         usleep(error_pause_us);
         return;
     }
-    rest.note(frame.length > 0);
-    if (frame.length > 0) {
-        if (add_uni_frame(thread.queue, frame.bytes.get(), frame.length) == 1) {
-            static_cast<void>(frame.bytes.release());
+    rest.note(report.length > 0);
+    if (report.length > 0) {
+        if (add_uni_frame(thread.queue, report.bytes.get(), report.length) == 1) {
+            static_cast<void>(report.bytes.release());
         } else {
             trace::error(where, "Error of add new frame to queue");
         }
-        frame = {};
+        report = {};
     }
     const timer_slack::Wide slack{rest.has_begun()};
     usleep(read_pause_us);
@@ -133,8 +133,8 @@ void start_routine(ReceiveThread& thread) {
         removal = switch_pen_data(call, thread, pen_data_on, removal);
         thread.started.give();
         timer_slack::Rest rest;
-        for (Frame frame; thread.running.load() != 0;) {
-            poll(VX_HERE, thread, frame, rest);
+        for (Report report; thread.running.load() != 0;) {
+            poll(VX_HERE, thread, report, rest);
         }
     }
     thread.left_loop.give();

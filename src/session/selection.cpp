@@ -45,8 +45,8 @@ int ask_core(Table& table, unsigned int device, trace::Lock& list_lock) {
 
 // set_dev_to_current() with the list locked. A negative core result is left in core_failure for the caller, who looks
 // for a removal once the lock is free again.
-int select(trace::Location where, unsigned int device, ListLock list_locking, trace::Lock& list_lock,
-           vx_device** selected, int& core_failure) {
+int select_locked(trace::Location where, unsigned int device, ListLock list_locking, trace::Lock& list_lock,
+                  vx_device** selected, int& core_failure) {
     Table* table = device_list::table();
     // A call that the tear-down does not wait for finds no list.
     if (table == nullptr || (list_locking == ListLock::take && !detached_thread::is_counted())) {
@@ -99,7 +99,7 @@ int set_dev_to_current(unsigned int device, ListLock list_locking, vx_device** s
     {
         trace::Lock lock{list_locking == ListLock::take ? &dev_list_short_lock : nullptr, "&dev_list_short_lock",
                          VX_HERE};
-        result = select(scope.where(), device, list_locking, lock, selected, core_failure);
+        result = select_locked(scope.where(), device, list_locking, lock, selected, core_failure);
     }
     if (core_failure < 0) {
         if (list_locking == ListLock::take) {
