@@ -119,7 +119,8 @@ struct UsbDevice {
 // A VCOM pad with IN endpoint 81 and OUT endpoint 01. Which: an entry of vcom_device_list.
 UsbDevice vcom_pad(std::string name = "usb1", std::size_t which = 0);
 
-// A function that may take the place of a call. Copies share its state, so a mutable lambda can count.
+// A function that may take the place of a call. Copies share its state, so a mutable lambda can count. A test may set
+// one while a thread of the library takes its copy.
 template <class Signature> class Hook;
 
 template <class Result, class... Arguments> class Hook<Result(Arguments...)> {
@@ -128,12 +129,28 @@ template <class Result, class... Arguments> class Hook<Result(Arguments...)> {
     template <class Function>
     requires std::is_invocable_r_v<Result, Function&, Arguments...> Hook(Function function)
         : function_(std::make_shared<std::function<Result(Arguments...)>>(std::move(function))) {}
+    Hook(const Hook& other) : function_(other.function()) {}
+    Hook& operator=(const Hook& other) {
+        auto replaced = other.function(); // destroyed without the lock
+        const std::lock_guard guard(mutex_);
+        function_.swap(replaced);
+        return *this;
+    }
+    ~Hook() = default;
 
-    explicit operator bool() const { return function_ != nullptr; }
-    Result operator()(Arguments... arguments) const { return (*function_)(std::forward<Arguments>(arguments)...); }
+    explicit operator bool() const { return function() != nullptr; }
+    Result operator()(Arguments... arguments) const { return (*function())(std::forward<Arguments>(arguments)...); }
 
   private:
-    std::shared_ptr<std::function<Result(Arguments...)>> function_;
+    using Shared = std::shared_ptr<std::function<Result(Arguments...)>>;
+
+    Shared function() const {
+        const std::lock_guard guard(mutex_);
+        return function_;
+    }
+
+    mutable std::mutex mutex_;
+    Shared function_;
 };
 
 struct Hooks {
