@@ -4,7 +4,7 @@
 Usage: receive.py [PAD [REPORTS]], pads being numbered from 1.
 """
 
-import queue
+import itertools
 import sys
 
 import vxpadcom
@@ -14,18 +14,12 @@ PATIENCE_S = 10
 
 
 def main(pad=1, wanted=100):
-    reports = queue.SimpleQueue()
-    vxpadcom.initialize()
     try:
-        vxpadcom.receive(pad, reports.put)
-        for _ in range(wanted):
-            print(f"pad {pad}:", reports.get(timeout=PATIENCE_S)[:SHOWN].hex(" "))
-    except queue.Empty:
-        return "the pad has fallen silent"
-    except vxpadcom.PadError as error:
+        with vxpadcom.open() as pads, pads[pad].receive(timeout=PATIENCE_S) as reports:
+            for report in itertools.islice(reports, wanted):
+                print(f"pad {pad}:", report[:SHOWN].hex(" "))
+    except (vxpadcom.PadError, IndexError, TimeoutError) as error:
         return str(error)
-    finally:
-        vxpadcom.deinitialize()
     print(f"{wanted} reports")
     return 0
 

@@ -11,15 +11,13 @@ import vxpadcom
 
 
 def main(file, pad=1):
-    vxpadcom.initialize()
     try:
-        sent, of = vxpadcom.upload(int(pad), pathlib.Path(file).read_bytes())
-    except (OSError, vxpadcom.PadError) as error:
+        with vxpadcom.open() as pads:
+            upload = pads[int(pad)].upload(pathlib.Path(file).read_bytes())
+    except (OSError, vxpadcom.PadError, IndexError) as error:
         return str(error)
-    finally:
-        vxpadcom.deinitialize()
-    print(f"sent {sent} of {of} bytes")
-    return 0 if sent == of else "the pad did not take everything"
+    print(f"sent {upload.sent} of {upload.total} bytes")
+    return 0 if upload.sent == upload.total else "the pad did not take everything"
 
 
 if __name__ == "__main__":

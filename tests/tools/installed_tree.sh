@@ -24,7 +24,8 @@ expect_file() {
     [ -n "$found" ] || fail "$1 is missing"
 }
 
-for file in bin/vxpadctl libvxpadcom.so include/vxpadcom/vxpadcom.h include/vxpadcom/internals.h lib/udev/rules.d/70-vxpadcom.rules \
+for file in bin/vxpadctl libvxpadcom.so include/vxpadcom/vxpadcom.h include/vxpadcom/internals.h include/vxpadcom/vxpadcom.hpp \
+    python3/dist-packages/vxpadcom/py.typed lib/udev/rules.d/70-vxpadcom.rules \
     pkgconfig/vxpadcom.pc cmake/vxpadcom/vxpadcomConfig.cmake LICENSE README.md examples/list_pads.c \
     vxpadcom/virtual-pad.layout; do
     expect_file "$file"
@@ -47,6 +48,10 @@ for standard in c11 c17 c++17 c++20 c++2b; do
     printf '#include <vxpadcom/%s.h>\n' vxpadcom internals >"$scratch/header.$language"
     "$compiler" -std="$standard" $strict -I"$prefix/include" -x "$language" -fsyntax-only "$scratch/header.$language" ||
         fail "the headers are not valid $standard"
+done
+for standard in c++17 c++20 c++2b; do
+    echo '#include <vxpadcom/vxpadcom.hpp>' | "$cxx" -std="$standard" $strict -Wsign-conversion -I"$prefix/include" \
+        -x c++ -fsyntax-only - || fail "the header for C++ is not valid $standard"
 done
 
 "$cmake" -S "$source/examples" -B "$scratch/examples" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" \
@@ -71,18 +76,26 @@ for example in "$scratch/list_pads" "$scratch/examples/vxpad_list_pads"; do
 done
 
 examples=$(dirname "$(find "$prefix" -name receive.py)")
-export PYTHONDONTWRITEBYTECODE=1
+export PYTHONDONTWRITEBYTECODE=1 PYTHONPATH="$prefix/lib/python3/dist-packages"
 for example in "$scratch/receive" "$examples/receive.py"; do
     "$prefix/bin/vxpad-emulator" run --pad=type=16,pen=loop,pen-rate=500 -- "$example" 1 40 >"$scratch/received" ||
         fail "$example does not receive"
     [ "$(grep -c '^pad 1: 50 01' "$scratch/received")" -ge 30 ] || fail "$example does not show what the pad sends"
 done
 head -c 100000 /dev/urandom >"$scratch/image"
-for example in "$scratch/upload" "$examples/upload.py"; do
-    # 1563 pieces of 65 bytes
+"$prefix/bin/vxpad-emulator" run --pad=type=16,pen=loop --vcom=type=16,pen=loop -- sh -c "
+    (sleep 4; for pad in 1 2; do '$prefix/bin/vxpad-emulator-control' unplug \$pad; done) >'$scratch/control' &
+    '$examples/receive_async.py'" >"$scratch/received" || fail "receive_async.py does not receive"
+[ "$(grep -c '^[1-9][0-9]* reports, then: pad [12] was removed' "$scratch/received")" -eq 2 ] ||
+    fail "receive_async.py does not receive from both"
+# 1563 pieces of 65 bytes, or of 64 that are the file's
+while read -r expected example; do
     [ "$("$prefix/bin/vxpad-emulator" run --pad=type=16,interfaces=4 -- "$example" "$scratch/image")" = \
-        "sent 101595 of 101595 bytes" ] || fail "$example does not send everything"
-done
+        "sent $expected of $expected bytes" ] || fail "$example does not send everything"
+done <<END
+101595 $scratch/upload
+100000 $examples/upload.py
+END
 
 if udevadm verify --help >/dev/null 2>&1; then
     udevadm verify "$prefix/lib/udev/rules.d/70-vxpadcom.rules" || fail "udev does not accept the rules"

@@ -1,0 +1,37 @@
+"""USB signature pads through libvxpadcom.
+
+    import vxpadcom
+
+    with vxpadcom.open() as pads:
+        for pad in pads:
+            print(pad, pad.serial_number)
+        with pads[1].receive() as reports:
+            for report in reports:
+                print(report.hex(" "))
+
+Reports are bytes without a report id. What fails raises PadError. Everything may be used from any thread.
+"""
+
+from ._errors import ErrorCode, PadError, PadRemovedError
+from ._library import library_path
+from .layout import Field, Layout
+from .pad import Pad, Upload
+from .reception import Reception
+from .recording import Packet, Recording
+from .session import Session, open
+
+__all__ = [
+    "ErrorCode",
+    "Field",
+    "Layout",
+    "Packet",
+    "Pad",
+    "PadError",
+    "PadRemovedError",
+    "Reception",
+    "Recording",
+    "Session",
+    "Upload",
+    "library_path",
+    "open",
+]
