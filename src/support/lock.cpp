@@ -11,7 +11,7 @@ bool lock_lines_wanted() {
     return switches::is_on(switches::Switch::locks);
 }
 
-void lock_line(LockEvent event, Location where, const char* expression) {
+void lock_line(LockEvent event, const Location& where, const char* expression) {
     static constexpr const char* texts[] = {
         ">>>>>>>>     going to pthread_mutex_lock() -> ",
         "########   was called pthread_mutex_lock() -> ",
@@ -20,7 +20,7 @@ void lock_line(LockEvent event, Location where, const char* expression) {
     print_line("\033[33m", where, "%s(): %s%s", where.function, texts[static_cast<int>(event)], expression);
 }
 
-Lock::Lock(pthread_mutex_t* mutex, const char* expression, Location where, Taken taken)
+Lock::Lock(pthread_mutex_t* mutex, const char* expression, const Location& where, Taken taken)
     : mutex_{mutex}, expression_{expression}, where_{where} {
     if (taken == Taken::now) {
         lock();

@@ -13,7 +13,7 @@ namespace trace {
 class Lock {
   public:
     enum class Taken { now, if_free };
-    Lock(pthread_mutex_t* mutex, const char* expression, Location where, Taken taken = Taken::now);
+    Lock(pthread_mutex_t* mutex, const char* expression, const Location& where, Taken taken = Taken::now);
     ~Lock() { unlock(); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
@@ -36,7 +36,7 @@ class Lock {
 
 // Lock lines of a queue's mutex, which is named by the queue's address.
 enum class LockEvent { going_to_lock, locked, unlocked };
-void lock_line(LockEvent event, Location where, const char* expression);
+void lock_line(LockEvent event, const Location& where, const char* expression);
 bool lock_lines_wanted();
 
 } // namespace trace

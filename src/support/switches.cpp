@@ -1,8 +1,13 @@
 // A call has dozens of trace points, and getenv() looks at every variable's text. What it found is therefore remembered
 // together with all that it depends on: environ, its slots and, for each switch, the slot that holds it. As long as
 // those are the same only the text in that slot is looked at; else everything is looked at anew.
+//
+// Mostly no variable is a switch. Then a function's further trace points need not compare all slots either: a variable
+// that comes new is put behind the last one, and where others were taken out before, those behind them move down. So
+// the last slots tell.
 #include "support/switches.hpp"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -43,7 +48,9 @@ Place unpacked(std::uint32_t word) {
 struct Memory {
     std::atomic<std::uint32_t> version{0};
     std::atomic<std::uint32_t> count{0};
-    std::atomic<char**> variables{nullptr}; // null: nothing is remembered
+    std::atomic<char**> variables{nullptr};        // null: nothing is remembered
+    std::atomic<char**> without_switches{nullptr}; // the same, where no variable is a switch; null while slots change
+    std::atomic<char**> on_one_page{nullptr};      // the same, where the last block is on the page of the first slot
     std::array<std::atomic<std::uint32_t>, names.size()> places{};
     alignas(slots_per_block * sizeof(char*)) std::array<std::atomic<char*>, most_variables> slots{};
 };
@@ -87,32 +94,74 @@ const char* value_in(const char* text, std::string_view name) {
     return _mm_movemask_epi8(_mm_and_si128(first, second)) == 0xFFFF;
 }
 
-VX_UNWATCHED bool is_same_slot_by_slot(char* const* now, char* const* former, std::size_t count) {
+VX_UNWATCHED inline bool is_same_slot_by_slot(char* const* now, char* const* former, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         if (now[i] != former[i]) {
             return false;
         }
     }
-    return now[count] == nullptr;
+    return true;
+}
+
+// Of slots on one page. The last block begins inside the one before it, unless that one ends where it begins.
+VX_UNWATCHED inline bool is_same_part(char* const* now, char* const* former, std::size_t count) {
+    if (count < slots_per_block) {
+        return is_same_slot_by_slot(now, former, count);
+    }
+    const std::size_t last = count - slots_per_block;
+    for (std::size_t i = 0; i < last; i += slots_per_block) {
+        if (!is_same_block(now + i, former + i)) {
+            return false;
+        }
+    }
+    return is_same_block(now + last, former + last);
+}
+
+std::size_t slots_left_on_page(char* const* slot) {
+    return (page - reinterpret_cast<std::uintptr_t>(slot) % page + sizeof *slot - 1) / sizeof *slot;
+}
+
+char* const* remembered_slots() {
+    return reinterpret_cast<char* const*>(memory.slots.data());
 }
 
 // Goes from front to back, so that no slot is read before those in front of it are known to be as they were, but for
 // the rest of a block on the same page. Like getenv() it reads what another thread may be changing, which is the
 // application's to prevent.
 VX_UNWATCHED inline bool is_as_remembered(char* const* now, std::size_t count) {
-    const auto* former = reinterpret_cast<char* const*>(memory.slots.data());
-    const bool one_page =
-        reinterpret_cast<std::uintptr_t>(now) / page == reinterpret_cast<std::uintptr_t>(now + count) / page;
-    if (count < slots_per_block || !one_page) {
-        return is_same_slot_by_slot(now, former, count);
-    }
-    for (std::size_t i = 0; i + slots_per_block <= count; i += slots_per_block) {
-        if (!is_same_block(now + i, former + i)) {
+    char* const* former = remembered_slots();
+    while (count > 0) {
+        const std::size_t part = std::min(count, slots_left_on_page(now));
+        if (!is_same_part(now, former, part)) {
             return false;
         }
+        now += part;
+        former += part;
+        count -= part;
     }
+    return *now == nullptr;
+}
+
+// Of slots whose last block is on the page of the first one.
+VX_UNWATCHED inline bool is_end_as_remembered(char* const* now, std::size_t count) {
     const std::size_t last = count - slots_per_block;
-    return is_same_block(now + last, former + last) && now[count] == nullptr;
+    return is_same_block(now + last, remembered_slots() + last) && now[count] == nullptr;
+}
+
+// Where no variable was a switch and all are the same, only what may have taken the last one's memory is to be looked
+// at: as long as that does not begin as a switch does, all are off.
+VX_UNWATCHED inline bool are_off(const std::atomic<char**>& looked_at, bool (*is_same)(char* const*, std::size_t)) {
+    char** const variables = environ;
+    const std::uint32_t version = memory.version.load(std::memory_order_acquire);
+    if (variables == nullptr || looked_at.load(std::memory_order_acquire) != variables) {
+        return false;
+    }
+    const std::size_t count = memory.count.load(std::memory_order_acquire);
+    if (!is_same(variables, count) || variables[count - 1][0] == names[0][0]) {
+        return false;
+    }
+    std::atomic_signal_fence(std::memory_order_acquire); // the processor keeps loads in order
+    return memory.version.load(std::memory_order_acquire) == version;
 }
 
 Place find(char* const* variables, std::size_t count, std::string_view name) {
@@ -135,14 +184,25 @@ Place find(char* const* variables, std::size_t count, std::string_view name) {
     if (version % 2 != 0 || !memory.version.compare_exchange_strong(version, version + 1)) {
         return; // another thread is at it
     }
+    memory.without_switches.store(nullptr, std::memory_order_relaxed);
+    memory.on_one_page.store(nullptr, std::memory_order_relaxed);
     for (std::size_t i = 0; i < count; ++i) {
-        memory.slots[i].store(variables[i], std::memory_order_relaxed);
+        memory.slots[i].store(variables[i], std::memory_order_release);
     }
+    bool has_switches = false;
     for (std::size_t i = 0; i < names.size(); ++i) {
-        memory.places[i].store(packed(find(variables, count, names[i])), std::memory_order_relaxed);
+        const Place place = find(variables, count, names[i]);
+        has_switches = has_switches || place.found;
+        memory.places[i].store(packed(place), std::memory_order_relaxed);
     }
     memory.count.store(static_cast<std::uint32_t>(count), std::memory_order_release);
     memory.variables.store(variables, std::memory_order_release);
+    if (!has_switches && count > 0) {
+        memory.without_switches.store(variables, std::memory_order_release);
+        if (count >= slots_per_block && count < slots_left_on_page(variables)) {
+            memory.on_one_page.store(variables, std::memory_order_release);
+        }
+    }
     memory.version.store(version + 2, std::memory_order_release);
 }
 
@@ -162,7 +222,15 @@ Place find(char* const* variables, std::size_t count, std::string_view name) {
 
 } // namespace
 
-bool is_on(Switch which) {
+VX_UNWATCHED bool are_all_off() {
+    return are_off(memory.without_switches, is_as_remembered);
+}
+
+VX_UNWATCHED bool are_still_off() {
+    return are_off(memory.on_one_page, is_end_as_remembered);
+}
+
+bool look(Switch which) {
     const auto index = static_cast<std::size_t>(which);
     char** const variables = environ;
     const std::uint32_t version = memory.version.load(std::memory_order_acquire);

@@ -22,7 +22,7 @@ constexpr const char* function_colour = "\033[34m";
 constexpr std::size_t message_size = 4096;
 
 // What could not be told elsewhere in time goes to standard error.
-void deliver(const char* kind, Location where, const char* text, const char* end) {
+void deliver(const char* kind, const Location& where, const char* text, const char* end) {
     if (log_delivery::deliver(kind, where.function, text, end) == log_delivery::Outcome::first_left_out) {
         err_msg("\033[31m%ld: %s: %s:%5d: error: %s(): more than %d messages wait for the logging callback while this "
                 "thread holds a lock, some are left out\033[0m",
@@ -50,7 +50,7 @@ Timestamp timestamp() {
     return stamp;
 }
 
-void print_line(const char* colour, Location where, const char* format, ...) {
+void print_line(const char* colour, const Location& where, const char* format, ...) {
     char text[message_size];
     va_list arguments;
     va_start(arguments, format);
@@ -65,7 +65,7 @@ Listeners info_listeners() {
     return {switches::is_on(Switch::information), log_delivery::is_wanted()};
 }
 
-void info(Listeners listeners, Location where, Style style, const char* format, ...) {
+void info(Listeners listeners, const Location& where, Style style, const char* format, ...) {
     char text[message_size];
     va_list arguments;
     va_start(arguments, format);
@@ -85,7 +85,7 @@ void info(Listeners listeners, Location where, Style style, const char* format, 
     }
 }
 
-void error(Location where, const char* format, ...) {
+void error(const Location& where, const char* format, ...) {
     char text[message_size];
     va_list arguments;
     va_start(arguments, format);
@@ -99,7 +99,7 @@ void error(Location where, const char* format, ...) {
     deliver("error", where, text, "");
 }
 
-void system_error(Location where, int error_number, const char* format, ...) {
+void system_error(const Location& where, int error_number, const char* format, ...) {
     char text[message_size];
     va_list arguments;
     va_start(arguments, format);
@@ -114,7 +114,7 @@ void system_error(Location where, int error_number, const char* format, ...) {
     deliver("error", where, text, "");
 }
 
-void plain_error(Location where, const char* format, ...) {
+void plain_error(const Location& where, const char* format, ...) {
     char text[message_size];
     va_list arguments;
     va_start(arguments, format);
@@ -125,22 +125,17 @@ void plain_error(Location where, const char* format, ...) {
     deliver("error", where, text, "");
 }
 
-void fatal_error(Location where, int error_number, const char* text) {
+void fatal_error(const Location& where, int error_number, const char* text) {
     deliver("error", where, text, "");
     errno = error_number;
     err_sys("error: %s", text);
 }
 
-Scope::Scope(Location where) : where_{where}, exit_line_{where.line} {
-    if (switches::is_on(Switch::functions)) {
-        print_line(function_colour, where_, "%s(): enter.", where_.function);
-    }
+void Scope::write_enter() const {
+    print_line(function_colour, where_, "%s(): enter.", where_.function);
 }
 
-Scope::~Scope() {
-    if (!switches::is_on(Switch::functions)) {
-        return;
-    }
+void Scope::write_exit() const {
     char result[64] = "";
     if (const int* number = std::get_if<int>(&result_)) {
         std::snprintf(result, sizeof result, " returned int: %d.", *number);

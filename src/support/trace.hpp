@@ -5,6 +5,8 @@
 // nor are its arguments evaluated.
 #pragma once
 
+#include "support/switches.hpp"
+
 #include <variant>
 
 namespace trace {
@@ -34,20 +36,21 @@ enum class Style {
     report_dump // as plain, in the colour of report bytes
 };
 
-[[gnu::format(printf, 4, 5)]] void info(Listeners listeners, Location where, Style style, const char* format, ...);
-[[gnu::format(printf, 2, 3)]] void error(Location where, const char* format, ...);
+[[gnu::format(printf, 4, 5)]] void info(Listeners listeners, const Location& where, Style style, const char* format,
+                                        ...);
+[[gnu::format(printf, 2, 3)]] void error(const Location& where, const char* format, ...);
 
 // One line on standard output, in a colour, behind the common prefix.
-[[gnu::format(printf, 3, 4)]] void print_line(const char* colour, Location where, const char* format, ...);
+[[gnu::format(printf, 3, 4)]] void print_line(const char* colour, const Location& where, const char* format, ...);
 
 // An error line without the function's name that ends in the text of error_number.
-[[gnu::format(printf, 3, 4)]] void system_error(Location where, int error_number, const char* format, ...);
+[[gnu::format(printf, 3, 4)]] void system_error(const Location& where, int error_number, const char* format, ...);
 
 // An error line without the function's name.
-[[gnu::format(printf, 2, 3)]] void plain_error(Location where, const char* format, ...);
+[[gnu::format(printf, 2, 3)]] void plain_error(const Location& where, const char* format, ...);
 
 // The line with which the process ends.
-[[noreturn]] void fatal_error(Location where, int error_number, const char* text);
+[[noreturn]] void fatal_error(const Location& where, int error_number, const char* text);
 
 #define VX_INFO_STYLED_AT(where, style, ...)                                                                           \
     do {                                                                                                               \
@@ -65,8 +68,16 @@ enum class Style {
 // the lines of locks that are held inside it. Without exit() the line names no result.
 class Scope {
   public:
-    explicit Scope(Location where);
-    ~Scope();
+    explicit Scope(const Location& where) : where_{where}, exit_line_{where.line} {
+        if (switches::is_on_at_entry(switches::Switch::functions)) [[unlikely]] {
+            write_enter();
+        }
+    }
+    ~Scope() {
+        if (switches::is_on(switches::Switch::functions)) [[unlikely]] {
+            write_exit();
+        }
+    }
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
 
@@ -86,6 +97,9 @@ class Scope {
         exit_line_ = line;
         return result;
     }
+
+    void write_enter() const;
+    void write_exit() const;
 
     Location where_;
     int exit_line_;

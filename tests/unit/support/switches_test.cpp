@@ -11,7 +11,9 @@
 #include <array>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using standins::EnvironmentGuard;
@@ -192,6 +194,28 @@ TEST_F(Switches, AreSeenAmongMoreVariablesThanAnyoneHas) {
     }
 }
 
+TEST_F(Switches, AreSeenInAnEnvironmentOnTwoPages) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto* const end = reinterpret_cast<char**>(static_cast<char*>(memory) + page);
+    for (std::ptrdiff_t on_first = 1; on_first < 20; ++on_first) {
+        char** const slots = end - on_first;
+        std::fill_n(slots, 20, other_.data());
+        slots[20] = nullptr;
+        char** const former = environ;
+        environ = slots;
+        for (int at = 0; at < 20; ++at) {
+            EXPECT_FALSE(is_traced());
+            slots[at] = text_.data();
+            EXPECT_TRUE(is_traced()) << at << ", " << on_first << " on the first page";
+            slots[at] = other_.data();
+        }
+        environ = former;
+    }
+    munmap(memory, 2 * page);
+}
+
 TEST_F(Switches, AreReadNoFurtherThanTheMemoryReaches) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -284,6 +308,141 @@ TEST_F(Switches, AreSeenWhileTheEnvironmentIsChurned) {
         }
         unsetenv(lines::function_switch);
     }
+}
+
+// A call says something in the middle: what the callback that is told of it changes is seen at the call's end.
+class SwitchesInsideACall : public Switches {
+  protected:
+    void SetUp() override {
+        Switches::SetUp();
+        for (std::size_t size = own_.slots.size(); size < 40; ++size) {
+            own_.slots.insert(own_.slots.begin(), filling_.data());
+        }
+        last_ = own_.slots.size() - 1;
+        own_.slots.resize(last_ + 10); // nulls
+        environ = own_.slots.data();
+        RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(&told), nullptr);
+        ASSERT_FALSE(is_traced());
+    }
+    void TearDown() override {
+        RegisterLoggingCallBackProcedure(nullptr, nullptr);
+        Switches::TearDown();
+    }
+
+    // Whether the call around the change writes its enter and its exit line.
+    static std::pair<bool, bool> is_traced_around(std::function<void()> change) {
+        const standins::OutputCapture errors{STDERR_FILENO};
+        change_ = std::move(change);
+        const std::string text = lines::written(STDOUT_FILENO, [] { GetFeature(1, 0, nullptr, 0, nullptr); });
+        return {text.find("GetFeature(): enter.") != std::string::npos,
+                text.find("GetFeature(): exit.") != std::string::npos};
+    }
+
+    static constexpr std::pair only_enter{true, false};
+    static constexpr std::pair only_exit{false, true};
+
+    OwnEnvironment own_;
+    std::array<char, 64> filling_{"VXPAD_FILLING=1"};
+    std::size_t last_; // slot of the null behind the variables
+
+  private:
+    static void told(void* /*user_specific*/, const char16_t* /*message*/) {
+        if (change_) {
+            std::exchange(change_, nullptr)();
+        }
+    }
+
+    static inline std::function<void()> change_;
+};
+
+TEST_F(SwitchesInsideACall, AreSeenWhenTheyAreSetAndTakenAway) {
+    setenv("VXPAD_UNRELATED", "1", 1); // the C library's own slots from here on
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(is_traced_around([] { setenv(lines::function_switch, "1", 1); }), only_exit) << round;
+        EXPECT_EQ(is_traced_around([] { unsetenv(lines::function_switch); }), only_enter) << round;
+        EXPECT_EQ(is_traced_around([&] { putenv(text_.data()); }), only_exit) << round;
+        EXPECT_EQ(is_traced_around([] { setenv(lines::function_switch, "0", 1); }), only_enter) << round;
+        EXPECT_EQ(is_traced_around([] { setenv(lines::function_switch, "1", 1); }), only_exit) << round;
+        unsetenv(lines::function_switch);
+        setenv("VXPAD_UNRELATED", std::string(static_cast<std::size_t>(round) * 7, 'x').c_str(), 1);
+    }
+}
+
+TEST_F(SwitchesInsideACall, AreSeenInMemoryThatHeldTheLastVariable) {
+    putenv(other_.data());
+    EXPECT_EQ(is_traced_around([&] {
+                  unsetenv("VXPAD_UNRELATED");
+                  std::strcpy(other_.data(), "LIBVXPADCOM_DEBUG_FUNC=1");
+                  putenv(other_.data()); // the same address in the same slot
+              }),
+              only_exit);
+    unsetenv(lines::function_switch);
+}
+
+TEST_F(SwitchesInsideACall, AreSeenBehindOthersThatWereTakenOut) {
+    setenv("VXPAD_UNRELATED", "1", 1);
+    setenv("VXPAD_OTHER", "1", 1);
+    EXPECT_EQ(is_traced_around([&] {
+                  unsetenv("VXPAD_UNRELATED");
+                  putenv(text_.data());
+              }),
+              only_exit);
+    unsetenv(lines::function_switch);
+    unsetenv("VXPAD_OTHER");
+}
+
+TEST_F(SwitchesInsideACall, AreSeenWhenTheyAreWrittenBehindTheLastVariable) {
+    EXPECT_EQ(is_traced_around([&] { own_.slots[last_] = text_.data(); }), only_exit);
+    EXPECT_EQ(is_traced_around([&] { own_.slots[last_] = nullptr; }), only_enter);
+    EXPECT_EQ(is_traced_around([&] { own_.slots[last_ - 1] = text_.data(); }), only_exit);
+    own_.slots[last_ - 1] = filling_.data();
+}
+
+TEST_F(SwitchesInsideACall, AreSeenInANewEnvironment) {
+    char** const former = environ;
+    std::array<char*, 2> only{text_.data(), nullptr};
+    EXPECT_EQ(is_traced_around([&] { environ = only.data(); }), only_exit);
+    EXPECT_EQ(is_traced_around([&] { environ = former; }), only_enter);
+}
+
+TEST_F(SwitchesInsideACall, AreSeenWhenAValueIsEditedInPlace) {
+    own_.slots[3] = text_.data();
+    char& digit = text_[std::strlen(text_.data()) - 1];
+    EXPECT_EQ(is_traced_around([&] { digit = '0'; }), only_enter);
+    EXPECT_EQ(is_traced_around([&] { digit = '1'; }), only_exit);
+    own_.slots[3] = filling_.data();
+}
+
+TEST_F(SwitchesInsideACall, AreSeenInAnySlotAsTheNextFunctionIsEntered) {
+    for (std::size_t at = 0; at < last_; ++at) {
+        is_traced_around([&] { own_.slots[at] = text_.data(); });
+        EXPECT_TRUE(is_traced()) << at;
+        own_.slots[at] = filling_.data();
+        EXPECT_FALSE(is_traced()) << at;
+    }
+}
+
+TEST_F(SwitchesInsideACall, AreReadNoFurtherThanTheMemoryReaches) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto* const end = reinterpret_cast<char**>(static_cast<char*>(memory) + page);
+    for (std::ptrdiff_t kept = 1; kept < 20; ++kept) {
+        ASSERT_EQ(mprotect(memory, 2 * page, PROT_READ | PROT_WRITE), 0);
+        char** const slots = end - kept;
+        std::fill_n(slots, 40, other_.data());
+        slots[40] = nullptr;
+        char** const former = environ;
+        environ = slots;
+        EXPECT_FALSE(is_traced());
+        EXPECT_EQ(is_traced_around([&] {
+                      slots[kept - 1] = nullptr;
+                      mprotect(end, page, PROT_NONE);
+                  }),
+                  (std::pair{false, false}));
+        environ = former;
+    }
+    munmap(memory, 2 * page);
 }
 
 } // namespace
