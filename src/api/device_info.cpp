@@ -80,7 +80,7 @@ int answer_number(Call& call, const NumberQuery& query, unsigned int device, uns
 }
 
 // Runs use(flag) on the pad's protocol flag; the list may be gone since the pad was selected.
-template <typename Use> void with_protocol_flag(trace::Location where, unsigned int device, Use use) {
+template <typename Use> void with_protocol_flag(const trace::Location& where, unsigned int device, Use use) {
     trace::Lock lock{&dev_list_short_lock, "&dev_list_short_lock", where};
     if (device_list::Table* table = device_list::table()) {
         use(table->devices[device].used_transport_protocol);

@@ -57,7 +57,7 @@ void tear_down() {
 }
 
 // A thread that the tear-down waits for would wait for itself. It is inside a callback that must not do so.
-bool expect_no_own_call(trace::Location where) {
+bool expect_no_own_call(const trace::Location& where) {
     const bool is_free = !detached_thread::is_counted();
     if (!is_free) {
         trace::error(where, "Error, %s() was called by a callback that must not call it: nothing is done",
@@ -67,7 +67,7 @@ bool expect_no_own_call(trace::Location where) {
 }
 
 // Selects a pad for the enumeration: its number, or 0 with the reason in the log.
-unsigned int enumerate(trace::Location where, unsigned int device) {
+unsigned int enumerate(const trace::Location& where, unsigned int device) {
     const detached_thread::Counted counted;
     const int result = selection::set_dev_to_current(device, selection::ListLock::take);
     if (result == 0) {
@@ -87,7 +87,7 @@ unsigned int enumerate(trace::Location where, unsigned int device) {
 }
 
 // 0 also where the library is not initialised.
-unsigned int count_of_devices(trace::Location where) {
+unsigned int count_of_devices(const trace::Location& where) {
     trace::Lock lock{&dev_list_short_lock, "&dev_list_short_lock", where};
     const device_list::Table* table = device_list::table();
     return table == nullptr ? 0 : table->count;

@@ -26,7 +26,8 @@ int require_interface(Call& call, unsigned int device, unsigned int interface_nu
     return 0;
 }
 
-void set_callback(trace::Location where, Interface& interface, vxpad_data_callback callback, void* user_specific) {
+void set_callback(const trace::Location& where, Interface& interface, vxpad_data_callback callback,
+                  void* user_specific) {
     interface.processing_input_report = {callback, user_specific};
     if (callback == nullptr) {
         trace::Lock lock{&interface.info_lock, interface_state::info_lock_name, where};

@@ -54,13 +54,13 @@ void set_terminated(bool terminated) {
     std::atomic_ref{interface_routine_terminate}.store(terminated ? 1 : 0);
 }
 
-void count_threads(trace::Location where, int change) {
+void count_threads(const trace::Location& where, int change) {
     trace::Lock lock{&interface_routine_count_lock, "&interface_routine_count_lock", where};
     std::atomic_ref{interface_routine_count} += change;
 }
 
 // The next whole piece of the buffer, or null where this thread has nothing more to do.
-const unsigned char* take_piece(trace::Location where, const UploadInfo& info, unsigned int chunk) {
+const unsigned char* take_piece(const trace::Location& where, const UploadInfo& info, unsigned int chunk) {
     if (is_terminated()) {
         return nullptr;
     }
@@ -85,7 +85,7 @@ const unsigned char* take_piece(trace::Location where, const UploadInfo& info, u
 }
 
 // Sends pieces until the buffer is used up, or this interface fails: the bytes sent.
-unsigned int send_pieces(trace::Location where, const UploadInfo& info) {
+unsigned int send_pieces(const trace::Location& where, const UploadInfo& info) {
     VX_INFO_AT(where, "Going to processing, device:%d, interface: %d, data:%p, data_size:%d ", info.device,
                info.interface, static_cast<const void*>(info.data), info.data_size);
     const current_pad::Serve own{info.pad};
@@ -129,7 +129,7 @@ void start_upload(UploadInfo& info) {
     }
 }
 
-void tell_throughput(trace::Location where, unsigned int sum, std::int64_t elapsed_us) {
+void tell_throughput(const trace::Location& where, unsigned int sum, std::int64_t elapsed_us) {
     const double seconds = static_cast<double>(elapsed_us) / 1e6;
     VX_INFO_AT(where, " Data: %d Bytes", sum);
     VX_INFO_AT(where, " Time: %f sec", seconds);
@@ -139,7 +139,8 @@ void tell_throughput(trace::Location where, unsigned int sum, std::int64_t elaps
 }
 
 // The bytes sent.
-unsigned int upload(trace::Location where, const UploadInfo& whole, unsigned int mask, unsigned int count_of_threads) {
+unsigned int upload(const trace::Location& where, const UploadInfo& whole, unsigned int mask,
+                    unsigned int count_of_threads) {
     VX_INFO_AT(where, "before FOR: count_of_threads: %d, data_size: %d ", count_of_threads, whole.data_size);
     VX_INFO_AT(where, "end_point_id_mask: %s", print_helpers::bits_text(static_cast<int>(mask)).data());
     std::array<UploadInfo, mask_bits> room;

@@ -29,7 +29,7 @@ bool has_more(vx_device& device) {
     return device.ssp_command_messages != nullptr && get_uni_queue_size(device.ssp_command_messages) > 0;
 }
 
-void report_missing_function(trace::Location where, const char* name) {
+void report_missing_function(const trace::Location& where, const char* name) {
     trace::error(where, "Wrong function pointer, current_device->%s is NULL...", name);
 }
 
@@ -41,7 +41,7 @@ std::span<const unsigned char> Reply::payload() const {
     return {message() + header, std::min(announced, size_ - std::min(size_, header))};
 }
 
-Answer receive(trace::Location where, vx_device* device, unsigned int time_out) {
+Answer receive(const trace::Location& where, vx_device* device, unsigned int time_out) {
     Owned<unsigned char> buffer{static_cast<unsigned char*>(Calloc(Reply::capacity, 1))};
     unsigned int size = Reply::capacity;
     const int result = receive_ssp_message(device, buffer.get(), &size, time_out, 0, 0);
@@ -52,7 +52,8 @@ Answer receive(trace::Location where, vx_device* device, unsigned int time_out) 
     return {0, Reply{std::move(buffer), std::min(size, Reply::capacity)}};
 }
 
-Answer receive_from(trace::Location where, vx_device* device, unsigned int time_out, int id, unsigned char message_id) {
+Answer receive_from(const trace::Location& where, vx_device* device, unsigned int time_out, int id,
+                    unsigned char message_id) {
     for (;;) {
         Answer answer = receive(where, device, time_out);
         if (!answer.reply) {
@@ -78,14 +79,14 @@ bool has_header(const unsigned char* payload, int message_id) {
     return payload != nullptr && payload[0] == message_id && payload[1] == protocol_success;
 }
 
-bool expect_device(trace::Location where, const vx_device* device) {
+bool expect_device(const trace::Location& where, const vx_device* device) {
     if (device == nullptr) {
         trace::error(where, "Wrong device pointers, current_device is NULL...");
     }
     return device != nullptr;
 }
 
-bool expect_from(trace::Location where, const Reply& reply, int id) {
+bool expect_from(const trace::Location& where, const Reply& reply, int id) {
     if (!is_base(reply)) {
         constexpr std::size_t dumped = 20;
         VX_DUMP_AT(where, "%s", print_helpers::bytes_text({reply.message(), dumped}).data());

@@ -39,17 +39,19 @@ struct Answer {
 };
 
 // The pad's reply to what was sent last.
-Answer receive(trace::Location where, vx_device* device, unsigned int time_out);
+Answer receive(const trace::Location& where, vx_device* device, unsigned int time_out);
 
 // The same, where answers to earlier requests that are still due are passed over. What else does not match is given to
 // the caller to refuse.
-Answer receive_from(trace::Location where, vx_device* device, unsigned int time_out, int id, unsigned char message_id);
+Answer receive_from(const trace::Location& where, vx_device* device, unsigned int time_out, int id,
+                    unsigned char message_id);
 
 bool is_base(const Reply& reply);
 bool has_header(const unsigned char* payload, int message_id);
 
 // Each says what is wrong.
-bool expect_device(trace::Location where, const vx_device* device);
-bool expect_from(trace::Location where, const Reply& reply, int id); // a base message of the component, with data
+bool expect_device(const trace::Location& where, const vx_device* device);
+bool expect_from(const trace::Location& where, const Reply& reply,
+                 int id); // a base message of the component, with data
 
 } // namespace component_link

@@ -10,7 +10,7 @@ namespace {
 
 using component_link::Answer;
 
-int send_to(trace::Location where, vx_device* device, int id, const Request& request,
+int send_to(const trace::Location& where, vx_device* device, int id, const Request& request,
             std::span<const unsigned char> data) {
     const int result = make_and_send_ssp_data_sequence(device, id, request.message_id, data.data(),
                                                        static_cast<unsigned int>(data.size()));
@@ -27,7 +27,8 @@ bool is_lost(int result) {
 
 } // namespace
 
-Answer perform(trace::Location where, vx_device* device, const Request& request, std::span<const unsigned char> data) {
+Answer perform(const trace::Location& where, vx_device* device, const Request& request,
+               std::span<const unsigned char> data) {
     if (!component_link::expect_device(where, device)) {
         return {result::failed, std::nullopt};
     }
@@ -50,7 +51,7 @@ Answer perform(trace::Location where, vx_device* device, const Request& request,
     return answer;
 }
 
-int send(trace::Location where, vx_device* device, const Request& request, std::span<const unsigned char> data) {
+int send(const trace::Location& where, vx_device* device, const Request& request, std::span<const unsigned char> data) {
     if (!component_link::expect_device(where, device)) {
         return result::failed;
     }
@@ -65,7 +66,7 @@ int send(trace::Location where, vx_device* device, const Request& request, std::
     return result;
 }
 
-int look_up(trace::Location where, vx_device* device, ComponentType component) {
+int look_up(const trace::Location& where, vx_device* device, ComponentType component) {
     const int id = ssp_common_component_id_get_id(device, component);
     if (id < 0) {
         trace::error(where, "Error of getting Component ID, ssp_common_component_id_get_id() return %d", id);

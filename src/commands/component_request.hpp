@@ -24,13 +24,13 @@ constexpr const char* nothing_received = "Error, receive_ssp_message_and_get_dat
 
 // Looks the component up, sends the request with data behind its message id, receives the reply and checks that it is a
 // base message from that component with data. What the data must be is the caller's to check.
-component_link::Answer perform(trace::Location where, vx_device* device, const Request& request,
+component_link::Answer perform(const trace::Location& where, vx_device* device, const Request& request,
                                std::span<const unsigned char> data);
 
 // Sends only: the component's id is looked up, the reply left to others.
-int send(trace::Location where, vx_device* device, const Request& request, std::span<const unsigned char> data);
+int send(const trace::Location& where, vx_device* device, const Request& request, std::span<const unsigned char> data);
 
 // The component's id, or a negative result. Says what failed.
-int look_up(trace::Location where, vx_device* device, ComponentType component);
+int look_up(const trace::Location& where, vx_device* device, ComponentType component);
 
 } // namespace component_request

@@ -9,7 +9,7 @@
 // The first takes 1 ms, each later one twice as long and 1 ms more, up to a cap if there is one.
 class GrowingPause {
   public:
-    GrowingPause(trace::Location where, useconds_t cap_us) : where_{where}, cap_us_{cap_us} {}
+    GrowingPause(const trace::Location& where, useconds_t cap_us) : where_{where}, cap_us_{cap_us} {}
 
     void take() {
         if (cap_us_ != 0) {

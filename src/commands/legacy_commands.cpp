@@ -45,7 +45,7 @@ constexpr std::size_t current_mode_byte = 5; // of flags_status
 // Counts failed attempts and pauses after each.
 class Attempts {
   public:
-    explicit Attempts(trace::Location where, useconds_t cap_us = 0) : where_{where}, pause_{where, cap_us} {}
+    explicit Attempts(const trace::Location& where, useconds_t cap_us = 0) : where_{where}, pause_{where, cap_us} {}
 
     bool left() const { return failed_ < max_attempts; }
 
@@ -62,7 +62,7 @@ class Attempts {
     int failed_ = 0;
 };
 
-bool send(trace::Location where, vx_device& device, const Report& request, std::size_t size = report_size) {
+bool send(const trace::Location& where, vx_device& device, const Report& request, std::size_t size = report_size) {
     const int result = core_feature_write(&device, request.data(), static_cast<unsigned int>(size));
     if (result != 0) {
         VX_INFO_AT(where, "usb_feature_write() failed with return code %d", result);
@@ -70,7 +70,7 @@ bool send(trace::Location where, vx_device& device, const Report& request, std::
     return result == 0;
 }
 
-bool receive(trace::Location where, vx_device& device, Report& reply) {
+bool receive(const trace::Location& where, vx_device& device, Report& reply) {
     reply = {};
     const int result = core_feature_read(&device, reply.data(), report_size);
     if (result != 0) {
@@ -79,7 +79,7 @@ bool receive(trace::Location where, vx_device& device, Report& reply) {
     return result == 0;
 }
 
-bool expect_echo(trace::Location where, vx_device& device, const Report& reply, const Command& command) {
+bool expect_echo(const trace::Location& where, vx_device& device, const Report& reply, const Command& command) {
     if (reply[0] != command.code) {
         VX_INFO_AT(where, "%s", command.wrong_echo);
         if (stream_table::of(device).carries_reports) {
@@ -90,7 +90,7 @@ bool expect_echo(trace::Location where, vx_device& device, const Report& reply, 
     return true;
 }
 
-bool expect_no_error(trace::Location where, const Report& reply) {
+bool expect_no_error(const trace::Location& where, const Report& reply) {
     if (reply[1] != 0) {
         VX_INFO_AT(where, "error: %s", vx_dev_strerror(reply[1]));
         return false;
@@ -99,7 +99,8 @@ bool expect_no_error(trace::Location where, const Report& reply) {
 }
 
 // One attempt of a command whose reply echoes it: the request, the reply, its two header bytes.
-bool exchange(trace::Location where, vx_device& device, const Command& command, const Report& request, Report& reply) {
+bool exchange(const trace::Location& where, vx_device& device, const Command& command, const Report& request,
+              Report& reply) {
     return send(where, device, request) && receive(where, device, reply) &&
            expect_echo(where, device, reply, command) && expect_no_error(where, reply);
 }
@@ -108,7 +109,7 @@ Report request_for(const Command& command) {
     return {command.code};
 }
 
-bool expect_given(trace::Location where, const void* argument, const char* text) {
+bool expect_given(const trace::Location& where, const void* argument, const char* text) {
     if (argument == nullptr) {
         trace::error(where, "%s", text);
     }
@@ -123,7 +124,7 @@ bool confirms_mode(std::uint32_t pad_type) {
 }
 
 // Polls until the pad names the mode. False after too many failed queries, or one past the time-out.
-bool wait_for_mode(trace::Location where, vx_device& device, unsigned char mode, Attempts& attempts) {
+bool wait_for_mode(const trace::Location& where, vx_device& device, unsigned char mode, Attempts& attempts) {
     Stopwatch stopwatch;
     unsigned int other_modes = 0;
     unsigned int next_complaint = first_complaint;

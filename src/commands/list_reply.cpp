@@ -7,7 +7,7 @@ constexpr std::size_t header_size = 3; // message id, result, count
 
 } // namespace
 
-bool expect_list(trace::Location where, const component_link::Reply& reply, const Texts& texts) {
+bool expect_list(const trace::Location& where, const component_link::Reply& reply, const Texts& texts) {
     if (reply.data()[0] != texts.message_id) {
         trace::error(where, "%s, it is %d, but must be %d", texts.wrong_id, reply.data()[0], texts.message_id);
         return false;

@@ -23,7 +23,7 @@ struct Texts {
 };
 
 // Whether a list is in order; says what is not.
-bool expect_list(trace::Location where, const component_link::Reply& reply, const Texts& texts);
+bool expect_list(const trace::Location& where, const component_link::Reply& reply, const Texts& texts);
 
 // What of it really came.
 std::span<const unsigned char> entries(const component_link::Reply& reply, std::size_t entry_size);

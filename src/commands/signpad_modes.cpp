@@ -40,7 +40,7 @@ std::span<const std::uint32_t> listed_modes(const vx_device& device) {
 }
 
 // A sub-command to a signpad mode: the button that it answers, or a negative result.
-int ask_mode_for_button(trace::Location where, vx_device* device, int mode_type, unsigned char sub_command) {
+int ask_mode_for_button(const trace::Location& where, vx_device* device, int mode_type, unsigned char sub_command) {
     if (!component_link::expect_device(where, device)) {
         return -1;
     }
@@ -70,7 +70,8 @@ bool signpad_modes::has_any(const vx_device& device) {
     return device.pad_type >= 15 && device.pad_type <= 17;
 }
 
-Answer signpad_modes::perform(trace::Location where, vx_device* device, int mode_type, unsigned char sub_command) {
+Answer signpad_modes::perform(const trace::Location& where, vx_device* device, int mode_type,
+                              unsigned char sub_command) {
     // The component first: without it there is no list of modes to ask for.
     if (const int id = component_request::look_up(where, device, component_request::ct_signpad); id < 0) {
         return {id, std::nullopt};

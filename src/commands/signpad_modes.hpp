@@ -11,7 +11,8 @@ bool has_any(const vx_device& device);
 
 // Looks the mode up, sends the sub-command and checks that the reply is the mode's. The sub-command's own reply begins
 // at payload byte 3.
-component_link::Answer perform(trace::Location where, vx_device* device, int mode_type, unsigned char sub_command);
+component_link::Answer perform(const trace::Location& where, vx_device* device, int mode_type,
+                               unsigned char sub_command);
 
 constexpr std::size_t sub_reply = 3;
 

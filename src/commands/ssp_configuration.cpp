@@ -72,7 +72,8 @@ constexpr vx_conf_key conf_keys[] = {
 };
 
 // Sets or persists a variable between two waits for an idle handler.
-int change(trace::Location where, vx_device* device, const Request& request, const char* key, const char* value) {
+int change(const trace::Location& where, vx_device* device, const Request& request, const char* key,
+           const char* value) {
     if (!component_link::expect_device(where, device) || key == nullptr || value == nullptr) {
         return -1;
     }
@@ -100,7 +101,7 @@ int change(trace::Location where, vx_device* device, const Request& request, con
     return 0;
 }
 
-int refresh_buttons(trace::Location where, vx_device* device, Mode mode) {
+int refresh_buttons(const trace::Location& where, vx_device* device, Mode mode) {
     if (!component_link::expect_device(where, device) || !signpad_modes::has_any(*device)) {
         return -1;
     }

@@ -47,7 +47,7 @@ constexpr NumberField number_fields[] = {
     {"version_manufacturer_id", version_manufacturer_id},
 };
 
-void trace_description(trace::Location where, const unsigned char* payload) {
+void trace_description(const trace::Location& where, const unsigned char* payload) {
     constexpr const char* name = "struct ct_signpad_get_pad_description_reply: header";
     VX_INFO_AT(where, "%s->message_id: 0x%x", name, payload[0]);
     VX_INFO_AT(where, "%s->protocol_result: 0x%x", name, payload[1]);

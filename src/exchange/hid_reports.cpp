@@ -24,7 +24,7 @@ int input_read(vx_device* device, void* data, unsigned int length) {
     return hid_input_read(device->hid, data, length);
 }
 
-bool expect_open(trace::Location where, vx_device* device) {
+bool expect_open(const trace::Location& where, vx_device* device) {
     if (device == nullptr) {
         trace::error(where, "Wrong device pointers, current_device is NULL...");
         return false;

@@ -14,7 +14,7 @@ constexpr std::size_t first_read_size = 64;
 constexpr std::size_t report_size = 64;
 constexpr unsigned char outgoing_report_id = 0xF8;
 
-int send(trace::Location where, vx_device& device, std::span<unsigned char> framed) {
+int send(const trace::Location& where, vx_device& device, std::span<unsigned char> framed) {
     while (!framed.empty()) {
         unsigned char report[report_size] = {outgoing_report_id};
         const std::size_t piece = std::min(framed.size(), report_size - 1);
@@ -28,7 +28,7 @@ int send(trace::Location where, vx_device& device, std::span<unsigned char> fram
     return 0;
 }
 
-int read(trace::Location where, vx_device& device, std::span<unsigned char> room, unsigned int time_out,
+int read(const trace::Location& where, vx_device& device, std::span<unsigned char> room, unsigned int time_out,
          unsigned char request) {
     const int count =
         hid_read_ssp_data(device.hid, room.data(), static_cast<unsigned int>(room.size()), time_out, request);
@@ -38,11 +38,12 @@ int read(trace::Location where, vx_device& device, std::span<unsigned char> room
     return count;
 }
 
-int read_first(trace::Location where, vx_device& device, std::span<unsigned char> room, unsigned int time_out, bool) {
+int read_first(const trace::Location& where, vx_device& device, std::span<unsigned char> room, unsigned int time_out,
+               bool) {
     return read(where, device, room.first(std::min(first_read_size, room.size())), time_out, 1);
 }
 
-int read_on(trace::Location where, vx_device& device, std::span<unsigned char> room, unsigned int time_out) {
+int read_on(const trace::Location& where, vx_device& device, std::span<unsigned char> room, unsigned int time_out) {
     return read(where, device, room, time_out, 0);
 }
 

@@ -77,7 +77,7 @@ bool is_pen_data(std::span<const unsigned char> beginning) {
 
 // The beginning of an answer must not be completed behind a new question. What may be the beginning of pen data stays,
 // and a message that turns out to be none is left out when it has come.
-void drop_beginning_of_answer(trace::Location where, vx_device& device) {
+void drop_beginning_of_answer(const trace::Location& where, vx_device& device) {
     if (!message_queues::has_beginning(device)) {
         return;
     }
@@ -98,7 +98,7 @@ void drop_beginning_of_answer(trace::Location where, vx_device& device) {
 }
 
 // True where there were answers.
-bool take_in_all(trace::Location where, vx_device& device, int longest_wait_ms) {
+bool take_in_all(const trace::Location& where, vx_device& device, int longest_wait_ms) {
     Stopwatch stopwatch;
     MessageSorter sorter{where, device, ReadFor::nothing, stopwatch};
     message_queues::make(device);
@@ -123,7 +123,7 @@ int patience_ms(const vx_device& device) {
     return std::min(times_the_slowest * device.slowest_report_ms, longest_report_wait_ms);
 }
 
-bool make_way(trace::Location where, vx_device& device) {
+bool make_way(const trace::Location& where, vx_device& device) {
     if ((device.reports_due > 0 || may_wait(device)) && !record::was_removed(device)) {
         take_in_all(where, device, longest_report_wait_ms);
         return true;
@@ -153,7 +153,7 @@ void expect_left_over(vx_device& device) {
     device.left_over = std::max<std::uint8_t>(device.left_over, 1);
 }
 
-bool absorb(trace::Location where, vx_device& device) {
+bool absorb(const trace::Location& where, vx_device& device) {
     expect_left_over(device);
     return open_transport::is_any(device) && !record::was_removed(device) &&
            take_in_all(where, device, longest_absorbing_ms);

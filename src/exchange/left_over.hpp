@@ -17,7 +17,7 @@ constexpr std::uint8_t on_guard = 8;
 void expect_left_over(vx_device& device);
 
 // Takes it in now, pen data into its queue. True where answers were dropped.
-bool absorb(trace::Location where, vx_device& device);
+bool absorb(const trace::Location& where, vx_device& device);
 
 constexpr int longest_absorbing_ms = 100;
 
@@ -29,7 +29,7 @@ void expect_reply(vx_device& device);
 int patience_ms(const vx_device& device);
 
 // Before a question is put: nothing that waits may be taken for its answer. True where it was looked for.
-bool make_way(trace::Location where, vx_device& device);
+bool make_way(const trace::Location& where, vx_device& device);
 
 // Takes in what waits on the pad already, with one short read.
 enum class Look { found_nothing, found_something, failed };

@@ -16,7 +16,7 @@ enum class ReadFor { messages, reports, nothing };
 
 class MessageSorter {
   public:
-    MessageSorter(trace::Location where, vx_device& device, ReadFor read_for, Stopwatch& since_the_question)
+    MessageSorter(const trace::Location& where, vx_device& device, ReadFor read_for, Stopwatch& since_the_question)
         : where_{where}, device_{device}, read_for_{read_for}, since_the_question_{since_the_question} {}
 
     // Where the stream goes on, returns the size of its beginning at the start of the room.

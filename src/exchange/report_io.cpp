@@ -41,7 +41,7 @@ constexpr Transfer<const void> output_write{.name = "write",
 constexpr Transfer<void> input_read{
     .name = "read", .lock = RecordLock::is_taken, .function = &report_table::Table::input_read, .is_failure = negative};
 
-bool expect_arguments(trace::Location where, const vx_device* device, const void* data, unsigned int length) {
+bool expect_arguments(const trace::Location& where, const vx_device* device, const void* data, unsigned int length) {
     if (device == nullptr) {
         trace::error(where, "Error, input parameter: device *current_device is %p", static_cast<const void*>(device));
     } else if (length == 0) {
@@ -54,7 +54,7 @@ bool expect_arguments(trace::Location where, const vx_device* device, const void
     return false;
 }
 
-bool expect_open(trace::Location where, vx_device& device, RecordLock lock) {
+bool expect_open(const trace::Location& where, vx_device& device, RecordLock lock) {
     const auto is_open = [&device] { return open_transport::is_any(device); };
     if (lock == RecordLock::is_taken ? record::look_at_handles(where, device, is_open) : is_open()) {
         return true;
@@ -64,7 +64,8 @@ bool expect_open(trace::Location where, vx_device& device, RecordLock lock) {
 }
 
 template <typename Data>
-int run(trace::Location where, const Transfer<Data>& transfer, vx_device* device, Data* data, unsigned int length) {
+int run(const trace::Location& where, const Transfer<Data>& transfer, vx_device* device, Data* data,
+        unsigned int length) {
     if (!expect_arguments(where, device, data, length) || !expect_open(where, *device, transfer.lock)) {
         return -1;
     }

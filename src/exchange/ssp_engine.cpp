@@ -21,7 +21,7 @@ constexpr int doubted_report_wait_ms = 5;
 
 using message_queues::Kind;
 
-void tell_if_lost(trace::Location where, vx_device& device) {
+void tell_if_lost(const trace::Location& where, vx_device& device) {
     if (record::was_removed(device)) {
         trace::error(where, "we lost device..");
     }
@@ -30,7 +30,7 @@ void tell_if_lost(trace::Location where, vx_device& device) {
 // One receive call: what the caller wants, and how far it is.
 class Receiver {
   public:
-    Receiver(trace::Location where, vx_device& device, unsigned int time_out, unsigned char legacy, int selector)
+    Receiver(const trace::Location& where, vx_device& device, unsigned int time_out, unsigned char legacy, int selector)
         : where_{where}, device_{device}, time_out_{time_out}, legacy_{legacy}, wanted_{selector == 1 && legacy == 0
                                                                                             ? Kind::pen_data
                                                                                             : Kind::commands},

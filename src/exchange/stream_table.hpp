@@ -13,13 +13,14 @@ struct Table {
     bool carries_reports; // as legacy messages, each asked for by another
 
     // 0, or what it failed with.
-    int (*send)(trace::Location where, vx_device& device, std::span<unsigned char> framed);
+    int (*send)(const trace::Location& where, vx_device& device, std::span<unsigned char> framed);
 
     // How many bytes a read brought, or what it failed with. Zeros in front of everything are nothing; behind the
     // beginning of a message they are data.
-    int (*read_first)(trace::Location where, vx_device& device, std::span<unsigned char> room, unsigned int time_out,
-                      bool behind_a_beginning);
-    int (*read_on)(trace::Location where, vx_device& device, std::span<unsigned char> room, unsigned int time_out);
+    int (*read_first)(const trace::Location& where, vx_device& device, std::span<unsigned char> room,
+                      unsigned int time_out, bool behind_a_beginning);
+    int (*read_on)(const trace::Location& where, vx_device& device, std::span<unsigned char> room,
+                   unsigned int time_out);
 
     // Takes what waits already: how many bytes, 0 for nothing, or what it failed with.
     int (*take_waiting)(vx_device& device, std::span<unsigned char> room);

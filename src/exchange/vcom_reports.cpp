@@ -30,7 +30,7 @@ struct Message {
         : size{std::min(report_length, static_cast<unsigned int>(longest_message - 1)) + 1} {}
 
     // Copies the report out, as far as bytes really came. Nothing where the message is no legacy one.
-    std::optional<int> copy_report(trace::Location where, void* data, unsigned int length) const {
+    std::optional<int> copy_report(const trace::Location& where, void* data, unsigned int length) const {
         if (ssp_base_message_is_it_old_message(bytes.data()) != 1) {
             trace::error(where, "ssp_base_message_is_it_old_message() return 0, so it is not legacy message");
             return std::nullopt;
@@ -42,7 +42,7 @@ struct Message {
     }
 };
 
-int send_report(trace::Location where, vx_device* device, const void* data, unsigned int length) {
+int send_report(const trace::Location& where, vx_device* device, const void* data, unsigned int length) {
     if (!arguments::expect_all(where, {"unsigned int len", length}, data, {"device *current_device", device})) {
         return -1;
     }

@@ -13,7 +13,7 @@ void mark_if_lost(vx_device& device, int outcome) {
     }
 }
 
-int send(trace::Location where, vx_device& device, std::span<unsigned char> framed) {
+int send(const trace::Location& where, vx_device& device, std::span<unsigned char> framed) {
     const int result = usb_data_send(device.vcom_handle, device.ep_out, framed.data(), static_cast<int>(framed.size()));
     if (result != 0) {
         mark_if_lost(device, result);
@@ -22,7 +22,7 @@ int send(trace::Location where, vx_device& device, std::span<unsigned char> fram
     return result;
 }
 
-int read(trace::Location where, vx_device& device, std::span<unsigned char> room, unsigned int time_out,
+int read(const trace::Location& where, vx_device& device, std::span<unsigned char> room, unsigned int time_out,
          unsigned char nonzero) {
     const int count = vcom_read_ssp_data(&device, room.data(), static_cast<int>(room.size()), time_out, nonzero);
     mark_if_lost(device, count);
@@ -32,12 +32,12 @@ int read(trace::Location where, vx_device& device, std::span<unsigned char> room
     return count;
 }
 
-int read_first(trace::Location where, vx_device& device, std::span<unsigned char> room, unsigned int time_out,
+int read_first(const trace::Location& where, vx_device& device, std::span<unsigned char> room, unsigned int time_out,
                bool behind_a_beginning) {
     return read(where, device, room, time_out, behind_a_beginning ? 0 : 1);
 }
 
-int read_on(trace::Location where, vx_device& device, std::span<unsigned char> room, unsigned int time_out) {
+int read_on(const trace::Location& where, vx_device& device, std::span<unsigned char> room, unsigned int time_out) {
     return read(where, device, room, time_out, 0);
 }
 

@@ -10,13 +10,13 @@
 
 namespace {
 
-bool is_vcom(trace::Location where, vx_device& pad) {
+bool is_vcom(const trace::Location& where, vx_device& pad) {
     const auto is_open_as_vcom = [&] { return record::load(pad.vcom_handle) != nullptr; };
     return pad.vcom_device == nullptr ? is_open_as_vcom() : record::look_at_handles(where, pad, is_open_as_vcom);
 }
 
 // A HID pad sends its pen data unasked.
-int switch_biodata(trace::Location where, int on) {
+int switch_biodata(const trace::Location& where, int on) {
     vx_device* pad = registry::find_current(where, registry::Missing::reported);
     if (pad == nullptr) {
         return -1;

@@ -23,7 +23,7 @@ int copy_text(char* dst, const char* text) {
 }
 
 // A text query that fails for an empty field.
-int copy_named(trace::Location where, char* dst, const char* text, const char* empty, const char* success) {
+int copy_named(const trace::Location& where, char* dst, const char* text, const char* empty, const char* success) {
     if (dst == nullptr) {
         trace::error(where, "%s", no_buffer);
         return -1;
@@ -38,7 +38,7 @@ int copy_named(trace::Location where, char* dst, const char* text, const char* e
 }
 
 // Looks at the transport that is open: HID first, then VCOM.
-int packet_size(trace::Location where, vx_device& pad,
+int packet_size(const trace::Location& where, vx_device& pad,
                 std::optional<int> (*report_table::Table::*size_of)(vx_device&)) {
     const auto size = record::look_at_handles(where, pad, [&] {
         const auto hid_size = (report_table::over_hid.*size_of)(pad);
@@ -63,7 +63,7 @@ constexpr NumberQuery bcd_device{[](const vx_device& pad) -> std::int64_t { retu
 constexpr NumberQuery count_of_interfaces{[](const vx_device& pad) -> std::int64_t { return pad.count_of_interfaces; },
                                           "Pad's have ", " interfaces", false};
 
-int answer_number(trace::Location where, const NumberQuery& query) {
+int answer_number(const trace::Location& where, const NumberQuery& query) {
     return current_pad::answer(where, [&](vx_device& pad) {
         const int number = static_cast<int>(query.number(pad));
         if (query.is_hexadecimal) {
@@ -75,7 +75,7 @@ int answer_number(trace::Location where, const NumberQuery& query) {
     });
 }
 
-void say_missing_record(trace::Location where, unsigned int index) {
+void say_missing_record(const trace::Location& where, unsigned int index) {
     trace::error(where, "Error, interfaces[%d] is NULL", index);
 }
 

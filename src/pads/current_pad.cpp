@@ -40,8 +40,9 @@ vx_device* find(const char* settings) {
     return index < 0 ? nullptr : &pads->devices[index];
 }
 
-vx_device* find_interface(trace::Location where, vx_device& pad, const char* prefix, unsigned int interface_number,
-                          void (*no_record)(trace::Location where, unsigned int index)) {
+vx_device* find_interface(const trace::Location& where, vx_device& pad, const char* prefix,
+                          unsigned int interface_number,
+                          void (*no_record)(const trace::Location& where, unsigned int index)) {
     // The count itself passes, on purpose: it names the empty record behind the last one, whose transfer fails.
     if (interface_number > static_cast<unsigned int>(pad.count_of_interfaces)) {
         trace::error(where, "%sinterface_number > count of interfaces", prefix);

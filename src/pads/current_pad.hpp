@@ -43,7 +43,7 @@ vx_device* find(const char* settings);
 int make_current(const char* settings, trace::Lock& choice);
 
 // Runs query(pad) and then the removed check, with which every request to the current pad ends. -1 without a pad.
-template <typename Query> int answer(trace::Location where, Query query) {
+template <typename Query> int answer(const trace::Location& where, Query query) {
     vx_device* pad = registry::find_current(where);
     if (pad == nullptr) {
         return -1;
@@ -55,7 +55,8 @@ template <typename Query> int answer(trace::Location where, Query query) {
 
 // The record behind an interface number, opened unless it is the pad's own, or null with the reason reported. The
 // prefix begins the text of a number that is too large; no_record tells of a missing record, with the number less one.
-vx_device* find_interface(trace::Location where, vx_device& pad, const char* prefix, unsigned int interface_number,
-                          void (*no_record)(trace::Location where, unsigned int index));
+vx_device* find_interface(const trace::Location& where, vx_device& pad, const char* prefix,
+                          unsigned int interface_number,
+                          void (*no_record)(const trace::Location& where, unsigned int index));
 
 } // namespace current_pad

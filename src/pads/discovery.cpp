@@ -30,7 +30,7 @@ void clear_signature_rectangle(vx_device& pad) {
 }
 
 // For those who hold no lock while they choose a pad.
-trace::Lock no_lock(trace::Location where) {
+trace::Lock no_lock(const trace::Location& where) {
     return trace::Lock{nullptr, "", where};
 }
 
@@ -45,7 +45,7 @@ void close(vx_device& device, KeptOpen kept_open) {
     }
 }
 
-void close_further_interfaces(trace::Location where, vx_device& pad, AfterClosing then,
+void close_further_interfaces(const trace::Location& where, vx_device& pad, AfterClosing then,
                               NullRecord null_record = NullRecord::reported,
                               KeptOpen kept_open = KeptOpen::closed_too) {
     const int count = registry::further_interfaces(pad);
@@ -87,7 +87,7 @@ void free_further_interfaces(vx_device& slot) {
 }
 
 // A HID pad keeps an answer that nobody fetched for whoever asks next; a VCOM pad is looked at by the search.
-void take_in_unread_answers(trace::Location where, vx_device& pad) {
+void take_in_unread_answers(const trace::Location& where, vx_device& pad) {
     if (pad.replies_due == 0 && pad.left_over == 0) {
         return;
     }
@@ -128,7 +128,7 @@ int reopen(vx_registry* pads, trace::Lock& choice) {
 
 // From here on to the end of the caller's Serve, this thread acts on the pad that it has chosen, also where another
 // thread chooses another one meanwhile.
-bool make_current(trace::Location where, vx_registry& pads, int index, trace::Lock& choice) {
+bool make_current(const trace::Location& where, vx_registry& pads, int index, trace::Lock& choice) {
     registry::set_current_device(pads, index);
     registry::serve(&pads.devices[index]);
     if (reopen(&pads, choice) != core_true) {
@@ -138,7 +138,7 @@ bool make_current(trace::Location where, vx_registry& pads, int index, trace::Lo
     return true;
 }
 
-int choose_next(trace::Location where, vx_registry& pads, trace::Lock& choice) {
+int choose_next(const trace::Location& where, vx_registry& pads, trace::Lock& choice) {
     int result = 1;
     int index = pads.current_index;
     if (pads.count_of_devices == 1) {
@@ -156,7 +156,7 @@ int choose_next(trace::Location where, vx_registry& pads, trace::Lock& choice) {
     return result;
 }
 
-int choose_by_settings(trace::Location where, vx_registry& pads, const char* settings, trace::Lock& choice) {
+int choose_by_settings(const trace::Location& where, vx_registry& pads, const char* settings, trace::Lock& choice) {
     const int index = registry::find_settings(pads, settings);
     if (index < 0) {
         VX_INFO_AT(where, "device with Pad Settings: %s not found ", settings);
@@ -166,7 +166,7 @@ int choose_by_settings(trace::Location where, vx_registry& pads, const char* set
     return make_current(where, pads, index, choice) ? 0 : -1;
 }
 
-int choose(trace::Location where, vx_registry& pads, const vx_device& current, const char* settings,
+int choose(const trace::Location& where, vx_registry& pads, const vx_device& current, const char* settings,
            trace::Lock& choice) {
     if (settings != nullptr && registry::same_settings(current, settings)) {
         return 0;

@@ -34,7 +34,7 @@ using Enumeration = std::unique_ptr<hid_device_info, EnumerationDeleter>;
 using StringQuery = int (*)(hid_device*, wchar_t*, std::size_t);
 
 // A string that cannot be read is empty.
-wchar_tools::Text read_string(trace::Location where, hid_device* hid, StringQuery query) {
+wchar_tools::Text read_string(const trace::Location& where, hid_device* hid, StringQuery query) {
     wchar_t text[VXPAD_MAX_STRING_LENGTH] = {};
     if (query(hid, text, VXPAD_MAX_STRING_LENGTH) == -1) {
         trace::error(where, "%s", hidapi_str_error(hid));
@@ -46,7 +46,7 @@ wchar_tools::Text read_string(trace::Location where, hid_device* hid, StringQuer
 
 class HidSearch {
   public:
-    HidSearch(trace::Location where, vx_registry& pads) : where_{where}, pads_{pads} {}
+    HidSearch(const trace::Location& where, vx_registry& pads) : where_{where}, pads_{pads} {}
 
     int result() const { return result_; }
 

@@ -2,7 +2,7 @@
 
 #include "vxpadcom/internals/registry.h"
 
-InterfaceRequest::InterfaceRequest(trace::Location where, const InterfaceRequestTexts& texts, const void* data,
+InterfaceRequest::InterfaceRequest(const trace::Location& where, const InterfaceRequestTexts& texts, const void* data,
                                    int data_size)
     : where_{where}, texts_{texts}, pad_{registry::find_current(where, texts.missing_pad)},
       data_size_{static_cast<unsigned int>(data_size)} {

@@ -11,13 +11,14 @@ struct InterfaceRequestTexts {
     const char* prefix; // of the arguments' names
     const char* data_prefix;
     registry::Missing missing_pad;
-    void (*missing_record)(trace::Location where, unsigned int index); // of the further interface with this index
+    void (*missing_record)(const trace::Location& where,
+                           unsigned int index); // of the further interface with this index
 };
 
 class InterfaceRequest {
   public:
     // Looks for the pad and at the data; says what is missing.
-    InterfaceRequest(trace::Location where, const InterfaceRequestTexts& texts, const void* data, int data_size);
+    InterfaceRequest(const trace::Location& where, const InterfaceRequestTexts& texts, const void* data, int data_size);
 
     bool is_sound() const { return pad_ != nullptr && is_sound_; }
     unsigned int data_size() const { return data_size_; }

@@ -26,7 +26,7 @@ vx_device* find_pad(vx_registry& pads, const char* settings) {
 
 enum class Added { nothing, interface, pad };
 
-Added add_to_pad(trace::Location where, vx_device& pad, vx_device& found, Transport transport) {
+Added add_to_pad(const trace::Location& where, vx_device& pad, vx_device& found, Transport transport) {
     for (int k = 0; k < VX_MAX_FURTHER_INTERFACES; ++k) {
         vx_device* interface = pad.interfaces[k];
         if (interface == nullptr) {
@@ -64,7 +64,7 @@ Added add_pad(vx_registry& pads, const vx_device& found) {
 
 } // namespace
 
-bool derive_pad_type(trace::Location where, vx_device& device) {
+bool derive_pad_type(const trace::Location& where, vx_device& device) {
     const auto [type, unknown] = usb_id_tables::pad_type(device.vendor_id, device.product_id);
     device.pad_type = type;
     const bool classic = type == 1 || type == 8;
@@ -77,7 +77,7 @@ bool derive_pad_type(trace::Location where, vx_device& device) {
     return !unknown;
 }
 
-SearchResult take_over(trace::Location where, vx_registry& pads, vx_device& found, Transport transport) {
+SearchResult take_over(const trace::Location& where, vx_registry& pads, vx_device& found, Transport transport) {
     const char* name = transport == Transport::hid ? "HID" : "VCOM";
     VX_INFO_AT(where, "%s device was found -> %s", name, found.product);
     VX_INFO_AT(where, "%s device has SerialNumber -> %s", name, found.serial_number);

@@ -8,13 +8,13 @@
 namespace registration {
 
 // Fills pad_type and the model parameters from the record's ids; an unknown id is reported and gives false.
-bool derive_pad_type(trace::Location where, vx_device& device);
+bool derive_pad_type(const trace::Location& where, vx_device& device);
 
 enum class Transport : int { hid = 0, vcom = 1 };
 enum class SearchResult { unchanged, is_count_of_devices };
 
 // Takes a found and described interface over: a further one of a known pad, or a pad of its own. Where there is no room
 // the record is cleared. Tells what becomes of the search's result.
-SearchResult take_over(trace::Location where, vx_registry& pads, vx_device& found, Transport transport);
+SearchResult take_over(const trace::Location& where, vx_registry& pads, vx_device& found, Transport transport);
 
 } // namespace registration

@@ -51,7 +51,7 @@ vx_device* acting_device(vx_registry& pads) {
     return served != nullptr ? served : current_device(pads);
 }
 
-vx_device* find_current(trace::Location where, Missing missing) {
+vx_device* find_current(const trace::Location& where, Missing missing) {
     const auto tell = [&](const char* text) {
         if (missing == Missing::reported) {
             trace::error(where, "%s", text);

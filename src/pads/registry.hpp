@@ -24,7 +24,7 @@ vx_device* acting_device(vx_registry& pads);
 
 // Says what is missing, with the words of the calling function, and returns null; else the pad on which requests act.
 enum class Missing { traced, reported };
-vx_device* find_current(trace::Location where, Missing missing = Missing::traced);
+vx_device* find_current(const trace::Location& where, Missing missing = Missing::traced);
 
 bool same_settings(const vx_device& pad, const char* settings);
 // Index of the pad with these settings, or -1.

@@ -16,7 +16,7 @@ int recover_after(int result, vx_device& device) {
 
 constexpr const char* lock_name = "current_device->device_lock";
 
-void say_missing_record(trace::Location where, unsigned int index) {
+void say_missing_record(const trace::Location& where, unsigned int index) {
     trace::error(where, "Error of open interface with number: %d", index);
 }
 
@@ -27,7 +27,7 @@ constexpr InterfaceRequestTexts receiving{"receive_ssp_message_from_interface->"
                                           say_missing_record};
 
 // The interface of a sound request, or null. Receiving names the sending function too: log filters know it so.
-vx_device* open_interface(trace::Location where, InterfaceRequest& request, unsigned int interface_number) {
+vx_device* open_interface(const trace::Location& where, InterfaceRequest& request, unsigned int interface_number) {
     if (request.is_sound() && interface_number == 0) {
         VX_INFO_AT(where, "Going to call lock_dev_and_send_ssp_message(data_size: %d)", request.data_size());
     }

@@ -46,11 +46,11 @@ struct ConfigDeleter {
 };
 using Config = std::unique_ptr<libusb_config_descriptor, ConfigDeleter>;
 
-void say_name(trace::Location where, int result) {
+void say_name(const trace::Location& where, int result) {
     VX_INFO_AT(where, "%s", libusb_error_name(result));
 }
 
-void report(trace::Location where, const char* function, int result) {
+void report(const trace::Location& where, const char* function, int result) {
     trace::error(where, "%s() failed and return %d", function, result);
     say_name(where, result);
 }
@@ -58,7 +58,7 @@ void report(trace::Location where, const char* function, int result) {
 // A missing string is an empty text.
 struct String {
     char text[256] = {};
-    String(trace::Location where, libusb_device_handle* handle, std::uint8_t index) {
+    String(const trace::Location& where, libusb_device_handle* handle, std::uint8_t index) {
         unsigned char bytes[sizeof text] = {};
         const int length = libusb_get_string_descriptor_ascii(handle, index, bytes, sizeof bytes);
         if (length > 0) {
@@ -70,7 +70,7 @@ struct String {
 };
 
 // The largest bulk IN and OUT endpoint so far; the transfer type plays no part.
-void look_at_endpoint(trace::Location where, vx_device& record, const libusb_endpoint_descriptor& endpoint) {
+void look_at_endpoint(const trace::Location& where, vx_device& record, const libusb_endpoint_descriptor& endpoint) {
     const std::uint32_t packet_size = endpoint.wMaxPacketSize;
     const bool is_in = (endpoint.bEndpointAddress & LIBUSB_ENDPOINT_DIR_MASK) != 0;
     const char* name = is_in ? "ENDPOINT_IN" : "ENDPOINT_OUT";
@@ -93,7 +93,7 @@ bool has_both_endpoints(const vx_device& record) {
 }
 
 // Looks at every alternate setting until both endpoints are found.
-bool find_endpoints_in(trace::Location where, vx_device& record, const libusb_config_descriptor& config) {
+bool find_endpoints_in(const trace::Location& where, vx_device& record, const libusb_config_descriptor& config) {
     for (const auto& interface : std::span{config.interface, config.bNumInterfaces}) {
         int number = 0;
         for (const auto& setting :
@@ -114,7 +114,8 @@ bool find_endpoints_in(trace::Location where, vx_device& record, const libusb_co
     return false;
 }
 
-bool find_endpoints(trace::Location where, vx_device& record, libusb_device* device, std::uint8_t configurations) {
+bool find_endpoints(const trace::Location& where, vx_device& record, libusb_device* device,
+                    std::uint8_t configurations) {
     for (std::uint8_t index = 0; index < configurations; ++index) {
         libusb_config_descriptor* raw = nullptr;
         if (const int result = libusb_get_config_descriptor(device, index, &raw); result != 0) {
@@ -129,7 +130,7 @@ bool find_endpoints(trace::Location where, vx_device& record, libusb_device* dev
 }
 
 // The last vendor's devices are pads only where their manufacturer string begins with a pad maker's name.
-bool expect_pad_maker(trace::Location where, const vx_device& record, std::uint32_t vendor_id) {
+bool expect_pad_maker(const trace::Location& where, const vx_device& record, std::uint32_t vendor_id) {
     VX_INFO_AT(where, "Check manufacturer string for vendor ID: 0x%x", vendor_id);
     const bool accepted =
         std::any_of(usb_ids::vcom_named_makers.begin(), usb_ids::vcom_named_makers.end(), [&](std::string_view maker) {
@@ -142,7 +143,7 @@ bool expect_pad_maker(trace::Location where, const vx_device& record, std::uint3
 }
 
 // The interface's number stays 0 on purpose: the search never sets it.
-void claim(trace::Location where, const vx_device& record, libusb_device* device) {
+void claim(const trace::Location& where, const vx_device& record, libusb_device* device) {
     const int interface = static_cast<int>(record.interface_number);
     const int active = libusb_kernel_driver_active(record.vcom_handle, interface);
     if (active < 0) {
@@ -164,7 +165,7 @@ void claim(trace::Location where, const vx_device& record, libusb_device* device
 
 class VcomSearch {
   public:
-    VcomSearch(trace::Location where, vx_registry& pads, std::uint32_t named_vendor)
+    VcomSearch(const trace::Location& where, vx_registry& pads, std::uint32_t named_vendor)
         : where_{where}, pads_{pads}, named_vendor_{named_vendor} {}
 
     int result() const { return result_; }

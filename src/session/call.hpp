@@ -11,7 +11,7 @@
 
 class Call {
   public:
-    explicit Call(trace::Location where) : scope_{where} {}
+    explicit Call(const trace::Location& where) : scope_{where} {}
 
     const trace::Location& where() const { return scope_.where(); }
     int exit(int result, int line = __builtin_LINE()) { return scope_.exit(result, line); }

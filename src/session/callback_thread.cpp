@@ -55,7 +55,7 @@ std::optional<Delivery> take_frame(const Interface& interface) {
     return delivery;
 }
 
-Pass look_at(trace::Location where, Interface& interface, useconds_t& delay) {
+Pass look_at(const trace::Location& where, Interface& interface, useconds_t& delay) {
     trace::Lock list_lock{&dev_list_short_lock, "&dev_list_short_lock", where};
     trace::Lock callback_lock{&interface.processing_input_report_callback_lock, interface_state::callback_lock_name,
                               where};

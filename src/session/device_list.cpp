@@ -15,7 +15,7 @@ Table* dev_shared_short = nullptr;
 
 } // namespace
 
-bool expect_indexed(trace::Location where, unsigned int device) {
+bool expect_indexed(const trace::Location& where, unsigned int device) {
     if (device >= slots || dev_shared_short->devices[device].indexed == 0) {
         trace::error(where, "Device %d is not indexed", static_cast<int>(device));
         return false;

@@ -31,7 +31,7 @@ void create();
 void destroy();
 
 // Whether a number names a pad that was found; says why not. The lock is held.
-bool expect_indexed(trace::Location where, unsigned int device);
+bool expect_indexed(const trace::Location& where, unsigned int device);
 
 // The core's record of a pad, or null. The lock is held.
 vx_device* find_record(unsigned int device);

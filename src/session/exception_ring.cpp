@@ -27,7 +27,7 @@ void copy(char (&target)[text_size], const char* text) {
 }
 
 // The ring needs no set-up. What stays of one are its lock events, which the log shows before each use of the ring.
-void init_exceptions(trace::Location where) {
+void init_exceptions(const trace::Location& where) {
     const trace::Lock lock{&exception_list_lock, "&exception_list_lock", where};
 }
 
@@ -52,7 +52,7 @@ int file(int code, const char* function, const char* message) {
     return scope.exit(ring.index);
 }
 
-std::optional<Record> find(trace::Location where, unsigned int handle) {
+std::optional<Record> find(const trace::Location& where, unsigned int handle) {
     init_exceptions(where);
     trace::Lock lock{&exception_list_lock, "&exception_list_lock", where};
     if (handle >= slots || ring.records[handle].in_use == 0) {
@@ -61,7 +61,7 @@ std::optional<Record> find(trace::Location where, unsigned int handle) {
     return ring.records[handle];
 }
 
-void clear(trace::Location where) {
+void clear(const trace::Location& where) {
     trace::Lock lock{&exception_list_lock, "&exception_list_lock", where};
     ring = {};
 }

@@ -24,9 +24,9 @@ struct Record {
 int file(int code, const char* function, const char* message);
 
 // A copy of the record behind a handle, if there is one.
-std::optional<Record> find(trace::Location where, unsigned int handle);
+std::optional<Record> find(const trace::Location& where, unsigned int handle);
 
 // Drops all records; handles start at 1 again.
-void clear(trace::Location where);
+void clear(const trace::Location& where);
 
 } // namespace exception_ring

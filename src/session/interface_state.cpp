@@ -46,7 +46,7 @@ bool is_open() {
     return detached_thread::is_open();
 }
 
-void forget_callbacks(trace::Location where) {
+void forget_callbacks(const trace::Location& where) {
     for_each([&](unsigned int, unsigned int, Interface& interface) {
         if (interface.processing_input_report.callback != nullptr || interface.pirc_routine_running) {
             trace::Lock lock{&interface.processing_input_report_callback_lock, callback_lock_name, where};
@@ -55,7 +55,7 @@ void forget_callbacks(trace::Location where) {
     });
 }
 
-void clear(trace::Location where) {
+void clear(const trace::Location& where) {
     for_each([&](unsigned int, unsigned int, Interface& interface) {
         if (interface.uqueue != nullptr) {
             destroy_uni_queue(std::exchange(interface.uqueue, nullptr));

@@ -70,8 +70,8 @@ bool is_open();
 
 // For the tear-down, with dev_list_short_lock held: callback threads end for want of a callback; when all threads have
 // left, what they used is freed.
-void forget_callbacks(trace::Location where);
-void clear(trace::Location where);
+void forget_callbacks(const trace::Location& where);
+void clear(const trace::Location& where);
 
 // Runs use(device, interface_number, interface) on every one.
 template <typename Use> void for_each(Use use) {

@@ -63,7 +63,7 @@ int read_file(unsigned int device, unsigned int interface_number, Report& report
 }
 
 // Reads once, queues what came and pauses.
-void poll(trace::Location where, const ReceiveThread& thread, Report& report, timer_slack::Rest& rest) {
+void poll(const trace::Location& where, const ReceiveThread& thread, Report& report, timer_slack::Rest& rest) {
     if (const int result = read_file(thread.device, thread.interface_number, report); result != 0) {
         trace::error(where, "ReadFile() return exception %d", result);
         usleep(error_pause_us);
@@ -147,7 +147,7 @@ void run(ReceiveThread* argument) {
     thread->ended.give();
 }
 
-std::shared_ptr<ReceiveThread> look(trace::Location where, Interface& interface,
+std::shared_ptr<ReceiveThread> look(const trace::Location& where, Interface& interface,
                                     std::shared_ptr<ReceiveThread> Interface::*which) {
     trace::Lock lock{&interface.info_lock, interface_state::info_lock_name, where};
     return interface.*which;
@@ -156,7 +156,7 @@ std::shared_ptr<ReceiveThread> look(trace::Location where, Interface& interface,
 enum class Started { yes, no, meanwhile_by_another };
 
 // With dev_list_short_lock held. The thread is known before it runs: a removal that it finds as it starts stops it.
-Started start(trace::Location where, unsigned int device, unsigned int interface_number,
+Started start(const trace::Location& where, unsigned int device, unsigned int interface_number,
               std::shared_ptr<ReceiveThread>& thread) {
     if (!interface_state::is_open()) {
         return Started::no;
@@ -212,7 +212,7 @@ Started start(trace::Location where, unsigned int device, unsigned int interface
 }
 
 // Whether a number may have a receive thread; says why not.
-bool expect_stoppable(trace::Location where, unsigned int device) {
+bool expect_stoppable(const trace::Location& where, unsigned int device) {
     trace::Lock lock{&dev_list_short_lock, "&dev_list_short_lock", where};
     if (device_list::table() == nullptr) {
         return false;
@@ -226,7 +226,7 @@ bool expect_stoppable(trace::Location where, unsigned int device) {
 
 // Takes the thread out of its interface and waits until it reads no more. Without the list's lock: the thread may be
 // inside a callback that asks for the list. False where the thread was not to be stopped, or another caller stopped it.
-bool reap(trace::Location where, Interface& interface, std::optional<unsigned int> last_start) {
+bool reap(const trace::Location& where, Interface& interface, std::optional<unsigned int> last_start) {
     std::shared_ptr<ReceiveThread> thread;
     bool taken = false;
     {
@@ -296,7 +296,7 @@ void stop_thread(unsigned int device, unsigned int interface_number, std::option
     }
 }
 
-void stop_all(trace::Location where) {
+void stop_all(const trace::Location& where) {
     struct Number {
         unsigned int device;
         unsigned int interface_number;
@@ -337,7 +337,7 @@ int flush_data_packets(unsigned int device, unsigned int interface_number) {
     return scope.exit(0);
 }
 
-void clear_pen_data(trace::Location where, unsigned int device) {
+void clear_pen_data(const trace::Location& where, unsigned int device) {
     vx_device* pad = nullptr;
     std::optional<detached_thread::Counted> counted;
     {

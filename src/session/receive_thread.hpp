@@ -19,11 +19,11 @@ void stop_thread(unsigned int device, unsigned int interface_number,
                  std::optional<unsigned int> last_start = std::nullopt);
 
 // Stops every one.
-void stop_all(trace::Location where);
+void stop_all(const trace::Location& where);
 
 int flush_data_packets(unsigned int device, unsigned int interface_number);
 
 // Drops the pen data that the core holds of this pad.
-void clear_pen_data(trace::Location where, unsigned int device);
+void clear_pen_data(const trace::Location& where, unsigned int device);
 
 } // namespace receive_thread

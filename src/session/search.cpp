@@ -27,7 +27,7 @@ int settings_of_current(char* settings) {
 }
 
 // Indexes the core's current pad under a number. False ends the indexing.
-bool index_current(trace::Location where, int number) {
+bool index_current(const trace::Location& where, int number) {
     char settings[256] = {};
     const int length = settings_of_current(settings);
     if (length < 1) {
@@ -44,7 +44,7 @@ bool index_current(trace::Location where, int number) {
 }
 
 // False where the core has no further pad.
-bool advance_core(trace::Location where) {
+bool advance_core(const trace::Location& where) {
     const int result = core_set_device_to_current(nullptr);
     if (result == 0 || result == result::removed) {
         return true;

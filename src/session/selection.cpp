@@ -16,7 +16,7 @@ using device_list::Table;
 constexpr const char* not_initialized = "dev_shared_short is NULL.. Use Initialize() first.";
 
 // Whether a number names a pad that can be selected; says why not.
-bool expect_selectable(trace::Location where, const Table& table, unsigned int device) {
+bool expect_selectable(const trace::Location& where, const Table& table, unsigned int device) {
     if (!device_list::expect_indexed(where, device)) {
         return false;
     }
@@ -45,7 +45,7 @@ int ask_core(Table& table, unsigned int device, trace::Lock& list_lock) {
 
 // set_dev_to_current() with the list locked. A negative core result is left in core_failure for the caller, who looks
 // for a removal once the lock is free again.
-int select_locked(trace::Location where, unsigned int device, ListLock list_locking, trace::Lock& list_lock,
+int select_locked(const trace::Location& where, unsigned int device, ListLock list_locking, trace::Lock& list_lock,
                   vx_device** selected, int& core_failure) {
     Table* table = device_list::table();
     // A call that the tear-down does not wait for finds no list.
@@ -86,7 +86,7 @@ int select_locked(trace::Location where, unsigned int device, ListLock list_lock
     return 0;
 }
 
-void tell_failure(trace::Location where, int core_failure) {
+void tell_failure(const trace::Location& where, int core_failure) {
     trace::error(where, "Error: core_set_device_to_current() return %d", core_failure);
 }
 

@@ -18,7 +18,7 @@ struct Object {
 };
 
 // Whether all is there; else says what is missing: the size is looked at first and the object last.
-inline bool expect_all(trace::Location where, Size size, const void* data, Object object) {
+inline bool expect_all(const trace::Location& where, Size size, const void* data, Object object) {
     if (size.value < 1) {
         trace::error(where, "Error, input parameter: %s is %d", size.name, static_cast<int>(size.value));
     } else if (data == nullptr) {

@@ -15,7 +15,7 @@ bool is_empty(const uni_queue* queue) {
            static_cast<std::int32_t>(queue->size) < 1;
 }
 
-void lock_line_of(const uni_queue* queue, trace::LockEvent event, trace::Location where) {
+void lock_line_of(const uni_queue* queue, trace::LockEvent event, const trace::Location& where) {
     char name[64];
     std::snprintf(name, sizeof name, "queue[%p]->mutex", static_cast<const void*>(queue));
     trace::lock_line(event, where, name);

@@ -8,7 +8,7 @@
 namespace {
 
 // The text is "<function in lower case>()"; errno carries the code that the call returned.
-void check(trace::Location where, int result, const char* call) {
+void check(const trace::Location& where, int result, const char* call) {
     if (result != 0) {
         trace::system_error(where, result, "%s()", call);
         errno = result;

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t file_chunk = 4096;
 
 // Tries three times and then ends the process: nothing that the library does can go on without memory.
-template <typename Allocate> void* allocate(trace::Location where, const char* name, Allocate attempt) {
+template <typename Allocate> void* allocate(const trace::Location& where, const char* name, Allocate attempt) {
     useconds_t delay = 100;
     int last_error = 0;
     for (int attempts = 0; attempts != 3; ++attempts) {

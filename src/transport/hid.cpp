@@ -23,7 +23,7 @@ constexpr unsigned int ssp_report_header = 2; // command, status
 constexpr unsigned char VX_CMD_WRITE_FRAMEBUF_DATA = 249;
 constexpr unsigned char VX_HID_DEV_RETVAL_SUCCESS = 0;
 
-void report_library_error(trace::Location where, hid_device* hid) {
+void report_library_error(const trace::Location& where, hid_device* hid) {
     trace::error(where, "%s", hidapi_str_error(hid));
 }
 
@@ -32,7 +32,7 @@ enum class Attempt { complete, incomplete, failed };
 // Repeats attempt() until it is complete or the time is over. After a failure it sleeps, twice as long each time; an
 // incomplete transfer goes on at once. report_last() tells what the library last returned.
 template <typename Try, typename ReportLast>
-bool retry(trace::Location where, hid_device* hid, Try attempt, ReportLast report_last) {
+bool retry(const trace::Location& where, hid_device* hid, Try attempt, ReportLast report_last) {
     Stopwatch stopwatch;
     useconds_t sleep_time = first_sleep_us;
     for (;;) {
@@ -63,7 +63,7 @@ Buffer report_buffer(unsigned int length) {
     return Buffer{std::size_t{length} + 1};
 }
 
-int send_report(trace::Location where, const char* dump_format, hid_device* hid, const void* data,
+int send_report(const trace::Location& where, const char* dump_format, hid_device* hid, const void* data,
                 unsigned int length) {
     if (!arguments::expect_all(where, {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return -1;
@@ -138,7 +138,7 @@ void hid_close_dev(hid_device* hid) {
 
 int hid_feature_read(hid_device* hid, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    const trace::Location where = scope.where();
+    const trace::Location& where = scope.where();
     if (!arguments::expect_all(where, {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return scope.exit(-1);
     }

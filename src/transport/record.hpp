@@ -20,7 +20,7 @@ template <typename Handle> void store(Handle*& handle, Handle* value) {
 
 // What look() finds of a record's handles. While a failed exchange on another thread closes and reopens the record
 // nothing is open for a moment: only where nothing is found the record's lock is waited for.
-template <typename Look> auto look_at_handles(trace::Location where, vx_device& device, Look look) {
+template <typename Look> auto look_at_handles(const trace::Location& where, vx_device& device, Look look) {
     if (auto found = look()) {
         return found;
     }

@@ -21,7 +21,7 @@ Tail::Tail(std::span<const unsigned char> received) : size_{ssp_transport_token:
     std::copy(received.end() - static_cast<std::ptrdiff_t>(size_), received.end(), bytes_.begin());
 }
 
-Cutter::Cutter(trace::Location where, std::span<unsigned char> room, std::size_t received)
+Cutter::Cutter(const trace::Location& where, std::span<unsigned char> room, std::size_t received)
     : where_{where}, room_{room}, tail_{room.first(received)}, frames_{init_uni_queue()},
       count_{ssp_transport_token_to_base_message_data(room.data(), received, frames_.get())}, left_{count_} {
     if (count_ < 1) {

@@ -43,7 +43,7 @@ class Tail {
 class Cutter {
   public:
     // At least one byte was received, at the start of the room.
-    Cutter(trace::Location where, std::span<unsigned char> room, std::size_t received);
+    Cutter(const trace::Location& where, std::span<unsigned char> room, std::size_t received);
 
     // The next frame with a whole message; nothing behind the last.
     std::optional<Frame> next();

@@ -169,7 +169,7 @@ template <typename Act> void for_each_marker(Bytes bytes, unsigned int Tokens::*
 }
 
 // Queues the bytes between two start-of-frame tokens, unescaped.
-void queue_frame(trace::Location where, uni_queue* queue, Bytes escaped, std::size_t escaped_markers) {
+void queue_frame(const trace::Location& where, uni_queue* queue, Bytes escaped, std::size_t escaped_markers) {
     if (escaped.empty()) {
         return;
     }
