@@ -1,6 +1,7 @@
 #include "pads/registry.hpp"
 
 #include "support/result.hpp"
+#include "support/thread_local.hpp"
 #include "transport/record.hpp"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ namespace {
 
 vx_registry dev_shared_storage;
 std::atomic<vx_registry*> dev_shared{nullptr};
-thread_local vx_device* served = nullptr;
+VX_THREAD_LOCAL constinit vx_device* served = nullptr;
 
 constexpr std::uint32_t signature_rectangle_types[] = {9, 11, 12, 15, 16, 17};
 

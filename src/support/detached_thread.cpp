@@ -1,6 +1,7 @@
 #include "support/detached_thread.hpp"
 
 #include "support/log_delivery.hpp"
+#include "support/thread_local.hpp"
 #include "support/trace.hpp"
 #include "vxpadcom/internals/wrappthread.h"
 
@@ -15,6 +16,9 @@ std::atomic<int> inside{0};
 std::atomic<bool> opened{false};
 std::atomic<unsigned int> openings{0};
 
+// Either who waits has seen that nobody is inside, or the last one to leave sees who waits, and wakes them.
+std::atomic<int> waiting{0};
+
 // Held by the last one to leave while it says so, and by who waits for that.
 pthread_mutex_t leaving_lock = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t all_left = PTHREAD_COND_INITIALIZER;
@@ -25,7 +29,7 @@ struct Presence {
     unsigned int calls = 0;
     unsigned int round = 0; // one more after each give_up(), so that calls which began before end nothing
 };
-thread_local Presence presence;
+VX_THREAD_LOCAL constinit Presence presence;
 
 void entered() {
     ++inside;
@@ -82,7 +86,7 @@ void began() {
 }
 
 void left() {
-    if (--inside == 0) {
+    if (--inside == 0 && waiting != 0) {
         Pthread_mutex_lock(&leaving_lock);
         Pthread_cond_broadcast(&all_left);
         Pthread_mutex_unlock(&leaving_lock);
@@ -130,9 +134,11 @@ void give_up() {
 
 void wait_for_all() {
     Pthread_mutex_lock(&leaving_lock);
+    ++waiting;
     while (inside != 0) {
         Pthread_cond_wait(&all_left, &leaving_lock);
     }
+    --waiting;
     Pthread_mutex_unlock(&leaving_lock);
 }
 

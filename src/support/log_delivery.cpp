@@ -1,6 +1,7 @@
 #include "support/log_delivery.hpp"
 
 #include "support/callback_pair.hpp"
+#include "support/thread_local.hpp"
 #include "support/wide_text.hpp"
 #include "vxpadcom/internals/wide_text.h"
 
@@ -119,7 +120,7 @@ struct Outbox {
     Pair forgotten;
     unsigned int registration = 0; // no later one has taken its place
 };
-thread_local constinit Outbox outbox;
+VX_THREAD_LOCAL constinit Outbox outbox;
 
 void hand_over(const Message& message, const Pair& to) {
     if (to.callback == nullptr) {
