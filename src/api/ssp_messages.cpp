@@ -43,7 +43,7 @@ int receive(Call& call, unsigned int device, unsigned int interface, void* dst, 
         return failed;
     }
     // A length that the core refuses, negative as it counts, needs no memory.
-    Buffer message{static_cast<int>(dst_length) < 1 ? 1 : std::size_t{dst_length}};
+    Room message{static_cast<int>(dst_length) < 1 ? 1 : std::size_t{dst_length}};
     unsigned int length = dst_length;
     const int result = core_receive_ssp_message(interface, message.data(), &length, time_out);
     if (result < 0) {

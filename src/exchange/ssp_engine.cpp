@@ -127,7 +127,7 @@ class Receiver {
     // Reads until no message is left unfinished. What the queues hold then decides; negative where the first read
     // failed.
     int read_cycle() {
-        Buffer buffer{message_queues::room_size};
+        Room buffer{message_queues::room_size};
         const std::span<unsigned char> room = buffer.span();
         const std::size_t beginning = message_queues::take_beginning(device_, room);
         int count = first_read(room.subspan(beginning), beginning > 0);

@@ -32,3 +32,21 @@ class Buffer {
     Owned<unsigned char> large_;
     unsigned char small_[72] = {};
 };
+
+// Room that nobody looks at before it is filled, and that mostly needs no heap.
+class Room {
+  public:
+    explicit Room(std::size_t size) : size_{size} {
+        if (size > sizeof near_) {
+            far_.reset(static_cast<unsigned char*>(Malloc(size)));
+        }
+    }
+
+    unsigned char* data() { return far_ ? far_.get() : near_; }
+    std::span<unsigned char> span() { return {data(), size_}; }
+
+  private:
+    std::size_t size_;
+    Owned<unsigned char> far_;
+    unsigned char near_[4096];
+};
