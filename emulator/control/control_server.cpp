@@ -2,7 +2,6 @@
 
 #include "base/sockets.hpp"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -58,7 +57,8 @@ void ControlServer::on_event(int fd, std::uint32_t events) {
     for (auto end = client.received.find('\n'); end != std::string::npos; end = client.received.find('\n')) {
         const auto line = client.received.substr(0, end);
         client.received.erase(0, end + 1);
-        client.unsent += answer_(line) + "\n\n";
+        const auto reply = answer_(line) + "\n\n";
+        client.unsent.append({reinterpret_cast<const std::uint8_t*>(reply.data()), reply.size()});
     }
     if (!flush(client)) {
         drop(fd);
@@ -77,11 +77,9 @@ bool ControlServer::receive(Client& client) {
 
 bool ControlServer::flush(Client& client) {
     const int fd = client.socket.get();
-    const auto sent = ::send(fd, client.unsent.data(), client.unsent.size(), MSG_NOSIGNAL);
-    if (sent < 0 && errno != EAGAIN) {
+    if (!client.unsent.send(fd)) {
         return false;
     }
-    client.unsent.erase(0, static_cast<std::size_t>(std::max<ssize_t>(sent, 0)));
     loop_.change(fd, client.unsent.empty() ? EPOLLIN : EPOLLIN | EPOLLOUT);
     return true;
 }

@@ -3,6 +3,7 @@
 
 #include "base/event_loop.hpp"
 #include "base/fd.hpp"
+#include "base/send_buffer.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -25,7 +26,7 @@ class ControlServer {
     struct Client {
         Fd socket;
         std::string received;
-        std::string unsent;
+        SendBuffer unsent;
     };
 
     void accept_client();

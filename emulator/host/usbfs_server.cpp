@@ -1,8 +1,11 @@
 #include "host/usbfs_server.hpp"
 
+#include "base/send_buffer.hpp"
 #include "base/sockets.hpp"
+#include "host/urb_status.hpp"
 #include "host/usbfs_protocol.h"
 #include "pad/pad_settings.hpp"
+#include "usb/open_transfers.hpp"
 #include "usb/usb_device.hpp"
 
 #include <algorithm>
@@ -19,36 +22,13 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <unordered_map>
 #include <utility>
 
 namespace emulator {
 
 namespace {
 
-constexpr std::size_t longest_waited_for = 65536;         // fits into a socket's buffer
-constexpr std::size_t longest_payload = 16 * 1024 * 1024; // as much as the real usbfs gives all its users
-
-int urb_status(TransferStatus status) {
-    switch (status) {
-    case TransferStatus::done:
-        return 0;
-    case TransferStatus::stalled:
-        return -EPIPE;
-    case TransferStatus::overflow:
-        return -EOVERFLOW;
-    case TransferStatus::cancelled:
-        return -ENOENT;
-    case TransferStatus::unplugged:
-        return -ESHUTDOWN;
-    }
-    return -EIO;
-}
-
-SetupPacket setup_packet(const std::uint8_t (&bytes)[8]) {
-    const auto word = [&](int offset) { return static_cast<std::uint16_t>(bytes[offset] | bytes[offset + 1] << 8); };
-    return {bytes[0], bytes[1], word(2), word(4), word(6)};
-}
+constexpr std::size_t longest_waited_for = 65536; // fits into a socket's buffer
 
 // Sends what the socket takes now and keeps the rest, in order, until it can be written again.
 class Outbox {
@@ -64,23 +44,14 @@ class Outbox {
         if (!socket_) {
             return;
         }
-        std::array<iovec, 2> parts{{{const_cast<usbfs_completion*>(&head), sizeof head},
-                                    {const_cast<std::uint8_t*>(data.data()), data.size()}}};
-        msghdr message{};
-        message.msg_iov = parts.data();
-        message.msg_iovlen = parts.size();
-        ssize_t sent = 0;
-        if (rest_.empty()) {
-            sent = ::sendmsg(socket_.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const bool waits = !rest_.empty();
+        rest_.append({reinterpret_cast<const std::uint8_t*>(&head), sizeof head});
+        rest_.append(data);
+        if (waits) {
+            return;
         }
-        if (sent < 0 && errno != EAGAIN) {
+        if (!rest_.send(socket_.get())) {
             return close();
-        }
-        for (auto left = static_cast<std::size_t>(std::max<ssize_t>(sent, 0)); const auto& part : parts) {
-            const auto skip = std::min(left, part.iov_len);
-            left -= skip;
-            const auto* bytes = static_cast<const char*>(part.iov_base);
-            rest_.append(bytes + skip, part.iov_len - skip);
         }
         if (!rest_.empty()) {
             loop_.change(socket_.get(), EPOLLOUT);
@@ -97,12 +68,8 @@ class Outbox {
 
   private:
     void on_event(std::uint32_t events) {
-        if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
+        if ((events & (EPOLLERR | EPOLLHUP)) != 0 || !rest_.send(socket_.get())) {
             return close();
-        }
-        const auto sent = ::send(socket_.get(), rest_.data(), rest_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent > 0) {
-            rest_.erase(0, static_cast<std::size_t>(sent));
         }
         if (!rest_.empty()) {
             return;
@@ -123,7 +90,7 @@ class Outbox {
 
     EventLoop& loop_;
     Fd socket_;
-    std::string rest_;
+    SendBuffer rest_;
     bool finished_ = false;
 };
 
@@ -207,7 +174,7 @@ class UsbfsServer::OpenFile {
     std::unique_ptr<Outbox> completions_;
     Fd pipe_;
     std::set<unsigned int> claimed_;
-    std::unordered_map<std::uint64_t, std::shared_ptr<Transfer>> urbs_;
+    OpenTransfers urbs_;
 };
 
 // Reads what is there; false at the end of the connection.
@@ -248,7 +215,7 @@ void UsbfsServer::OpenFile::receive() {
         return;
     }
     std::memcpy(&request, received_.data(), sizeof request);
-    if (request.payload > longest_payload) {
+    if (request.payload > longest_urb) {
         return server_.drop(*this);
     }
     if (received_.size() < sizeof request + request.payload) {
@@ -307,10 +274,7 @@ int UsbfsServer::OpenFile::open(const usbfs_request& request) {
 
 void UsbfsServer::OpenFile::close() {
     if (port_ != nullptr) {
-        const auto urbs = std::exchange(urbs_, {});
-        for (const auto& [id, transfer] : urbs) {
-            port_->device->cancel(transfer);
-        }
+        urbs_.abandon(*port_->device);
     }
     unplugged();
     completions_.reset();
@@ -388,15 +352,7 @@ int UsbfsServer::OpenFile::release(const usbfs_request& request) {
     if (claimed_.erase(request.interface) == 0) {
         return EINVAL;
     }
-    std::vector<std::shared_ptr<Transfer>> open;
-    for (const auto& [id, transfer] : urbs_) {
-        if (transfer->endpoint != 0 && transfer->interface == request.interface) {
-            open.push_back(transfer);
-        }
-    }
-    for (const auto& transfer : open) {
-        port_->device->cancel(transfer);
-    }
+    urbs_.cancel_interface(*port_->device, request.interface);
     return 0;
 }
 
@@ -462,7 +418,7 @@ int UsbfsServer::OpenFile::start(const usbfs_request& request,
                                  std::function<void(const usbfs_completion&, Transfer&)> answer) {
     auto transfer = std::make_shared<Transfer>();
     transfer->room = request.length;
-    if (request.length > longest_payload) {
+    if (request.length > longest_urb) {
         return ENOMEM;
     }
     if (request.type == USBDEVFS_URB_TYPE_CONTROL) {
@@ -490,31 +446,18 @@ int UsbfsServer::OpenFile::start(const usbfs_request& request,
         return EINVAL;
     }
     transfer->data.assign(received_.begin() + sizeof request, received_.begin() + sizeof request + request.payload);
-    if (!urbs_.try_emplace(request.urb, transfer).second) {
-        return EINVAL;
-    }
     const auto id = request.urb;
-    transfer->completed = [this, id, answer = std::move(answer)](Transfer& completed, TransferStatus status) {
-        if (urbs_.erase(id) == 0) {
-            return; // the file is being closed
-        }
-        const auto length = static_cast<std::uint32_t>(completed.data.size());
-        const bool in = completed.is_in();
+    const auto completed = [id, answer = std::move(answer)](Transfer& done, TransferStatus status) {
+        const auto length = static_cast<std::uint32_t>(done.data.size());
+        const bool in = done.is_in();
         const bool nothing = !in && status != TransferStatus::done;
-        answer({id, urb_status(status), nothing ? 0 : length, in ? length : 0, 0}, completed);
+        answer({id, urb_status(status), nothing ? 0 : length, in ? length : 0, 0}, done);
     };
-    port_->device->submit(std::move(transfer));
-    return 0;
+    return urbs_.submit(*port_->device, id, std::move(transfer), completed) ? 0 : EINVAL;
 }
 
 int UsbfsServer::OpenFile::discard(const usbfs_request& request) {
-    const auto found = urbs_.find(request.urb);
-    if (found == urbs_.end()) {
-        return EINVAL;
-    }
-    const auto transfer = found->second;
-    port_->device->cancel(transfer);
-    return 0;
+    return urbs_.cancel(*port_->device, request.urb) ? 0 : EINVAL;
 }
 
 UsbfsServer::UsbfsServer(EventLoop& loop, Bus& bus, const std::string& socket_path)

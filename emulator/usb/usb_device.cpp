@@ -78,6 +78,13 @@ std::string describe(const SetupPacket& setup) {
 
 } // namespace
 
+SetupPacket setup_packet(std::span<const std::uint8_t, 8> bytes) {
+    const auto word = [&](std::size_t offset) {
+        return static_cast<std::uint16_t>(bytes[offset] | bytes[offset + 1] << 8);
+    };
+    return {bytes[0], bytes[1], word(2), word(4), word(6)};
+}
+
 UsbDevice::UsbDevice(EventLoop& loop, PadModel& model, SspPad* ssp, FaultList& faults, TransferLog& log,
                      std::function<void()> pull_out)
     : loop_{loop}, model_{model}, ssp_{ssp}, faults_{faults}, log_{log}, pull_out_{std::move(pull_out)},

@@ -31,6 +31,8 @@ struct SetupPacket {
     bool is_in() const { return (request_type & 0x80) != 0; }
 };
 
+SetupPacket setup_packet(std::span<const std::uint8_t, 8> bytes); // as they travel on the bus
+
 enum class TransferStatus { done, stalled, overflow, cancelled, unplugged };
 
 struct Transfer {
