@@ -1,5 +1,6 @@
 #include "base/temporary_directory.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -37,25 +38,28 @@ Fd lock(const fs::path& directory, int how) {
     return fd && ::flock(fd.get(), LOCK_EX | how) == 0 ? std::move(fd) : Fd();
 }
 
-bool is_left_over(const fs::path& path, const char* mark) {
+bool is_left_over(const fs::path& path, std::span<const char* const> marks) {
     const auto name = path.filename().string();
     if (!name.starts_with(prefix) || name.size() != prefix.size() + pattern.size()) {
         return false;
     }
     const auto held = lock(path, LOCK_NB);
     struct stat status {};
-    std::error_code ignored;
+    const auto has = [&](const char* mark) {
+        std::error_code ignored;
+        return fs::is_socket(path / mark, ignored);
+    };
     return held && ::fstat(held.get(), &status) == 0 && status.st_uid == ::geteuid() &&
-           status.st_mtime < std::time(nullptr) - youngest_left_over && fs::is_socket(path / mark, ignored);
+           status.st_mtime < std::time(nullptr) - youngest_left_over && std::ranges::any_of(marks, has);
 }
 
 } // namespace
 
-TemporaryDirectory::TemporaryDirectory(const char* mark) {
+TemporaryDirectory::TemporaryDirectory(std::span<const char* const> marks) {
     const auto place = parent();
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(place, ignored)) { // of emulators that were killed
-        if (is_left_over(entry.path(), mark)) {
+        if (is_left_over(entry.path(), marks)) {
             fs::remove_all(entry.path(), ignored);
         }
     }

@@ -4,14 +4,15 @@
 #include "base/fd.hpp"
 
 #include <filesystem>
+#include <span>
 
 namespace emulator {
 
 class TemporaryDirectory {
   public:
-    // Removes first what an earlier one has left over that was killed. `mark` is a socket that the owner puts into it,
-    // so that nobody else's directory is taken for one of these.
-    explicit TemporaryDirectory(const char* mark);
+    // Removes first what earlier ones have left over that were killed. Each owner puts a socket with one of the names
+    // `marks` into it, so that nobody else's directory is taken for one of these.
+    explicit TemporaryDirectory(std::span<const char* const> marks);
     ~TemporaryDirectory();
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;

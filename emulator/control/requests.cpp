@@ -16,6 +16,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -244,7 +245,7 @@ std::string answer_request(Bus& bus, std::string_view request) {
             text.pop_back();
         }
         return text.empty() ? "ok" : "ok " + text;
-    } catch (const std::invalid_argument& error) {
+    } catch (const std::exception& error) {
         return std::string{"error "} + error.what();
     }
 }

@@ -3,23 +3,24 @@
 #pragma once
 
 #include "base/event_loop.hpp"
-#include "host/surroundings.hpp"
+#include "host/host.hpp"
 #include "host/system_tree.hpp"
 #include "host/usbfs_server.hpp"
 #include "usb/bus.hpp"
 
 #include <filesystem>
+#include <string>
 
 namespace emulator {
 
-class UsbfsHost {
+class UsbfsHost : public Host {
   public:
     static constexpr const char* socket_name = "usbfs"; // in the directory
 
     UsbfsHost(EventLoop& loop, Bus& bus, const std::filesystem::path& directory);
 
-    // Throws std::runtime_error when a library is missing.
-    Surroundings surroundings() const;
+    Surroundings surroundings() const override;
+    std::string where() const override { return "one program"; }
 
   private:
     std::filesystem::path directory_;

@@ -35,9 +35,12 @@ sigset_t watched_signals() {
 // Everything that may allocate is done before the fork.
 std::vector<std::string> environment(const Surroundings& surroundings) {
     auto variables = surroundings.variables;
-    const char* preloaded = std::getenv("LD_PRELOAD");
-    const bool more = preloaded != nullptr && *preloaded != 0;
-    variables.emplace_back("LD_PRELOAD", surroundings.preload_libraries + (more ? ":" : "") + (more ? preloaded : ""));
+    if (!surroundings.preload_libraries.empty()) {
+        const char* preloaded = std::getenv("LD_PRELOAD");
+        const bool more = preloaded != nullptr && *preloaded != 0;
+        variables.emplace_back("LD_PRELOAD",
+                               surroundings.preload_libraries + (more ? ":" : "") + (more ? preloaded : ""));
+    }
     std::vector<std::string> result;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         bool replaced = false;
@@ -131,13 +134,17 @@ void Command::on_signal() {
     }
     if (info.ssi_signo == SIGCHLD) {
         collect();
-    } else if (info.ssi_code != SI_KERNEL) { // the terminal has sent it to the command too
+    } else if (pid_ < 0 || info.ssi_code != SI_KERNEL) { // the terminal has sent it to the command too
         end(static_cast<int>(info.ssi_signo));
     }
 }
 
-// Passes a signal on; a command that does not heed it, or is asked twice, is killed.
+// Passes a signal on; a command that does not heed it, or is asked twice, is killed. Without a command it is the end.
 void Command::end(int signal) {
+    if (pid_ < 0) {
+        loop_.stop();
+        return;
+    }
     ::kill(pid_, ended_by_us_ ? SIGKILL : signal);
     if (!ended_by_us_) {
         loop_.call_after(patience, [this] { ::kill(pid_, SIGKILL); });

@@ -14,7 +14,8 @@ namespace emulator {
 
 class Command {
   public:
-    // Takes over SIGCHLD and the signals that end a program. The loop stops when the command has ended.
+    // Takes over SIGCHLD and the signals that end a program. The loop stops when the command has ended or, as long as
+    // none has been started, at such a signal.
     explicit Command(EventLoop& loop);
     ~Command();
     Command(const Command&) = delete;
@@ -22,7 +23,7 @@ class Command {
 
     void start(const std::vector<std::string>& arguments, const Surroundings& surroundings);
 
-    // The exit status, or 128 + the signal that killed it.
+    // The exit status, or 128 + the signal that killed it; 0 without a command.
     int result() const { return result_; }
 
   private:

@@ -1,12 +1,16 @@
-// vxpad-emulator: runs a program with virtual USB signature pads plugged in.
+// vxpad-emulator: plugs virtual USB signature pads in, into one program or into a kernel.
 #include "base/companion.hpp"
 #include "base/event_loop.hpp"
 #include "base/temporary_directory.hpp"
 #include "control/control_server.hpp"
 #include "control/control_variable.hpp"
 #include "control/requests.hpp"
+#include "host/host.hpp"
 #include "host/surroundings.hpp"
 #include "host/usbfs_host.hpp"
+#include "host/usbip_server.hpp"
+#include "host/vhci_host.hpp"
+#include "host/vhci_ports.hpp"
 #include "pad/faults.hpp"
 #include "pad/pad_settings.hpp"
 #include "pad/signature.hpp"
@@ -14,10 +18,13 @@
 #include "program/options.hpp"
 #include "usb/bus.hpp"
 
+#include <array>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -36,15 +43,38 @@ std::shared_ptr<const emulator::Signature> built_in_signature() {
         emulator::read_signature(emulator::companion(VXPAD_SIGNATURE_BUILT, VXPAD_SIGNATURE_INSTALLED)));
 }
 
+constexpr const char* control_name = "control";
+constexpr std::array<const char*, 2> directory_marks{emulator::UsbfsHost::socket_name, control_name};
+
+std::unique_ptr<emulator::Host> make_host(const emulator::Options& options, emulator::EventLoop& loop,
+                                          emulator::Bus& bus, const fs::path& directory) {
+    using namespace emulator;
+    switch (options.verb) {
+    case Verb::serve:
+        return std::make_unique<UsbipServer>(loop, bus, options.listen);
+    case Verb::attach:
+        return std::make_unique<VhciHost>(
+            loop, bus, [ports = VhciPorts{options.vhci_directory}](int socket, std::uint32_t device_id) {
+                ports.attach(socket, device_id);
+            });
+    case Verb::run:
+        break;
+    }
+    return std::make_unique<UsbfsHost>(loop, bus, directory);
+}
+
 int run(const emulator::Options& options) {
     using namespace emulator;
     EventLoop loop;
     Command command{loop}; // first: from here on no signal leaves anything behind
-    const TemporaryDirectory directory{UsbfsHost::socket_name};
+    std::optional<TemporaryDirectory> directory;
+    if (options.verb == Verb::run || options.control_path.empty()) {
+        directory.emplace(directory_marks);
+    }
     const auto control_path =
-        options.control_path.empty() ? directory.path() / "control" : fs::absolute(options.control_path);
+        options.control_path.empty() ? directory->path() / control_name : fs::absolute(options.control_path);
     Bus bus{loop, options.verbose};
-    const UsbfsHost host{loop, bus, directory.path()};
+    const auto host = make_host(options, loop, bus, directory ? directory->path() : fs::path{});
     const ControlServer control{loop, control_path,
                                 [&bus](std::string_view request) { return answer_request(bus, request); }};
     const auto signature = built_in_signature();
@@ -60,9 +90,14 @@ int run(const emulator::Options& options) {
     for (const auto& port : bus.ports()) {
         bus.plug(*port);
     }
-    auto surroundings = host.surroundings();
-    surroundings.variables.emplace_back(control_variable, control_path);
-    command.start(options.command, surroundings);
+    if (options.command.empty()) {
+        std::cout << bus.ports().size() << (bus.ports().size() == 1 ? " pad at " : " pads at ") << host->where()
+                  << "\ncontrol socket: " << control_path.string() << std::endl;
+    } else {
+        auto surroundings = host->surroundings();
+        surroundings.variables.emplace_back(control_variable, control_path);
+        command.start(options.command, surroundings);
+    }
     loop.run();
     return command.result();
 }

@@ -2,10 +2,13 @@
 
 #include "base/text.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace emulator {
 
@@ -125,9 +128,13 @@ Options parse_options(std::span<char* const> arguments) {
         options.help = true;
         return options;
     }
-    if (verb != "run") {
+    static constexpr std::array<std::pair<std::string_view, Verb>, 3> verbs{
+        {{"run", Verb::run}, {"serve", Verb::serve}, {"attach", Verb::attach}}};
+    const auto* known = std::ranges::find(verbs, verb, &std::pair<std::string_view, Verb>::first);
+    if (known == verbs.end()) {
         throw std::invalid_argument("unknown command '" + std::string{verb} + "'");
     }
+    options.verb = known->second;
 
     std::size_t next = 1;
     for (; next < arguments.size() && std::string_view{arguments[next]}.starts_with("-"); ++next) {
@@ -149,7 +156,9 @@ Options parse_options(std::span<char* const> arguments) {
             value = name.substr(equals + 1);
             name = name.substr(0, equals);
         }
-        if (name != "--pad" && name != "--vcom" && name != "--fault" && name != "--control") {
+        const bool listens = name == "--listen" && options.verb == Verb::serve;
+        const bool attaches = name == "--vhci" && options.verb == Verb::attach;
+        if (name != "--pad" && name != "--vcom" && name != "--fault" && name != "--control" && !listens && !attaches) {
             throw std::invalid_argument("unknown option '" + std::string{name} + "'");
         }
         if (!value) {
@@ -164,6 +173,10 @@ Options parse_options(std::span<char* const> arguments) {
                                                           name == "--vcom" ? PadKind::vcom : PadKind::hid));
             } else if (name == "--fault") {
                 options.faults.push_back(numbered_fault(*value));
+            } else if (listens) {
+                options.listen = parse_tcp_address(*value);
+            } else if (attaches) {
+                options.vhci_directory = *value;
             } else {
                 options.control_path = *value;
             }
@@ -174,7 +187,7 @@ Options parse_options(std::span<char* const> arguments) {
     for (; next < arguments.size(); ++next) {
         options.command.emplace_back(arguments[next]);
     }
-    if (options.command.empty()) {
+    if (options.command.empty() && options.verb == Verb::run) {
         throw std::invalid_argument("there is no COMMAND to run");
     }
     if (options.pads.empty()) {

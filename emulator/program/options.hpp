@@ -1,6 +1,8 @@
 // The command line.
 #pragma once
 
+#include "base/sockets.hpp"
+#include "host/vhci_ports.hpp"
 #include "pad/faults.hpp"
 #include "pad/pad_settings.hpp"
 
@@ -11,13 +13,18 @@
 
 namespace emulator {
 
+enum class Verb { run, serve, attach }; // how the pads are plugged in
+
 struct Options {
+    Verb verb = Verb::run;
     bool help = false;
     bool verbose = false;
     std::string control_path; // empty: in the private directory
     std::vector<PadSettings> pads;
-    std::vector<std::pair<unsigned int, Fault>> faults; // with the number of the pad
-    std::vector<std::string> command;
+    std::vector<std::pair<unsigned int, Fault>> faults;     // with the number of the pad
+    TcpAddress listen;                                      // serve
+    std::string vhci_directory{VhciPorts::usual_directory}; // attach
+    std::vector<std::string> command;                       // empty: none
 };
 
 // Throws std::invalid_argument.

@@ -44,8 +44,13 @@ void Bus::plug(Port& port) {
         port.pen().play(std::nullopt, port.settings.pen.rate);
     }
     port.log.trace("plugged in with address " + std::to_string(port.address));
-    for (const auto& [plugged, unplugging] : observers_) {
-        plugged(port);
+    try {
+        for (const auto& [plugged, unplugging] : observers_) {
+            plugged(port);
+        }
+    } catch (...) {
+        unplug(port);
+        throw;
     }
 }
 

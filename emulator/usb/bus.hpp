@@ -55,7 +55,8 @@ class Bus {
     Port* find(unsigned int port_number) const;
     Port* find_address(unsigned int address) const; // a plugged pad
 
-    // Who shows the pads to the outside hears of every change; a pad still has its device when it goes.
+    // Who shows the pads to the outside hears of every change; a pad still has its device when it goes. One that throws
+    // on hearing of a new pad has it pulled out again.
     void observe(Callback plugged, Callback unplugging) {
         observers_.emplace_back(std::move(plugged), std::move(unplugging));
     }

@@ -13,6 +13,7 @@ namespace emulator {
 inline constexpr std::uint8_t descriptor_device = 0x01;
 inline constexpr std::uint8_t descriptor_configuration = 0x02;
 inline constexpr std::uint8_t descriptor_string = 0x03;
+inline constexpr std::uint8_t descriptor_interface = 0x04;
 inline constexpr std::uint8_t descriptor_hid = 0x21;
 inline constexpr std::uint8_t descriptor_report = 0x22;
 
