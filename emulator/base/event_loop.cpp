@@ -48,6 +48,13 @@ EventLoop::Timer EventLoop::call_at(Clock::time_point when, Task task) {
     return timer;
 }
 
+void EventLoop::call_when(const std::function<bool()>& condition, const Task& task) {
+    if (condition()) {
+        return task();
+    }
+    call_after(std::chrono::milliseconds(2), [this, condition, task] { call_when(condition, task); });
+}
+
 void EventLoop::cancel(const Timer& timer) {
     timers_.erase(timer);
 }

@@ -31,6 +31,9 @@ class EventLoop {
     Timer call_after(Clock::duration delay, Task task) { return call_at(Clock::now() + delay, std::move(task)); }
     void cancel(const Timer& timer); // harmless when it has run already
 
+    // Looks again and again, but not all the time.
+    void call_when(const std::function<bool()>& condition, const Task& task);
+
     // Runs the task once the current handler has returned.
     void post(Task task) { posted_.push_back(std::move(task)); }
 

@@ -18,6 +18,9 @@ class Host {
     virtual Surroundings surroundings() const = 0;
 
     virtual std::string where() const = 0; // the pads are, for people
+
+    // Whether everybody sees what has been plugged in and pulled out.
+    virtual bool is_settled() { return true; }
 };
 
 } // namespace emulator

@@ -4,10 +4,9 @@
 #include "base/event_loop.hpp"
 #include "host/host.hpp"
 #include "host/usbip_connection.hpp"
+#include "host/vhci_ports.hpp"
 #include "usb/bus.hpp"
 
-#include <cstdint>
-#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -16,29 +15,34 @@ namespace emulator {
 
 class VhciHost : public Host {
   public:
-    // Hands the kernel its end of a connection to a device; throws std::runtime_error.
-    using Attach = std::function<void(int socket, std::uint32_t device_id)>;
-
-    VhciHost(EventLoop& loop, Bus& bus, Attach attach);
+    VhciHost(EventLoop& loop, Bus& bus, std::unique_ptr<VhciPorts> ports);
 
     Surroundings surroundings() const override { return {}; }
     std::string where() const override { return "this machine's kernel"; }
+    bool is_settled() override;
 
   private:
     struct Attached {
-        Port* port; // until it is pulled out
+        Port* pad; // until it is pulled out
+        unsigned int port;
+        EventLoop::Clock::time_point since;
         std::unique_ptr<UsbipConnection> connection;
     };
+    struct Leaving {
+        std::string device; // the kernel's name for it
+        EventLoop::Clock::time_point since;
+    };
 
-    void plugged(Port& port);
-    void unplugging(const Port& port);
+    void plugged(Port& pad);
+    void unplugging(const Port& pad);
     void drop(const Attached& attached);
 
     EventLoop& loop_;
     Bus& bus_;
     UsbipExports exports_;
-    Attach attach_;
+    std::unique_ptr<VhciPorts> ports_;
     std::list<Attached> attached_;
+    std::list<Leaving> leaving_;
 };
 
 } // namespace emulator

@@ -9,10 +9,9 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <string>
 #include <system_error>
 #include <unistd.h>
-#include <utility>
+#include <vector>
 
 namespace emulator {
 
@@ -20,70 +19,104 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr unsigned int unused = 4; // in a port's column "sta"
+// A line of a status file.
+struct PortStatus {
+    unsigned int controller = 0; // number of its file
+    unsigned int port = 0;
+    bool free = false;
+    std::string device; // "3-1"; something else while it is not known yet
+};
 
-std::runtime_error no_module(const fs::path& directory) {
-    return std::runtime_error("the kernel module vhci-hcd is not loaded (modprobe vhci-hcd): there is no " +
-                              directory.string());
-}
+constexpr unsigned int state_free = 4;
+constexpr unsigned int state_used = 6;
 
-} // namespace
-
-std::vector<unsigned int> VhciPorts::free() const {
-    std::vector<std::pair<unsigned int, unsigned int>> found; // ports used at the controller, port
-    std::error_code error;
-    for (const auto& entry :
-         fs::directory_iterator(directory_, error)) { // "status", "status.1" ... of a controller each
-        if (!entry.path().filename().string().starts_with("status")) {
-            continue;
-        }
-        std::vector<unsigned int> free;
-        unsigned int used = 0;
-        std::ifstream file{entry.path()};
+// Of all ports that are slow enough for pads. There is a file for each controller: "status", "status.1" ...
+std::vector<PortStatus> read_status(const fs::path& directory) {
+    if (!fs::exists(directory / "status")) {
+        throw std::runtime_error("the kernel module vhci-hcd is not loaded (modprobe vhci-hcd): there is no " +
+                                 directory.string());
+    }
+    std::vector<PortStatus> all;
+    unsigned int controller = 0;
+    for (auto path = directory / "status"; fs::exists(path);
+         path = directory / ("status." + std::to_string(++controller))) {
+        std::ifstream file{path};
         for (std::string line; std::getline(file, line);) {
             std::istringstream words{line};
+            PortStatus status;
+            status.controller = controller;
             std::string hub;
-            unsigned int port = 0;
+            std::string other;
             unsigned int state = 0;
-            if (words >> hub >> port >> state && hub == "hs") {
-                state == unused ? free.push_back(port) : void(++used);
+            if (words >> hub >> status.port >> state >> other >> other >> other >> status.device && hub == "hs") {
+                status.free = state == state_free;
+                if (state != state_used) {
+                    status.device.clear();
+                }
+                all.push_back(status);
             }
         }
-        for (const auto port : free) {
-            found.emplace_back(used, port);
-        }
     }
-    if (error) {
-        throw no_module(directory_);
+    return all;
+}
+
+// Those of the least used controller first: devices of one controller are set up one after the other.
+std::vector<unsigned int> free_ports(const std::vector<PortStatus>& all) {
+    std::vector<std::pair<std::ptrdiff_t, unsigned int>> found; // with the number of its neighbours
+    for (const auto& status : all) {
+        if (status.free) {
+            const auto neighbours = std::ranges::count_if(
+                all, [&](const auto& other) { return other.controller == status.controller && !other.free; });
+            found.emplace_back(neighbours, status.port);
+        }
     }
     std::ranges::sort(found);
     std::vector<unsigned int> ports;
-    for (const auto& [used, port] : found) {
+    for (const auto& [neighbours, port] : found) {
         ports.push_back(port);
     }
     return ports;
 }
 
-void VhciPorts::attach(int socket, std::uint32_t device_id) const {
-    const auto path = directory_ / "attach";
-    const auto ports = free();
-    const Fd file{::open(path.c_str(), O_WRONLY | O_CLOEXEC)};
-    if (!file && errno == EACCES) {
-        throw std::runtime_error("only root may plug pads into this machine's kernel: " + path.string() + ": " +
-                                 std::generic_category().message(errno));
-    }
-    check(file.get(), path.c_str());
-    for (const auto port : ports) {
-        const auto line = std::to_string(port) + " " + std::to_string(socket) + " " + std::to_string(device_id) + " " +
-                          std::to_string(usbip::full_speed);
-        if (::write(file.get(), line.data(), line.size()) >= 0) { // whole, or not at all
-            return;
+} // namespace
+
+unsigned int VhciPorts::attach(int socket, std::uint32_t device_id) const {
+    for (const auto port : free_ports(read_status(directory_))) {
+        if (hand_over(port, socket, device_id) >= 0) {
+            return port;
+        }
+        if (errno == EACCES || errno == EPERM) {
+            throw std::runtime_error("only root may plug pads into this machine's kernel: " +
+                                     (directory_ / "attach").string() + ": " + std::generic_category().message(errno));
         }
         if (errno != EBUSY) { // else somebody was faster
-            check(-1, path.c_str());
+            check(-1, (directory_ / "attach").c_str());
         }
     }
     throw std::runtime_error("no port of vhci-hcd is free");
+}
+
+std::string VhciPorts::device_at(unsigned int port) const {
+    for (const auto& status : read_status(directory_)) {
+        if (status.port == port) {
+            return status.device;
+        }
+    }
+    return {};
+}
+
+bool VhciPorts::exists(const std::string& device) const {
+    return fs::exists("/sys/bus/usb/devices/" + device);
+}
+
+long VhciPorts::hand_over(unsigned int port, int socket, std::uint32_t device_id) const {
+    const Fd file{::open((directory_ / "attach").c_str(), O_WRONLY | O_CLOEXEC)};
+    if (!file) {
+        return -1;
+    }
+    const auto line = std::to_string(port) + " " + std::to_string(socket) + " " + std::to_string(device_id) + " " +
+                      std::to_string(usbip::full_speed);
+    return ::write(file.get(), line.data(), line.size());
 }
 
 } // namespace emulator

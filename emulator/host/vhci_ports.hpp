@@ -3,8 +3,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
 #include <utility>
-#include <vector>
 
 namespace emulator {
 
@@ -13,13 +13,20 @@ class VhciPorts {
     static constexpr const char* usual_directory = "/sys/devices/platform/vhci_hcd.0";
 
     explicit VhciPorts(std::filesystem::path directory) : directory_{std::move(directory)} {}
+    virtual ~VhciPorts() = default;
 
-    // Free ones for pads, those of the least used controller first. Throws std::runtime_error without the module.
-    std::vector<unsigned int> free() const;
-
-    // The kernel gets one end of a stream; the device is there until the other end is closed. Throws
+    // The kernel gets one end of a stream; the device is there until the other end is closed. Returns its port. Throws
     // std::runtime_error.
-    void attach(int socket, std::uint32_t device_id) const;
+    unsigned int attach(int socket, std::uint32_t device_id) const;
+
+    // The name that the kernel has given the device at a port; empty if there is none.
+    std::string device_at(unsigned int port) const;
+
+    virtual bool exists(const std::string& device) const;
+
+  protected:
+    // A system call's result.
+    virtual long hand_over(unsigned int port, int socket, std::uint32_t device_id) const;
 
   private:
     std::filesystem::path directory_;

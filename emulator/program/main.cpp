@@ -19,7 +19,6 @@
 #include "usb/bus.hpp"
 
 #include <array>
-#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -53,10 +52,7 @@ std::unique_ptr<emulator::Host> make_host(const emulator::Options& options, emul
     case Verb::serve:
         return std::make_unique<UsbipServer>(loop, bus, options.listen);
     case Verb::attach:
-        return std::make_unique<VhciHost>(
-            loop, bus, [ports = VhciPorts{options.vhci_directory}](int socket, std::uint32_t device_id) {
-                ports.attach(socket, device_id);
-            });
+        return std::make_unique<VhciHost>(loop, bus, std::make_unique<VhciPorts>(options.vhci_directory));
     case Verb::run:
         break;
     }
@@ -76,7 +72,8 @@ int run(const emulator::Options& options) {
     Bus bus{loop, options.verbose};
     const auto host = make_host(options, loop, bus, directory ? directory->path() : fs::path{});
     const ControlServer control{loop, control_path,
-                                [&bus](std::string_view request) { return answer_request(bus, request); }};
+                                [&bus](std::string_view request) { return answer_request(bus, request); },
+                                [&host] { return host->is_settled(); }};
     const auto signature = built_in_signature();
     for (auto pad : options.pads) {
         if (!pad.pen.signature) {
@@ -90,14 +87,16 @@ int run(const emulator::Options& options) {
     for (const auto& port : bus.ports()) {
         bus.plug(*port);
     }
-    if (options.command.empty()) {
+    const auto begin = [&] {
+        if (!options.command.empty()) {
+            auto surroundings = host->surroundings();
+            surroundings.variables.emplace_back(control_variable, control_path);
+            return command.start(options.command, surroundings);
+        }
         std::cout << bus.ports().size() << (bus.ports().size() == 1 ? " pad at " : " pads at ") << host->where()
                   << "\ncontrol socket: " << control_path.string() << std::endl;
-    } else {
-        auto surroundings = host->surroundings();
-        surroundings.variables.emplace_back(control_variable, control_path);
-        command.start(options.command, surroundings);
-    }
+    };
+    loop.call_when([&host] { return host->is_settled(); }, begin);
     loop.run();
     return command.result();
 }

@@ -359,6 +359,7 @@ std::optional<UsbDevice::Bytes> UsbDevice::answer_standard(const SetupPacket& se
             return std::nullopt;
         }
         configuration_ = low(setup.value);
+        set_up_ = configuration_ != 0;
         return Bytes{};
     case get_interface:
         return Bytes{0};

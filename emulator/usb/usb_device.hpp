@@ -64,6 +64,8 @@ class UsbDevice {
     // The device descriptor, then the configuration.
     Bytes descriptors() const;
 
+    bool is_set_up() const { return set_up_; } // a kernel has configured it
+
     // The interface that has this endpoint: rather a `preferred` one, for the interfaces of a pad with many share
     // addresses. Nothing: there is no such endpoint, and nothing may be submitted to it.
     std::optional<unsigned int> interface_of(std::uint8_t endpoint, const std::set<unsigned int>& preferred = {}) const;
@@ -104,6 +106,7 @@ class UsbDevice {
     TransferLog& log_;
     std::function<void()> pull_out_;
     std::uint8_t configuration_ = 1;
+    bool set_up_ = false;
     Lane control_;
     std::vector<Lane> inputs_; // by interface
     Lane bulk_in_;
