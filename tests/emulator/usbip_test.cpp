@@ -1,6 +1,7 @@
 // Started under `vxpad-emulator serve`: what a kernel that imports pads gets to see, and what comes of clients that are
 // no kernels.
 #include "control_client.hpp"
+#include "program.hpp"
 #include "usbip_client.hpp"
 
 #include <algorithm>
@@ -18,6 +19,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using program::eventually;
 using usbip_client::Bytes;
 using usbip_client::Client;
 using usbip_client::operation;
@@ -31,17 +33,6 @@ constexpr int stalled = -32;  // EPIPE
 constexpr int overflow = -75; // EOVERFLOW
 constexpr int connection_reset = -104;
 constexpr int remote_io = -121;
-
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds patience = 10s) {
-    const auto deadline = Clock::now() + patience;
-    while (!condition()) {
-        if (Clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 std::vector<std::string> listed() {
     std::vector<std::string> names;
