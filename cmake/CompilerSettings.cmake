@@ -16,3 +16,17 @@ endif()
 if(VXPADCOM_FUZZ AND NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   message(FATAL_ERROR "VXPADCOM_FUZZ needs clang")
 endif()
+
+if(VXPADCOM_COVERAGE)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    message(FATAL_ERROR "VXPADCOM_COVERAGE needs gcc")
+  endif()
+  add_link_options(--coverage)
+endif()
+
+# For a directory whose lines scripts/coverage counts. Threads share the counters.
+macro(vxpadcom_count_lines)
+  if(VXPADCOM_COVERAGE)
+    add_compile_options(-O0 --coverage -fprofile-update=atomic)
+  endif()
+endmacro()
