@@ -1,5 +1,6 @@
 // Threads that cannot be started. The stack size is the only thing that the tests can spoil: sanitizers have their own
 // pthread_create().
+#include "lock_lines.hpp"
 #include "session/receive_trace_points.hpp"
 
 #include <dlfcn.h>
@@ -44,6 +45,12 @@ class NoThread : public Receiving, public testing::WithParamInterface<Stack> {
         Receiving::TearDown();
     }
 };
+
+TEST_P(NoThread, ForReceivingIsNotedUnderTheInterfacesLock) {
+    stack = GetParam();
+    EXPECT_EQ(lock_lines::own_locks_during([] { EXPECT_EQ(SetDataReceivingEnabled(1, 0, 1), -1); }),
+              "list pad list info list pad list list pad info +list info info -list records records");
+}
 
 TEST_P(NoThread, ForReceivingFailsTheStart) {
     stack = GetParam();
