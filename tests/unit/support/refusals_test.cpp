@@ -1,13 +1,13 @@
 // Memory and locks that the system refuses to the library, once each, in the middle of its work. This program replaces
 // malloc, calloc, realloc, operator new and pthread_mutex_init for the whole process; only what the library itself asks
 // for is refused.
+#include "base/library_range.hpp"
 #include "captures.hpp"
 #include "standins.hpp"
 #include "vxpadcom/vxpadcom.h"
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <link.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,34 +32,7 @@ void* __libc_realloc(void*, size_t);
 
 namespace {
 
-// Where the library's code lies.
-struct Range {
-    std::uintptr_t begin = std::numeric_limits<std::uintptr_t>::max();
-    std::uintptr_t end = 0;
-    bool contains(const void* address) const {
-        const auto at = reinterpret_cast<std::uintptr_t>(address);
-        return at >= begin && at < end;
-    }
-};
-Range library;
-
-void find_library() {
-    dl_iterate_phdr(
-        [](dl_phdr_info* object, size_t, void*) {
-            if (std::string_view(object->dlpi_name).find("libvxpadcom.so") == std::string_view::npos) {
-                return 0;
-            }
-            for (int i = 0; i < object->dlpi_phnum; ++i) {
-                const auto& part = object->dlpi_phdr[i];
-                if (part.p_type == PT_LOAD) {
-                    library.begin = std::min(library.begin, object->dlpi_addr + part.p_vaddr);
-                    library.end = std::max(library.end, object->dlpi_addr + part.p_vaddr + part.p_memsz);
-                }
-            }
-            return 1;
-        },
-        nullptr);
-}
+LibraryRange library;
 
 constexpr int never = std::numeric_limits<int>::max();
 
@@ -166,7 +139,7 @@ class Refusals : public testing::Test {
   protected:
     void SetUp() override {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
-        find_library();
+        library = LibraryRange::find();
     }
     void TearDown() override { grant_everything(); }
 
