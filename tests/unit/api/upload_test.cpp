@@ -312,6 +312,28 @@ TEST_F(Upload, ToAPadWhoseInterfacesCannotBeCountedSendsNothing) {
     EXPECT_THAT(bus().log("hid_send_feature_report"), IsEmpty());
 }
 
+// The pad goes between the call's question and the thread's.
+TEST_F(Upload, WhoseThreadGetsNoPacketSizeSendsNothingAndTells) {
+    static std::atomic<int> notices;
+    notices = 0;
+    bus().hooks.send_feature = {};
+    SetOnDeviceRemovedHandler([](void*, unsigned int device) { notices += static_cast<int>(device); }, nullptr);
+    const Interruption& beginning = interrupt("Going to processing, device:1, interface: 0", [this] {
+        bus().unplug(*first_);
+        bus().unplug(*further_);
+        Bytes report(64);
+        EXPECT_EQ(core_get_hid_feature_report(0, report.data(), 64), -20); // who asks the core tells nobody
+    });
+    EXPECT_EQ(upload(pieces(3)), 0);
+    EXPECT_TRUE(beginning.happened());
+    EXPECT_EQ(reply_, 0U);
+    EXPECT_EQ(notices, 1);
+    EXPECT_THAT(errors_.text(), HasSubstr("error: interface_routine(): Error of getting max packet size of hid "
+                                          "interfaces for device: 1"));
+    EXPECT_THAT(errors_.text(), Not(HasSubstr("WriteFile return"))) << "no piece is tried";
+    EXPECT_EQ(interface_routine_count, 0);
+}
+
 TEST_F(Upload, AsksItsOwnPadWhicheverIsCurrent) {
     bus().hooks.send_feature = {};
     EXPECT_EQ(GetVendorId(2, &reply_), 0);

@@ -281,6 +281,47 @@ TEST_F(PulledPad, BesideAnotherReceivingInterfaceIsTold) {
     EXPECT_NE(GetProductId(1, 0, &number), 0);
 }
 
+// What a receive thread has read from last, on that thread.
+std::string& read_from() {
+    thread_local std::string path;
+    return path;
+}
+
+TEST_F(PulledPad, ThatASelectionFindsEndsTheReceivingOfItsFirstInterfaceAlone) {
+    std::mutex mutex;
+    Lines found_out; // by reading once more
+    bus().hooks.read = [](HidInterface& pad, std::span<unsigned char>) {
+        read_from() = pad.path;
+        return std::optional<int>();
+    };
+    bus().hooks.usleep = [&](unsigned int microseconds) {
+        if (microseconds == 500) {
+            EXPECT_TRUE(gates[read_from() == "1-1:1.0" ? 0 : 1].pass());
+        } else if (microseconds == 900'000) {
+            const std::lock_guard lock(mutex);
+            found_out.push_back(read_from());
+        }
+    };
+    for (const unsigned int interface : {0U, 1U}) {
+        ASSERT_EQ(SetDataReceivingEnabled(1, interface, 1), 0);
+        ASSERT_TRUE(gates[interface].somebody_waits());
+    }
+    pull_first();
+    EXPECT_EQ(core_get_hid_feature_report(0, bytes.data(), 64), -20) << "who asks the core tells nobody";
+    EXPECT_EQ(GetProductId(2, 0, &number), 0);
+    EXPECT_NE(GetProductId(1, 0, &number), 0);
+    EXPECT_EQ(notices_->take(), Devices{1});
+    const LogCapture& log = overhear();
+    for (const int interface : {0, 1}) {
+        gates[static_cast<std::size_t>(interface)].open();
+        EXPECT_TRUE(comes_true([&] { // behind its loop
+            return log.count("error: start_routine(): Error of send ssp message for device: 1") == interface + 1;
+        }));
+    }
+    EXPECT_EQ(Deinitialize(), 0);
+    EXPECT_THAT(found_out, ElementsAre("1-1:1.1"));
+}
+
 // The callback.
 
 TEST_F(PulledPad, IsNotToldAgainInsideTheCallback) {

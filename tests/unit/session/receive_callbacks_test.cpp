@@ -1,5 +1,6 @@
 // The data callback: what it is given, when it is asked for again, what it may do.
 #include "receive_test.hpp"
+#include "support/lines.hpp"
 
 #include <cstdio>
 #include <sstream>
@@ -114,6 +115,28 @@ TEST_F(DataCallback, IsLoggedWithItsPointers) {
                   reinterpret_cast<void*>(Receiver::receive), static_cast<void*>(&receiver_));
     EXPECT_EQ(log.count(text.data()), 1);
     EXPECT_EQ(log.count("already started"), 0);
+}
+
+TEST_F(DataCallback, IsRegisteredWhenItsThreadRuns) {
+    std::string output;
+    {
+        const standins::EnvironmentGuard on(lines::function_switch, "1");
+        const standins::OutputCapture capture(STDOUT_FILENO);
+        for (const unsigned int device : {1U, 2U}) {
+            for (unsigned int interface = 0; interface < 8; ++interface) {
+                EXPECT_EQ(receive_into(receiver_, device, interface), 0);
+            }
+        }
+        output = capture.text();
+    }
+    int registered = 0;
+    int running = 0;
+    for (const std::string& text : lines::texts(lines::parse_output(output))) {
+        running += text == "pirc_routine(): enter." ? 1 : 0;
+        registered += text == "SetOnDataReceivedHandler(): exit. returned int: 0." ? 1 : 0;
+        EXPECT_LE(registered, running) << text;
+    }
+    EXPECT_EQ(registered, 16);
 }
 
 TEST_F(DataCallback, IsReplacedForTheNextFrame) {

@@ -109,6 +109,39 @@ TEST_F(VcomReceiving, SwitchesThePadThatIsStartedThoughAnotherIsCurrent) {
     EXPECT_THAT(switches(*pads_[0]), IsEmpty());
 }
 
+TEST_F(VcomReceiving, LateEndOfAFormerCallbackThreadTakesNothingFromTheNextStart) {
+    static std::array<Gate, 2> gates; // threads may pass them behind a failure
+    const auto ended = std::make_shared<Gate>();
+    interrupt("processing_input_report_callback == NULL: 1", [ended] {
+        open_at_the_end_of_this_thread(ended);
+        EXPECT_TRUE(gates[0].pass());
+    });
+    Receiver receiver;
+    ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
+    ASSERT_EQ(SetOnDataReceivedHandler(1, 0, Receiver::receive, &receiver), 0);
+    ASSERT_EQ(SetOnDataReceivedHandler(1, 0, nullptr, nullptr), 0);
+    ASSERT_TRUE(gates[0].somebody_waits()) << "it is going to stop the first start";
+    ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
+    {
+        const auto guard = bus().lock();
+        bus().hooks.usleep = [](unsigned int microseconds) {
+            if (microseconds == 500) {
+                EXPECT_TRUE(gates[1].pass());
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        };
+    }
+    ASSERT_TRUE(gates[1].somebody_waits());
+    put_aside(counting(64));
+    gates[0].open();
+    ASSERT_TRUE(ended->pass());
+    gates[1].open();
+    ASSERT_EQ(SetOnDataReceivedHandler(1, 0, Receiver::receive, &receiver), 0);
+    EXPECT_TRUE(receiver.gets(1)) << "it was dropped, or nobody reads";
+    EXPECT_EQ(SetDataReceivingEnabled(1, 0, 0), 0);
+    EXPECT_EQ(Deinitialize(), 0); // before the receiver goes
+}
+
 TEST_F(VcomReceiving, NeverSwitchesOffBehindTheNextStart) {
     std::vector<bool> expected;
     for (int i = 0; i < 30; ++i) {
