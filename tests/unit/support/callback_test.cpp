@@ -4,7 +4,9 @@
 #include "vxpadcom/internals.h"
 #include "vxpadcom/vxpadcom.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -108,6 +110,50 @@ TEST_F(Callback, AnErrorIsDeliveredOnceWithoutALineEnd) {
     delivered.clear();
     TranslateErrorCode(0, nullptr, 0, nullptr);
     EXPECT_THAT(texts(), ElementsAre("error: TranslateErrorCode(): Error of input parameters, char *res_text is NULL"));
+}
+
+// Lines that end in the text of an errno on standard error.
+TEST_F(Callback, AnErrorOfASystemCallIsDeliveredToo) {
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    delivered.clear();
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    Pthread_mutexattr_setpshared(&attributes, 4711);
+    pthread_mutexattr_destroy(&attributes);
+    EXPECT_EQ(Open("/nonexistent/file", O_RDONLY, 0), -1);
+    EXPECT_EQ(load_file(nullptr, nullptr), nullptr);
+    EXPECT_THAT(texts(),
+                ElementsAre("error: Pthread_mutexattr_setpshared(): pthread_mutexattr_setpshared()",
+                            "error: Open(): open() for /nonexistent/file",
+                            testing::StartsWith("error: load_file(): Wrong parameters: const char *name is ")));
+    EXPECT_THAT(errors_.text(), testing::HasSubstr("open() for /nonexistent/file\033[0m: No such file or directory\n"));
+}
+
+// What it is told inside itself would never end.
+TEST_F(Callback, IsNotCalledInsideItself) {
+    static int depth;
+    static int deepest;
+    static int calls;
+    depth = deepest = calls = 0;
+    const auto asks_the_library = [](void*, const char16_t*) {
+        ++calls;
+        deepest = std::max(deepest, ++depth);
+        if (depth < 3) {
+            IsInitialized();                            // says something behind a lock
+            TranslateErrorCode(0, nullptr, 0, nullptr); // and something with no lock
+        }
+        --depth;
+    };
+    RegisterLoggingCallBackProcedure(as_callback(asks_the_library), nullptr);
+    EXPECT_EQ(calls, 1);
+    IsInitialized(); // told behind the lock
+    EXPECT_EQ(calls, 2);
+    TranslateErrorCode(0, nullptr, 0, nullptr); // told at once
+    EXPECT_EQ(calls, 3);
+    EXPECT_EQ(deepest, 1);
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    IsInitialized();
+    EXPECT_THAT(texts(), SizeIs(2)) << "and the next one hears again";
 }
 
 TEST_F(Callback, EnterExitAndLockLinesAreNotDelivered) {

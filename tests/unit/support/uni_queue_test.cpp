@@ -210,6 +210,27 @@ TEST_F(Queue, QuietLockingIsNotTraced) {
     EXPECT_EQ(quiet_unlock_queue(queue_), 0);
 }
 
+TEST_F(Queue, SaysNoErrorWhileAllIsWell) {
+    const auto work = [] {
+        uni_queue* const queue = init_uni_queue();
+        add(queue, 3);
+        add(queue, 4);
+        add(queue, 5);
+        unsigned int length = 0;
+        EXPECT_EQ(quiet_lock_queue(queue), 0);
+        EXPECT_EQ(get_uni_queue_size(queue), 3);
+        std::free(get_uni_frame(queue, &length));
+        EXPECT_EQ(quiet_unlock_queue(queue), 0);
+        EXPECT_EQ(__lock_uni_queue(queue), 0);
+        clear_uni_queue(queue);
+        clear_uni_queue(queue); // of nothing
+        EXPECT_EQ(quiet_unlock_queue(queue), 0);
+        add(queue, 6);
+        destroy_uni_queue(queue);
+    };
+    EXPECT_EQ(said(work), "");
+}
+
 TEST_F(Queue, CarriesFramesBetweenThreadsInOrder) {
     constexpr unsigned int frames = 500;
     std::thread writer([&] {
