@@ -12,9 +12,6 @@ namespace vxpadctl {
 
 namespace {
 
-// What the format allows.
-constexpr std::size_t most_packets = 1000000;
-constexpr std::size_t longest_file = 64U << 20;
 constexpr std::size_t longest_packet_line = 160; // 64 bytes
 
 std::string now_in_utc() {
@@ -41,9 +38,9 @@ Recording load_recording(const std::filesystem::path& file) {
     }
 }
 
-Recorder::Recorder(const std::string& file, std::FILE* results)
-    : name_{file == "-" ? "the standard output" : file}, owned_{file == "-" ? nullptr : create_file(file)},
-      file_{owned_ ? owned_.get() : results} {
+Recorder::Recorder(const std::string& file, std::FILE* results, RecordingLimits limits)
+    : limits_{limits}, name_{file == "-" ? "the standard output" : file},
+      owned_{file == "-" ? nullptr : create_file(file)}, file_{owned_ ? owned_.get() : results} {
     std::setvbuf(file_, nullptr, _IONBF, 0); // lines reach the file whole
 }
 
@@ -57,7 +54,7 @@ void Recorder::begin(const Pad& pad, unsigned int interface, unsigned int packet
 }
 
 bool Recorder::is_full() const {
-    return count_ == most_packets || size_ + longest_packet_line > longest_file;
+    return count_ == limits_.most_packets || size_ + longest_packet_line > limits_.longest_file;
 }
 
 void Recorder::put(std::span<const Packet> packets) {

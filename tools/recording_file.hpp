@@ -22,11 +22,17 @@ using emulator::Recording;
 // Throws std::runtime_error, with the number of the line that is wrong.
 Recording load_recording(const std::filesystem::path& file);
 
+// What the format allows.
+struct RecordingLimits {
+    std::size_t most_packets = 1'000'000;
+    std::size_t longest_file = 64U << 20;
+};
+
 // Writes a recording; whatever happens, the file is a whole one up to the packet last put. Throws as flush() does.
 class Recorder {
   public:
     // "-" is the standard output, which is results.
-    Recorder(const std::string& file, std::FILE* results);
+    Recorder(const std::string& file, std::FILE* results, RecordingLimits limits = {});
 
     void begin(const Pad& pad, unsigned int interface, unsigned int packet_size);
 
@@ -41,6 +47,7 @@ class Recorder {
   private:
     void write(const std::string& text);
 
+    RecordingLimits limits_;
     std::string name_;
     OwnedFile owned_; // unless it is the standard output
     std::FILE* file_;
