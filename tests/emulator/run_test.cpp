@@ -96,6 +96,19 @@ TEST_F(Run, ProcessesThatTheCommandLeavesBehindAreEnded) {
     EXPECT_LT(kill(std::stoi(content("pid")), 0), 0);
 }
 
+// Also what has left the command's session, heeds no signal and has children of its own.
+TEST_F(Run, StubbornProcessesThatTheCommandLeavesBehindAreEndedWithTheirChildren) {
+    start_script("trap '' TERM HUP INT\n"
+                 "setsid sh -c 'trap \"\" TERM HUP INT; sleep 1000 & echo $! > $1/test-child; echo $$ > $1/test-pid; "
+                 "touch $1/test-left; while :; do sleep 1000; done' sh $1 &\n"
+                 "until [ -e $1/test-left ]; do sleep 0.01; done\n"
+                 "touch $1/test-ready; exit 6");
+    EXPECT_EQ(finish(), 6);
+    for (const char* name : {"pid", "child"}) {
+        EXPECT_LT(kill(std::stoi(content(name)), 0), 0) << name;
+    }
+}
+
 TEST_F(Run, KilledEmulatorTakesTheCommandAlong) {
     start_script("echo $$ > $1/test-pid; touch $1/test-ready; exec sleep 1000");
     const auto command = std::stoi(content("pid"));

@@ -80,6 +80,25 @@ TEST_F(Vxpadctl, UploadOfAnUnpluggedPadTellsHowFarItCame) {
     EXPECT_EQ(outcome.status, 1);
 }
 
+// The pad is selected, the file is still being read.
+TEST_F(Vxpadctl, UploadOfAPadThatGoesBeforeTheFirstPieceTellsThatNothingWasSent) {
+    const std::string file = quoted(write("image", frames(100)));
+    for (const char* pad : {"--pad=type=16,interfaces=2", "--vcom=type=16"}) {
+        const auto outcome = run({pad}, "cd " + quoted(directory_) +
+                                            "; rm -f pipe; mkfifo pipe\n"
+                                            "vxpadctl upload 1 pipe & uploader=$!\n"
+                                            "exec 3>pipe\n" // waits for the reader
+                                            "vxpad-emulator-control unplug 1\n"
+                                            "cat " +
+                                            file +
+                                            " >&3; exec 3>&-\n"
+                                            "wait $uploader");
+        EXPECT_EQ(outcome.err, "vxpadctl: only 0 of 6400 bytes were sent: pad 1 was pulled out\n") << pad;
+        EXPECT_EQ(outcome.out, "") << pad;
+        EXPECT_EQ(outcome.status, 1) << pad;
+    }
+}
+
 TEST_F(Vxpadctl, UploadThatAnInterfaceFailsIsAFailure) {
     const std::string file = quoted(write("image", frames(200)));
     const auto outcome = run({"--pad=type=11,interfaces=1", "--fault=1:stall,on=set-feature,after=60,count=14"},
