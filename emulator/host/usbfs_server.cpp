@@ -445,6 +445,10 @@ int UsbfsServer::OpenFile::start(const usbfs_request& request,
     } else {
         return EINVAL;
     }
+    // What comes in has nothing yet, and what goes out has all of it.
+    if (request.payload != (transfer->is_in() ? 0 : request.length)) {
+        return EINVAL;
+    }
     transfer->data.assign(received_.begin() + sizeof request, received_.begin() + sizeof request + request.payload);
     const auto id = request.urb;
     const auto completed = [id, answer = std::move(answer)](Transfer& done, TransferStatus status) {
