@@ -21,6 +21,7 @@
 #include <span>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -29,6 +30,12 @@ namespace emulator {
 namespace {
 
 constexpr std::size_t longest_waited_for = 65536; // fits into a socket's buffer
+
+// What can be waited for: other descriptors cannot be watched.
+bool is_socket(const Fd& fd) {
+    struct stat status {};
+    return ::fstat(fd.get(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
 
 // Sends what the socket takes now and keeps the rest, in order, until it can be written again.
 class Outbox {
@@ -266,6 +273,9 @@ int UsbfsServer::OpenFile::open(const usbfs_request& request) {
     if (port == nullptr || passed_.size() != 2 || port_ != nullptr) {
         return ENOENT;
     }
+    if (!is_socket(passed_[0])) {
+        return EINVAL;
+    }
     port_ = port;
     completions_ = std::make_unique<Outbox>(server_.loop_, std::move(passed_[0]));
     pipe_ = std::move(passed_[1]);
@@ -402,7 +412,7 @@ int UsbfsServer::OpenFile::submit(const usbfs_request& request) {
 }
 
 int UsbfsServer::OpenFile::transfer(const usbfs_request& request) {
-    if (passed_.size() != 1) {
+    if (passed_.size() != 1 || !is_socket(passed_[0])) {
         return EINVAL;
     }
     if (request.length > longest_waited_for) {

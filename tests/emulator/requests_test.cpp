@@ -107,3 +107,13 @@ TEST_F(UsbfsRequests, ATransferBringsNoMoreBytesThanItHasRoomFor) {
     EXPECT_EQ(ask(bulk(0x02, 100), Bytes(8)), EINVAL);
     EXPECT_EQ(ask(bulk(0x02, 8), Bytes(8)), 0);
 }
+
+TEST_F(UsbfsRequests, DescriptorsOfAWrongKindEndNothing) {
+    const Fd wrong = no_device();
+    EXPECT_EQ(ask(opening(), {}, {&wrong, &pipe_.others}), EINVAL);
+    ASSERT_EQ(ask(opening(), {}, {&completions_.others, &pipe_.others}), 0);
+    usbfs_request waited_for = bulk(0x02, 0);
+    waited_for.operation = usbfs_transfer;
+    EXPECT_EQ(ask(waited_for, {}, {&wrong}), EINVAL);
+    EXPECT_EQ(ask(waited_for, {}, {&completions_.others}), 0);
+}
