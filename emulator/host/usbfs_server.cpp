@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <fcntl.h>
 #include <functional>
 #include <linux/usbdevice_fs.h>
 #include <optional>
@@ -35,6 +36,11 @@ constexpr std::size_t longest_waited_for = 65536; // fits into a socket's buffer
 bool is_socket(const Fd& fd) {
     struct stat status {};
     return ::fstat(fd.get(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+// Reading from it ends at once, with nothing there as well.
+bool never_waits(const Fd& fd) {
+    return (::fcntl(fd.get(), F_GETFL) & O_NONBLOCK) != 0;
 }
 
 // Sends what the socket takes now and keeps the rest, in order, until it can be written again.
@@ -273,7 +279,7 @@ int UsbfsServer::OpenFile::open(const usbfs_request& request) {
     if (port == nullptr || passed_.size() != 2 || port_ != nullptr) {
         return ENOENT;
     }
-    if (!is_socket(passed_[0])) {
+    if (!is_socket(passed_[0]) || !never_waits(passed_[1])) {
         return EINVAL;
     }
     port_ = port;

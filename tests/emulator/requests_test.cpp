@@ -117,3 +117,9 @@ TEST_F(UsbfsRequests, DescriptorsOfAWrongKindEndNothing) {
     EXPECT_EQ(ask(waited_for, {}, {&wrong}), EINVAL);
     EXPECT_EQ(ask(waited_for, {}, {&completions_.others}), 0);
 }
+
+TEST_F(UsbfsRequests, APipeThatWouldKeepTheEmulatorWaitingIsRefused) {
+    const Ends waiting = pipe_with(0);
+    EXPECT_EQ(ask(opening(), {}, {&completions_.others, &waiting.others}), EINVAL);
+    EXPECT_EQ(ask(opening(), {}, {&completions_.others, &pipe_.others}), 0);
+}
