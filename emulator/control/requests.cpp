@@ -42,6 +42,21 @@ std::string hex16(unsigned int value) {
     return hex(std::array{static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xff)});
 }
 
+// A text that stays in its line, written as the options take it.
+std::string in_one_line(std::u16string_view text) {
+    std::u16string shown;
+    for (const char16_t unit : text) {
+        if (unit < u' ' || unit == 0x7f) {
+            for (const char digit : "\\u" + hex16(unit)) {
+                shown += static_cast<char16_t>(digit);
+            }
+        } else {
+            shown += unit;
+        }
+    }
+    return utf8(shown);
+}
+
 Port& port(Bus& bus, const Words& words) {
     const auto number = parse_number(words[1], 10, 1, std::max<std::size_t>(bus.ports().size(), 1));
     auto* port = bus.find(static_cast<unsigned int>(number));
@@ -76,7 +91,7 @@ std::string list(Bus& bus, const Words&) {
                 " kind=" + (pad.kind == PadKind::vcom ? "vcom" : "hid") + " address=" + std::to_string(port->address) +
                 " type=" + std::to_string(pad.type) + " vendor=" + hex16(pad.vendor_id) +
                 " id=" + hex16(pad.product_id) + " interfaces=" + std::to_string(pad.interfaces) +
-                " serial=" + utf8(pad.serial.value_or(u"")) + "\n";
+                " serial=" + in_one_line(pad.serial.value_or(u"")) + "\n";
     }
     return text;
 }

@@ -123,3 +123,11 @@ TEST_F(UsbfsRequests, APipeThatWouldKeepTheEmulatorWaitingIsRefused) {
     EXPECT_EQ(ask(opening(), {}, {&completions_.others, &waiting.others}), EINVAL);
     EXPECT_EQ(ask(opening(), {}, {&completions_.others, &pipe_.others}), 0);
 }
+
+TEST(ControlRequests, AListHasALineForAPadWhateverItsSerialNumber) {
+    fuzz::VirtualPads pads;
+    auto settings = emulator::parse_pad_settings("type=1,serial=A\\u000a\\u000aB\\u007f\\u0000é", 1);
+    settings.pen.signature = fuzz::three_pads()[0].pen.signature;
+    pads.bus.plug(pads.bus.add(settings));
+    EXPECT_TRUE(emulator::answer_request(pads.bus, "list").ends_with("serial=A\\u000a\\u000aB\\u007f\\u0000é"));
+}
