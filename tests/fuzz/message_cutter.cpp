@@ -1,30 +1,49 @@
 // A stream in any pieces, without a pad.
 //
-// Byte 0: bit 0 what follows are messages and not the stream itself, bit 1 the room is small. Bytes 1 to 4: the sizes
-// of the pieces, in turn. A message is a byte with its kind (bit 7 a report or, with bit 6, pen data; else a
-// component), the payload's size and as many bytes. Of messages the same come out, whatever the pieces.
+// Byte 0: bit 0 what follows are messages and not the stream itself, bit 1 the room is small, bit 2 each message comes
+// damaged or with noise behind it. Bytes 1 to 4: the sizes of the pieces, in turn. Messages are as messages.hpp tells
+// them; with bit 2 one byte more stands behind each: up to 127 the size of the noise, else 128 more than the bytes that
+// are left of the message. Of messages the same come out, whatever the pieces.
 #include "fuzz.hpp"
-#include "wire/cut_stream.hpp"
+#include "messages.hpp"
 
-#include <span>
+#include <algorithm>
+#include <utility>
 
 namespace {
 
-using cut_stream::Bytes;
+using fuzz::Bytes;
 
-constexpr std::size_t head_size = 5;
+struct Given {
+    std::vector<Bytes> messages; // that are whole
+    Bytes stream;
+};
 
-std::vector<Bytes> messages_of(std::span<const uint8_t> given) {
-    std::vector<Bytes> messages;
-    while (given.size() > 2) {
-        const unsigned char kind = given[0];
-        const bool is_legacy = (kind & 0x80) != 0;
-        const std::size_t size = std::min<std::size_t>(1 + given[1] % (is_legacy ? 64 : 256), given.size() - 2);
-        const Bytes payload(given.begin() + 2, given.begin() + 2 + static_cast<std::ptrdiff_t>(size));
-        messages.push_back(is_legacy ? cut_stream::legacy(kind & 0xC0, payload) : cut_stream::base(kind, payload));
-        given = given.subspan(2 + size);
+// Noise has no marker and so cannot be the beginning of anything.
+Bytes noise(std::size_t size) {
+    return Bytes(size, 0x55);
+}
+
+Given messages_of(fuzz::Input& input, bool are_damaged) {
+    Given given;
+    if (are_damaged) {
+        given.stream = noise(input.below(8));
     }
-    return messages;
+    while (!input.has_ended()) {
+        Bytes message = fuzz::take_message(input);
+        const unsigned char damage = are_damaged ? input.byte() : std::uint8_t{0};
+        // What lacks two bytes or less would be made whole by a token that is cut.
+        const bool is_whole = damage < 128 || message.size() < 4;
+        const std::size_t left = is_whole ? message.size() : std::min<std::size_t>(damage - 127U, message.size() - 3);
+        message.resize(left);
+        fuzz::append(given.stream, fuzz::framed(message));
+        if (is_whole) {
+            // Behind AA it would go on as a marker.
+            fuzz::append(given.stream, noise(damage < 128 && message.back() != 0xAA ? damage : 0U));
+            given.messages.push_back(std::move(message));
+        }
+    }
+    return given;
 }
 
 bool is_whole(const Bytes& message) {
@@ -42,24 +61,26 @@ bool is_beginning(const Bytes& kept) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size <= head_size) {
+    fuzz::Input input{data, size};
+    const unsigned char settings = input.byte();
+    const bool are_messages = (settings & 1) != 0;
+    const bool are_damaged = (settings & 4) != 0;
+    const std::size_t room_size = (settings & 2) != 0 ? 40 : 4096;
+    Bytes sizes = input.bytes(4);
+    if (input.has_ended()) {
         return 0;
     }
-    const bool are_messages = (data[0] & 1) != 0;
-    const std::size_t room_size = (data[0] & 2) != 0 ? 40 : 4096;
     std::size_t piece = 0;
-    const auto next_size = [&] { return std::size_t{1} + data[1 + piece++ % 4]; };
-    const std::span<const uint8_t> rest{data + head_size, size - head_size};
+    const auto next_size = [&] { return std::size_t{1} + sizes[piece++ % sizes.size()]; };
 
-    const std::vector<Bytes> messages = are_messages ? messages_of(rest) : std::vector<Bytes>{};
-    const Bytes stream = are_messages ? cut_stream::framed(messages) : Bytes(rest.begin(), rest.end());
-    const cut_stream::Received received = cut_stream::receive(stream, room_size, next_size);
+    const Given given = are_messages ? messages_of(input, are_damaged) : Given{{}, input.rest()};
+    const cut_stream::Received received = cut_stream::receive(given.stream, room_size, next_size);
     fuzz::require(std::all_of(received.messages.begin(), received.messages.end(), is_whole), "size of a message");
     fuzz::require(received.beginning.size() < room_size, "room for the next read");
     fuzz::require(is_beginning(received.beginning), "kept beginning");
     if (are_messages && room_size == 4096) {
-        fuzz::require(received.messages == messages, "messages");
-        fuzz::require(received.beginning.empty(), "nothing begins behind the last message");
+        fuzz::require(received.messages == given.messages, "messages");
+        fuzz::require(are_damaged || received.beginning.empty(), "nothing begins behind the last message");
     }
     return 0;
 }
