@@ -27,7 +27,8 @@ std::string answer(const std::string& text, std::size_t piece) {
     fuzz::VirtualPads pads;
     const std::string path = fuzz::socket_path();
     const emulator::ControlServer server{
-        pads.loop, path, [&](std::string_view request) { return emulator::answer_request(pads.bus, request); }};
+        pads.loop, path, [&](std::string_view request) { return emulator::answer_request(pads.bus, request); },
+        [] { return true; }};
     pads.plug_all();
     const emulator::Fd client = fuzz::connect_to(path);
     std::string replies;

@@ -39,7 +39,8 @@ inline const std::vector<emulator::PadSettings>& three_pads() {
 
 // Where sockets may be; its mark tells the emulator's own from others.
 inline std::string socket_path() {
-    static const emulator::TemporaryDirectory directory{"usbfs"};
+    static constexpr const char* mark[] = {"usbfs"};
+    static const emulator::TemporaryDirectory directory{mark};
     const std::string path = directory.path() / "usbfs";
     ::unlink(path.c_str());
     return path;
