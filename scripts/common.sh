@@ -8,11 +8,34 @@ jobs=$(nproc)
 mkdir -p "$logs"
 cd "$root" || exit
 
-# quietly NAME COMMAND...: the output goes to build/NAME.log, and on failure its end to standard error.
+# tell_progress NAME SCRIPT: says every half minute how far build/NAME.log has come, as long as that process lives.
+tell_progress() {
+    local never start=$SECONDS
+    exec {never}<> <(:)
+    read -r -t 30 -u "$never"
+    while kill -0 "$2" 2>/dev/null; do
+        printf '%s: %s, %d s: %s\n' "${0##*/}" "$1" $((SECONDS - start)) "$(tail -n 1 "$logs/$1.log" | cut -c 1-100)"
+        read -r -t 30 -u "$never"
+    done
+}
+
+# followed NAME COMMAND...: the output goes to build/NAME.log, and every half minute a line tells how far it is.
+followed() {
+    local name=$1 status=0 teller
+    shift
+    tell_progress "$name" "$BASHPID" 9>&- &
+    teller=$!
+    "$@" >"$logs/$name.log" 2>&1 || status=$?
+    kill "$teller" 2>/dev/null
+    wait "$teller" 2>/dev/null
+    return "$status"
+}
+
+# quietly NAME COMMAND...: as followed, and on failure the end of the output goes to standard error.
 quietly() {
     local log=$logs/$1.log status=0
+    followed "$@" || status=$?
     shift
-    "$@" >"$log" 2>&1 || status=$?
     if [ "$status" -ne 0 ]; then
         tail -n 120 "$log" >&2
         printf '%s: failed: %s\nThe whole output is in %s\n' "${0##*/}" "$*" "$log" >&2
@@ -72,6 +95,14 @@ failed_tests() {
     ' "$1"
 }
 
+# sanitizer_reports PRESET: what sanitizers had to say, which a test may have caught together with the rest.
+sanitizer_reports() {
+    local report
+    for report in "$root/build/$1/sanitizer-reports"/*; do
+        [ ! -f "$report" ] || { echo "${report##*/}:" && head -n 100 "$report"; }
+    done
+}
+
 # cases_of PRESET: how many test cases the programs of the last ctest have run.
 cases_of() {
     awk '/^\[=+\] [0-9]+ tests? from .* ran\./ { cases += $2 } END { print cases + 0 }' \
@@ -83,10 +114,14 @@ cases_of() {
 test_preset() {
     local preset=$1 log=$logs/test-$1.log status=0
     shift
-    "${runner[@]}" ctest --preset "$preset" --parallel $((2 * jobs)) --timeout 300 --no-tests=error \
-        --test-output-size-failed 50000000 "$@" >"$log" 2>&1 || status=$?
+    rm -f "$root/build/$preset/sanitizer-reports"/*
+    followed "test-$preset" "${runner[@]}" ctest --preset "$preset" --parallel $((2 * jobs)) --timeout 300 \
+        --no-tests=error --test-output-size-failed 50000000 "$@" || status=$?
     if [ "$status" -ne 0 ]; then
-        failed_tests "$log" >&2
+        {
+            sanitizer_reports "$preset"
+            failed_tests "$log"
+        } >&2
         printf 'The whole output is in %s\n' "$log" >&2
     fi
     # shellcheck disable=SC2034 # read by the scripts
