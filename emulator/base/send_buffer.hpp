@@ -15,6 +15,7 @@ class SendBuffer {
     // Hands the socket what it takes now, without waiting for more; false when there is nobody left to read it.
     bool send(int socket);
 
+    std::span<const std::uint8_t> bytes() const { return std::span{bytes_}.subspan(sent_); }
     bool empty() const { return size() == 0; }
     std::size_t size() const { return bytes_.size() - sent_; }
     void clear();

@@ -48,10 +48,10 @@ void append_device(Bytes& bytes, const DeviceRecord& device) {
     append(bytes, device.bus, 4);
     append(bytes, device.address, 4);
     append(bytes, full_speed, 4);
-    for (const std::size_t offset : {8, 10, 12}) { // vendor, product, release
+    for (const std::size_t offset : {8U, 10U, 12U}) { // vendor, product, release
         append(bytes, static_cast<std::uint32_t>(word(offset)), 2);
     }
-    for (const std::size_t offset : {4, 5, 6}) { // class, subclass, protocol
+    for (const std::size_t offset : {4U, 5U, 6U}) { // class, subclass, protocol
         bytes.push_back(descriptor(offset));
     }
     bytes.push_back(descriptor(device_descriptor_size + 5)); // the configuration's value
