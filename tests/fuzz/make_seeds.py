@@ -202,6 +202,9 @@ seed("usbfs_requests", "hid_gone", HID_STEPS, [4], HID_STEPS)
 seed("usbfs_requests", "vcom", request(OPEN, argument=1), request(CLAIM),
      request(SUBMIT, urb=1, shape=shape(BULK, 5), endpoint=0x81), request(SUBMIT, urb=2, shape=shape(BULK, 3), endpoint=0x81),
      [14, 9], request(TRANSFER, shape=shape(BULK, 1), endpoint=2), request(DISCARD, urb=2), request(SET), request(CLEAR, argument=0x81))
+seed("usbfs_requests", "vcom_small_rooms", request(OPEN, argument=1), request(CLAIM),
+     request(SUBMIT, urb=1, shape=shape(BULK, 1), endpoint=0x81), request(SUBMIT, urb=2, shape=shape(BULK, 2), endpoint=0x81),
+     [14, 40], [14, 2])
 seed("usbfs_requests", "two_clients", request(OPEN), request(CLAIM), request(DISCONNECT), request(CLAIM),
      request(OPEN, client=1), request(CLAIM, client=1), request(DISCONNECT, client=1), request(CLAIM, client=1), [4],
      request(CLAIM, client=1), request(CONNECT, client=1), request(RELEASE, client=1), request(CONNECT, client=1))
