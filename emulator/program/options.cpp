@@ -14,9 +14,15 @@ namespace emulator {
 
 const char* help_text() {
     return R"(Usage: vxpad-emulator run [OPTIONS] -- COMMAND [ARGUMENTS...]
+       vxpad-emulator serve [--listen ADDRESS[:PORT]] [OPTIONS] [-- COMMAND [ARGUMENTS...]]
+       vxpad-emulator attach [OPTIONS] [-- COMMAND [ARGUMENTS...]]
 
-Runs COMMAND with virtual USB signature pads plugged in. COMMAND sees them through libusb and hidapi as if they
-were real, without root and without a kernel module. Exits with COMMAND's exit status, or 128 + signal.
+Plugs virtual USB signature pads in.
+  run      for COMMAND alone, which sees them through libusb and hidapi as if they were real, without root and without
+           a kernel module
+  serve    for any kernel, by USB/IP: "usbip list -r HOST" and "usbip attach -r HOST -b 1-1" plug pad 1 in there
+  attach   into this machine's own kernel, without a network; needs root and the kernel module vhci-hcd
+With a COMMAND the exit status is COMMAND's, or 128 + signal. Without one the pads are there until INT or TERM comes.
 
 Options:
   --pad KEY=VALUE,...   plugs in a HID pad; may be repeated. Without it there is one pad with the defaults:
@@ -49,6 +55,9 @@ Options:
                         commands are looped back. One more key:
       named=no            yes: bus ids of the chip vendor whose devices are pads only by their maker's name
   --fault N:FAULT       makes transfers of pad N (1 is the first) go wrong; may be repeated
+  --listen ADDRESS[:PORT]  where serve waits for kernels: an IPv4 or IPv6 address (with a port: [ADDRESS]:PORT); default:
+                        127.0.0.1:3240; port 0: any free one. Whoever can connect can use the pads
+  --vhci DIRECTORY      where attach finds the ports of vhci-hcd; default: /sys/devices/platform/vhci_hcd.0
   --control PATH        where the control socket is; default: in a private directory
   --verbose             traces all transfers to standard error
   --help                shows this text
@@ -76,10 +85,11 @@ Faults of messages that the pad puts into its stream, on=ssp (replies, the defau
   replace=HEX           another message comes instead
   junk[,seed=S]         from here on, until the pad is unplugged, only random bytes without a token come
 
-The environment variable VXPAD_EMULATOR_CONTROL tells COMMAND the path of the control socket. A request is a line; an
-empty line ends the reply, which begins with "ok" or "error":
+The environment variable VXPAD_EMULATOR_CONTROL tells COMMAND the path of the control socket, VXPAD_EMULATOR_USBIP the
+address and port of serve; without a COMMAND both are printed. A request is a line; an empty line ends the reply, which
+begins with "ok" or "error":
   list                  the pads, a line each
-  plug N, unplug N      puts a pad in, pulls it out
+  plug N, unplug N      puts a pad in, pulls it out; of serve: it can be imported again, its connection ends
   fault N FAULT         adds a fault
   clear-faults N        removes all faults of a pad
   input N INTERFACE HEX [COUNT]
@@ -98,9 +108,10 @@ empty line ends the reply, which begins with "ok" or "error":
   uploads N             what has been written that is no command: reports, gaps and duplicates in their numbers, checksum
   reset-uploads N       counts them from zero
 
-Example:
+Examples:
   vxpad-emulator run --pad type=11,serial=A1 --pad type=1,interfaces=1 --fault 1:stall,on=get-feature,count=2 -- lsusb
   vxpad-emulator run --vcom type=16,conf-busy=2 --fault 1:split=1 -- my-program
+  vxpad-emulator serve --listen 192.0.2.7 --pad type=16 --vcom type=17
 )";
 }
 
