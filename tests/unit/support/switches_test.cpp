@@ -310,7 +310,8 @@ TEST_F(Switches, AreSeenWhileTheEnvironmentIsChurned) {
     }
 }
 
-// A call says something in the middle: what the callback that is told of it changes is seen at the call's end.
+// The registration of a logging callback tells that one of itself: what it then changes is seen at the call's end, with
+// no other function entered meanwhile.
 class SwitchesInsideACall : public Switches {
   protected:
     void SetUp() override {
@@ -321,7 +322,6 @@ class SwitchesInsideACall : public Switches {
         last_ = own_.slots.size() - 1;
         own_.slots.resize(last_ + 10); // nulls
         environ = own_.slots.data();
-        RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(&told), nullptr);
         ASSERT_FALSE(is_traced());
     }
     void TearDown() override {
@@ -331,11 +331,11 @@ class SwitchesInsideACall : public Switches {
 
     // Whether the call around the change writes its enter and its exit line.
     static std::pair<bool, bool> is_traced_around(std::function<void()> change) {
-        const standins::OutputCapture errors{STDERR_FILENO};
         change_ = std::move(change);
-        const std::string text = lines::written(STDOUT_FILENO, [] { GetFeature(1, 0, nullptr, 0, nullptr); });
-        return {text.find("GetFeature(): enter.") != std::string::npos,
-                text.find("GetFeature(): exit.") != std::string::npos};
+        const std::string text = lines::written(
+            STDOUT_FILENO, [] { RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(&told), nullptr); });
+        return {text.find("RegisterLoggingCallBackProcedure(): enter.") != std::string::npos,
+                text.find("RegisterLoggingCallBackProcedure(): exit.") != std::string::npos};
     }
 
     static constexpr std::pair only_enter{true, false};
@@ -391,11 +391,17 @@ TEST_F(SwitchesInsideACall, AreSeenBehindOthersThatWereTakenOut) {
     unsetenv("VXPAD_OTHER");
 }
 
-TEST_F(SwitchesInsideACall, AreSeenWhenTheyAreWrittenBehindTheLastVariable) {
+TEST_F(SwitchesInsideACall, AreSeenWhenTheyAreWrittenAtTheEnd) {
     EXPECT_EQ(is_traced_around([&] { own_.slots[last_] = text_.data(); }), only_exit);
     EXPECT_EQ(is_traced_around([&] { own_.slots[last_] = nullptr; }), only_enter);
-    EXPECT_EQ(is_traced_around([&] { own_.slots[last_ - 1] = text_.data(); }), only_exit);
-    own_.slots[last_ - 1] = filling_.data();
+    for (std::size_t behind = 1; behind < 5; ++behind) {
+        char*& slot = own_.slots[last_ - behind];
+        char* const former = std::exchange(slot, filling_.data());
+        EXPECT_FALSE(is_traced());
+        EXPECT_EQ(is_traced_around([&] { slot = text_.data(); }), only_exit) << behind;
+        slot = former;
+        EXPECT_FALSE(is_traced());
+    }
 }
 
 TEST_F(SwitchesInsideACall, AreSeenInANewEnvironment) {
@@ -403,6 +409,10 @@ TEST_F(SwitchesInsideACall, AreSeenInANewEnvironment) {
     std::array<char*, 2> only{text_.data(), nullptr};
     EXPECT_EQ(is_traced_around([&] { environ = only.data(); }), only_exit);
     EXPECT_EQ(is_traced_around([&] { environ = former; }), only_enter);
+    std::vector<char*> same_at_the_end = own_.slots;
+    same_at_the_end[3] = text_.data();
+    EXPECT_EQ(is_traced_around([&] { environ = same_at_the_end.data(); }), only_exit);
+    environ = former;
 }
 
 TEST_F(SwitchesInsideACall, AreSeenWhenAValueIsEditedInPlace) {
