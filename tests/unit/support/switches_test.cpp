@@ -314,16 +314,6 @@ TEST_F(Switches, AreSeenWhileTheEnvironmentIsChurned) {
 // no other function entered meanwhile.
 class SwitchesInsideACall : public Switches {
   protected:
-    void SetUp() override {
-        Switches::SetUp();
-        for (std::size_t size = own_.slots.size(); size < 40; ++size) {
-            own_.slots.insert(own_.slots.begin(), filling_.data());
-        }
-        last_ = own_.slots.size() - 1;
-        own_.slots.resize(last_ + 10); // nulls
-        environ = own_.slots.data();
-        ASSERT_FALSE(is_traced());
-    }
     void TearDown() override {
         RegisterLoggingCallBackProcedure(nullptr, nullptr);
         Switches::TearDown();
@@ -341,10 +331,6 @@ class SwitchesInsideACall : public Switches {
     static constexpr std::pair only_enter{true, false};
     static constexpr std::pair only_exit{false, true};
 
-    OwnEnvironment own_;
-    std::array<char, 64> filling_{"VXPAD_FILLING=1"};
-    std::size_t last_; // slot of the null behind the variables
-
   private:
     static void told(void* /*user_specific*/, const char16_t* /*message*/) {
         if (change_) {
@@ -353,6 +339,29 @@ class SwitchesInsideACall : public Switches {
     }
 
     static inline std::function<void()> change_;
+};
+
+// In slots of the test's own, which the C library's functions must not be given.
+class SwitchesInsideACallByHand : public SwitchesInsideACall {
+  protected:
+    void SetUp() override {
+        SwitchesInsideACall::SetUp();
+        for (std::size_t size = own_.slots.size(); size < 40; ++size) {
+            own_.slots.insert(own_.slots.begin(), filling_.data());
+        }
+        last_ = own_.slots.size() - 1;
+        own_.slots.resize(last_ + 10); // nulls
+        environ = own_.slots.data();
+        ASSERT_FALSE(is_traced());
+    }
+    void TearDown() override {
+        EXPECT_FALSE(is_traced());
+        RegisterLoggingCallBackProcedure(nullptr, nullptr);
+    }
+
+    std::array<char, 64> filling_{"VXPAD_FILLING=1"};
+    OwnEnvironment own_;
+    std::size_t last_ = 0; // slot of the null behind the variables
 };
 
 TEST_F(SwitchesInsideACall, AreSeenWhenTheyAreSetAndTakenAway) {
@@ -391,7 +400,7 @@ TEST_F(SwitchesInsideACall, AreSeenBehindOthersThatWereTakenOut) {
     unsetenv("VXPAD_OTHER");
 }
 
-TEST_F(SwitchesInsideACall, AreSeenWhenTheyAreWrittenAtTheEnd) {
+TEST_F(SwitchesInsideACallByHand, AreSeenWhenTheyAreWrittenAtTheEnd) {
     EXPECT_EQ(is_traced_around([&] { own_.slots[last_] = text_.data(); }), only_exit);
     EXPECT_EQ(is_traced_around([&] { own_.slots[last_] = nullptr; }), only_enter);
     for (std::size_t behind = 1; behind < 5; ++behind) {
@@ -404,7 +413,7 @@ TEST_F(SwitchesInsideACall, AreSeenWhenTheyAreWrittenAtTheEnd) {
     }
 }
 
-TEST_F(SwitchesInsideACall, AreSeenInANewEnvironment) {
+TEST_F(SwitchesInsideACallByHand, AreSeenInANewEnvironment) {
     char** const former = environ;
     std::array<char*, 2> only{text_.data(), nullptr};
     EXPECT_EQ(is_traced_around([&] { environ = only.data(); }), only_exit);
@@ -415,7 +424,7 @@ TEST_F(SwitchesInsideACall, AreSeenInANewEnvironment) {
     environ = former;
 }
 
-TEST_F(SwitchesInsideACall, AreSeenWhenAValueIsEditedInPlace) {
+TEST_F(SwitchesInsideACallByHand, AreSeenWhenAValueIsEditedInPlace) {
     own_.slots[3] = text_.data();
     char& digit = text_[std::strlen(text_.data()) - 1];
     EXPECT_EQ(is_traced_around([&] { digit = '0'; }), only_enter);
@@ -423,7 +432,7 @@ TEST_F(SwitchesInsideACall, AreSeenWhenAValueIsEditedInPlace) {
     own_.slots[3] = filling_.data();
 }
 
-TEST_F(SwitchesInsideACall, AreSeenInAnySlotAsTheNextFunctionIsEntered) {
+TEST_F(SwitchesInsideACallByHand, AreSeenInAnySlotAsTheNextFunctionIsEntered) {
     for (std::size_t at = 0; at < last_; ++at) {
         is_traced_around([&] { own_.slots[at] = text_.data(); });
         EXPECT_TRUE(is_traced()) << at;
@@ -432,7 +441,7 @@ TEST_F(SwitchesInsideACall, AreSeenInAnySlotAsTheNextFunctionIsEntered) {
     }
 }
 
-TEST_F(SwitchesInsideACall, AreReadNoFurtherThanTheMemoryReaches) {
+TEST_F(SwitchesInsideACallByHand, AreReadNoFurtherThanTheMemoryReaches) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
