@@ -7,6 +7,8 @@
 
 #include <dlfcn.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <map>
 
@@ -33,7 +35,9 @@ void make_step(pthread_mutex_t* mutex, bool is_taken, const void* caller) {
     }
 }
 
+// Between a look and the sleep.
 std::atomic<bool> waits_begin_late = false;
+std::atomic<int> waits_begun = 0;
 
 } // namespace
 
@@ -58,7 +62,8 @@ int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
     static const auto real =
         reinterpret_cast<decltype(&pthread_cond_wait)>(dlvsym(RTLD_NEXT, "pthread_cond_wait", "GLIBC_2.3.2"));
     if (waits_begin_late && library.contains(__builtin_return_address(0))) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ++waits_begun;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return real(condition, mutex);
 }
@@ -130,7 +135,7 @@ class QuietLocks : public Receiving {
     // Runs call again and again, with an intruder on another thread at its first step, then at its second, and so on.
     // Where the intruder has to wait for what the call holds, the call goes on. Returns how many steps there were.
     static unsigned int intrude_everywhere(const std::function<void()>& prepare, const std::function<void()>& call,
-                                           const std::function<void()>& intruder) {
+                                           const std::function<void()>& intruder, std::chrono::milliseconds patience) {
         for (unsigned int wanted = 1;; ++wanted) {
             prepare();
             unsigned int passed = 0;
@@ -138,7 +143,7 @@ class QuietLocks : public Receiving {
             const StepFunction intrude = [&](pthread_mutex_t*, bool) {
                 if (++passed == wanted) {
                     intrusion = std::async(std::launch::async, intruder);
-                    intrusion.wait_for(std::chrono::milliseconds(10));
+                    intrusion.wait_for(patience);
                 }
             };
             step_of_this_thread.what = &intrude;
@@ -148,6 +153,14 @@ class QuietLocks : public Receiving {
                 return wanted - 1;
             }
             intrusion.get();
+        }
+    }
+
+    static void expect_to_end(const char* otherwise, const std::function<void()>& act) {
+        auto done = std::async(std::launch::async, act);
+        if (done.wait_for(bound) != std::future_status::ready) {
+            std::fprintf(stderr, "%s\n", otherwise);
+            std::abort(); // there is no way to take a waiting thread back
         }
     }
 
@@ -209,6 +222,8 @@ TEST_F(QuietLocks, OfAQueueIsTakenByAReceiveThread) {
         }
     };
     give(*first_, report_of(1, 0));
+    const standins::EnvironmentGuard on("LIBVXPADCOM_DEBUG", "1"); // or nobody asks for the queue's size
+    const standins::OutputCapture output(STDOUT_FILENO);
     const std::string taken = taken_by_another_during([&] {
         EXPECT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
         EXPECT_TRUE(ended->pass());
@@ -221,9 +236,9 @@ TEST_F(QuietLocks, OfAQueueIsTakenByAReceiveThread) {
     const std::string reads = "other";
     const std::string queues = "other";
     const std::string is_asked_to_end = "other";
-    const std::string has_left_the_loop_and_ended = "other other";
+    const std::string has_left_the_loop_ended_and_gone = "other other other";
     EXPECT_EQ(taken, selects + " " + reopens + " " + tells_the_size + " " + has_started + " " + reads + " " + queues +
-                         " " + is_asked_to_end + " " + has_left_the_loop_and_ended);
+                         " " + is_asked_to_end + " " + has_left_the_loop_ended_and_gone);
 }
 
 // Waking.
@@ -232,8 +247,7 @@ TEST_F(QuietLocks, OfAQueueIsTakenByAReceiveThread) {
 TEST_F(QuietLocks, OfASignalKeepsItFromBeingMissed) {
     waits_begin_late = true;
     for (int i = 0; i < 3; ++i) {
-        auto call = std::async(std::launch::async, [] { receive_once(); });
-        ASSERT_EQ(call.wait_for(bound), std::future_status::ready) << "the thread's signal was missed";
+        expect_to_end("a signal was missed", [] { receive_once(); });
     }
 }
 
@@ -245,16 +259,17 @@ TEST_F(QuietLocks, OfTheLastOneToLeaveKeepsTheTearDownFromMissingIt) {
             return std::optional<int>();
         };
     }
-    waits_begin_late = true;
     auto call = std::async(std::launch::async, [] { return get_feature(1); });
     ASSERT_TRUE(gates[0].somebody_waits());
-    auto ending = std::async(std::launch::async, Deinitialize);
-    ASSERT_TRUE(comes_true([] { return SetUsedTransportProtocol(1, 1) != 0; })) << "closed";
-    std::this_thread::sleep_for(std::chrono::milliseconds(10)); // it has looked, and is about to sleep
-    gates[0].open();
-    ASSERT_EQ(ending.wait_for(bound), std::future_status::ready) << "nobody wakes it";
+    waits_begun = 0;
+    waits_begin_late = true;
+    expect_to_end("nobody has waked the tear-down", [&] {
+        auto ending = std::async(std::launch::async, Deinitialize);
+        EXPECT_TRUE(comes_true([] { return waits_begun > 0; }));
+        gates[0].open();
+        EXPECT_EQ(ending.get(), 0);
+    });
     EXPECT_EQ(call.get(), 0);
-    EXPECT_EQ(ending.get(), 0);
 }
 
 // Callbacks that a tear-down forgets.
@@ -277,7 +292,7 @@ TEST_F(QuietLocks, ShowNoCallbackOfARemovalBehindATearDown) {
         is_over = true;
     };
     EXPECT_GT(intrude_everywhere(
-                  prepare, [] { EXPECT_NE(get_feature(1), 0); }, stop),
+                  prepare, [] { EXPECT_NE(get_feature(1), 0); }, stop, std::chrono::milliseconds(100)),
               10U);
     // At the last step the callback has been looked up; a tear-down that waited for it might wait for itself.
     EXPECT_LE(late, 1);
@@ -306,7 +321,7 @@ TEST_F(QuietLocks, ShowNoLoggingCallbackBehindItsReplacement) {
         is_replaced = true;
     };
     EXPECT_GT(intrude_everywhere(
-                  prepare, [] { EXPECT_EQ(Deinitialize(), 0); }, replace),
+                  prepare, [] { EXPECT_EQ(Deinitialize(), 0); }, replace, bound),
               10U);
     EXPECT_GT(heard, 0);
     EXPECT_EQ(late, 0);
