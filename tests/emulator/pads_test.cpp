@@ -795,6 +795,106 @@ TEST_F(Pads, SystemCallsBehaveAsThoseOfTheKernel) {
     close(node);
 }
 
+TEST_F(Pads, StandardRequestsAreAnsweredAndOthersStall) {
+    const int node = open_node(main_pad);
+    ASSERT_GE(node, 0);
+    usbdevfs_ioctl detach{0, USBDEVFS_DISCONNECT, nullptr}; // or interface 0 is busy
+    EXPECT_EQ(ioctl(node, USBDEVFS_IOCTL, &detach), 0);
+    unsigned char data[64] = {};
+    struct Request {
+        std::uint8_t type;
+        std::uint8_t request;
+        std::uint16_t value;
+        std::uint16_t index;
+        std::uint16_t length;
+        int result; // bytes, or -1: it stalls
+    };
+    constexpr Request requests[] = {
+        {0x80, 0, 0, 0, 2, 2},        // status
+        {0x80, 8, 0, 0, 1, 1},        // configuration
+        {0x00, 9, 1, 0, 0, 0},        // and to set it
+        {0x00, 9, 2, 0, 0, -1},       // there is one only
+        {0x81, 10, 0, 0, 1, 1},       // interface
+        {0x01, 11, 0, 0, 0, 0},       // and to set it
+        {0x01, 11, 1, 0, 0, -1},      // there is one setting only
+        {0x02, 1, 0, 0x81, 0, 0},     // end of a halt
+        {0x80, 6, 0x0201, 0, 9, -1},  // a second configuration
+        {0x80, 6, 0x0f00, 0, 5, -1},  // a descriptor that is not there
+        {0x80, 77, 0, 0, 1, -1},      // no request at all
+        {0xa1, 1, 0x0100, 0, 64, 64}, // an input report
+        {0xa1, 2, 0, 0, 1, 1},        // idle rate
+        {0x21, 10, 0, 0, 0, 0},       // and to set it
+        {0xa1, 77, 0, 0, 1, -1},      // no request at all
+        {0x21, 9, 0x0400, 0, 64, -1}, // a report of no type
+        {0x21, 77, 0, 0, 0, -1},      // no request at all
+        {0xc0, 1, 0, 0, 1, -1},       // a maker's own
+    };
+    for (const auto& one : requests) {
+        usbdevfs_ctrltransfer transfer{one.type, one.request, one.value, one.index, one.length, 1000, data};
+        EXPECT_EQ(ioctl(node, USBDEVFS_CONTROL, &transfer), one.result)
+            << int{one.type} << ' ' << int{one.request} << ' ' << one.value;
+        if (one.result < 0) {
+            EXPECT_EQ(errno, EPIPE);
+        }
+    }
+    close(node);
+}
+
+TEST_F(Pads, InterfacesAreClaimedAndLeftAsTheKernelHasIt) {
+    const int node = open_node(main_pad);
+    ASSERT_GE(node, 0);
+    const auto fails = [&](unsigned long request, auto argument, int error) {
+        const int result = ioctl(node, request, &argument);
+        const int failure = errno;
+        EXPECT_EQ(result, error == 0 ? 0 : -1);
+        EXPECT_EQ(result == 0 ? 0 : failure, error);
+    };
+    constexpr unsigned int none = 99;
+    fails(USBDEVFS_RELEASEINTERFACE, 0U, EINVAL); // nobody has it
+    fails(USBDEVFS_CLAIMINTERFACE, none, ENOENT);
+    usbdevfs_disconnect_claim claim{};
+    claim.interface = none;
+    fails(USBDEVFS_DISCONNECT_CLAIM, claim, EINVAL);
+    claim.interface = 0;
+    claim.flags = USBDEVFS_DISCONNECT_CLAIM_IF_DRIVER;
+    std::strcpy(claim.driver, "usbfs");
+    fails(USBDEVFS_DISCONNECT_CLAIM, claim, EBUSY); // the kernel's own has it
+    claim.flags = USBDEVFS_DISCONNECT_CLAIM_EXCEPT_DRIVER;
+    std::strcpy(claim.driver, "usbhid");
+    fails(USBDEVFS_DISCONNECT_CLAIM, claim, EBUSY);
+    claim.flags = 0;
+    fails(USBDEVFS_DISCONNECT_CLAIM, claim, 0);
+    fails(USBDEVFS_CLAIMINTERFACE, 0U, 0); // again
+    fails(USBDEVFS_IOCTL, usbdevfs_ioctl{0, USBDEVFS_CONNECT, nullptr}, EBUSY);
+    fails(USBDEVFS_IOCTL, usbdevfs_ioctl{static_cast<int>(none), USBDEVFS_CONNECT, nullptr}, EINVAL);
+    fails(USBDEVFS_IOCTL, usbdevfs_ioctl{static_cast<int>(none), USBDEVFS_DISCONNECT, nullptr}, EINVAL);
+    fails(USBDEVFS_SETINTERFACE, usbdevfs_setinterface{0, 0}, 0);
+    fails(USBDEVFS_SETINTERFACE, usbdevfs_setinterface{0, 1}, EINVAL);
+    fails(USBDEVFS_SETINTERFACE, usbdevfs_setinterface{none, 0}, ENOENT);
+    fails(USBDEVFS_CLEAR_HALT, 0x81U, 0);
+    fails(USBDEVFS_CLEAR_HALT, 0x5fU, ENOENT);
+    EXPECT_EQ(ioctl(node, USBDEVFS_RESET, nullptr), 0);
+
+    unsigned char data[64] = {};
+    usbdevfs_urb urb;
+    std::memset(&urb, 0, sizeof urb);
+    urb.buffer = data;
+    urb.buffer_length = sizeof data;
+    urb.type = USBDEVFS_URB_TYPE_INTERRUPT;
+    urb.endpoint = 0x8f; // which is not there
+    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), -1);
+    EXPECT_EQ(errno, ENOENT);
+    urb.type = USBDEVFS_URB_TYPE_ISO;
+    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), -1);
+    urb.type = USBDEVFS_URB_TYPE_CONTROL;
+    urb.endpoint = 0;
+    data[0] = 0x80;
+    data[7] = 1; // 256 bytes, for which there is no room
+    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), -1);
+    EXPECT_EQ(errno, EINVAL);
+    close(node);
+}
+
 TEST_F(Pads, OtherFilesAreLeftAlone) {
     for (int i = 0; i < 200; ++i) { // more than the table of the library below has entries
         EXPECT_LT(open("/dev/vxpad-none", O_RDONLY), 0);

@@ -16,6 +16,14 @@ namespace {
 
 using namespace program;
 
+std::string repeated(const std::string& text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) {
+        all += text;
+    }
+    return all;
+}
+
 class Run : public Program {
   protected:
     // Runs a shell script under the emulator until it has written its file "ready".
@@ -60,6 +68,15 @@ TEST_F(Run, WrongOptionsAreRefused) {
         {{"run", "--pad", "version=1.2", "--", "true"}, "version"},
         {{"run", "--pad", "serial=" + std::string(127, 'x'), "--", "true"}, "126"},
         {{"run", "--pad", "serial=\xff", "--", "true"}, "UTF-8"},
+        {{"run", "--pad", "serial=\xc3(", "--", "true"}, "UTF-8"},
+        {{"run", "--pad", "version=1.2.3.4.5", "--", "true"}, "four numbers"},
+        {{"run", "--pad", "version=1.2.3.4:AB", "--", "true"}, "four characters"},
+        {{"run", "--pad", "unknown=maybe", "--", "true"}, "neither refuse nor loop-back"},
+        {{"run", "--pad", "named=yes", "--", "true"}, "named is for VCOM pads"},
+        {{"run", "--vcom", "interfaces=2", "--", "true"}, "one interface"},
+        {{"run", "--vcom", "told-serial=" + std::string(256, 'x'), "--", "true"}, "at most 255 bytes"},
+        {{"run", "--vcom", "modes=1" + repeated(":1", 255), "--", "true"}, "at most 255"},
+        {{"run", "--vcom", "components=1:256", "--", "true"}, "256"},
         {{"run", "--fault", "stall", "--", "true"}, "N:FAULT"},
         {{"run", "--fault", "2:stall", "--", "true"}, "no pad 2"},
         {{"run", "--fault", "1:explode", "--", "true"}, "explode"},
@@ -69,8 +86,30 @@ TEST_F(Run, WrongOptionsAreRefused) {
         EXPECT_EQ(run(arguments), 2) << text;
         EXPECT_NE(content("output").find(text), std::string::npos) << text << ": " << content("output");
     }
+    EXPECT_EQ(run({"run", "--pad", "type=16", "--help"}), 0);
+    EXPECT_TRUE(content("output").starts_with("Usage:"));
     EXPECT_EQ(run({"--help"}), 0);
     EXPECT_TRUE(content("output").starts_with("Usage:"));
+}
+
+TEST_F(Run, SignaturesAreChecked) {
+    for (const auto& [points, text] : {std::pair{"1 2\n", "x y pressure"}, std::pair{"# none\n", "no point at all"}}) {
+        std::ofstream{file("points")} << points;
+        EXPECT_EQ(run({"run", "--pad", "signature=" + file("points").string(), "--", "true"}), 2) << text;
+        EXPECT_NE(content("output").find(text), std::string::npos) << content("output");
+    }
+}
+
+TEST_F(Run, VerboseTellsWhatTravels) {
+    EXPECT_EQ(run({"run", "--verbose", "--pad", "type=16", "--fault", "1:stall,on=get-feature,count=1", "--", VXPADCTL,
+                   "feature", "get", "1"}),
+              0)
+        << content("output");
+    const std::string output = content("output");
+    for (const char* text :
+         {"vxpad-emulator: pad 1: control 8006000100001200 -> 1201", " stall\n", "pad 1: out feature"}) {
+        EXPECT_NE(output.find(text), std::string::npos) << text << "\n" << output;
+    }
 }
 
 TEST_F(Run, SignalEndsTheCommandToo) {
