@@ -107,7 +107,7 @@ TEST_F(Run, VerboseTellsWhatTravels) {
         << content("output");
     const std::string output = content("output");
     for (const char* text :
-         {"vxpad-emulator: pad 1: control 8006000100001200 -> 1201", " stall\n", "pad 1: out feature"}) {
+         {"vxpad-emulator: pad 1: control 8006000300004000 -> 04030904", " stall\n", "pad 1: out feature"}) {
         EXPECT_NE(output.find(text), std::string::npos) << text << "\n" << output;
     }
 }
