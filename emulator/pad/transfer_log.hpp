@@ -20,7 +20,9 @@ class TransferLog {
     // A report; `note` tells what was special ("stall"), else it is empty.
     void report(bool in, const char* type, unsigned int interface, std::span<const std::uint8_t> bytes,
                 const char* note) {
-        if (lines_.size() == longest) {
+        size_ += bytes.size();
+        while (lines_.size() == longest || (size_ > most_bytes && !lines_.empty())) {
+            size_ -= lines_.front().bytes.size();
             lines_.pop_front();
             ++lost_;
         }
@@ -45,6 +47,7 @@ class TransferLog {
             result += text(line) + "\n";
         }
         lines_.clear();
+        size_ = 0;
         lost_ = 0;
         return result;
     }
@@ -64,10 +67,12 @@ class TransferLog {
     }
 
     static constexpr std::size_t longest = 16384;
+    static constexpr std::size_t most_bytes = 16 << 20; // of all lines
 
     unsigned int pad_;
     bool verbose_;
     std::deque<Line> lines_;
+    std::size_t size_ = 0; // bytes in all lines
     std::size_t lost_ = 0;
 };
 

@@ -538,6 +538,8 @@ TEST_F(Usbip, LargestRequestsWork) {
     const auto reply = vcom.out(2, Bytes(16 << 20, 0x11));
     EXPECT_EQ(reply.status, 0);
     EXPECT_EQ(reply.length, 16U << 20);
+    EXPECT_EQ(vcom.out(2, {1}).length, 1U);
+    EXPECT_EQ(emulator::request("log 2"), "1 older lines lost\nout bulk 0 01") << "the log is no place for all of it";
 }
 
 TEST_F(Usbip, HalfSentencesHoldNothing) {
@@ -545,7 +547,7 @@ TEST_F(Usbip, HalfSentencesHoldNothing) {
     import(good, "1-2");
     std::list<Client> silent;
     const auto import_bytes = operation(0x8003, "1-1");
-    for (const std::size_t size : {0, 1, 7, 8, 39}) {
+    for (const std::size_t size : {0U, 1U, 7U, 8U, 39U}) {
         silent.emplace_back().send(std::span{import_bytes}.first(size));
     }
     Client half;
