@@ -250,4 +250,8 @@ bool look(Switch which) {
     return look_into(text, names[index], place.found);
 }
 
+bool any_is_on() {
+    return !are_still_off() && (look(Switch::information) || look(Switch::functions) || look(Switch::locks));
+}
+
 } // namespace switches

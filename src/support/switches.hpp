@@ -28,4 +28,6 @@ inline bool is_on(Switch which) {
     return !are_still_off() && look(which);
 }
 
+bool any_is_on();
+
 } // namespace switches

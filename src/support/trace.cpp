@@ -65,6 +65,10 @@ Listeners info_listeners() {
     return {switches::is_on(Switch::information), log_delivery::is_wanted()};
 }
 
+bool is_heard() {
+    return log_delivery::is_wanted() || switches::any_is_on();
+}
+
 void info(Listeners listeners, const Location& where, Style style, const char* format, ...) {
     char text[message_size];
     va_list arguments;

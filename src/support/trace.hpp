@@ -30,6 +30,9 @@ struct Listeners {
 };
 Listeners info_listeners();
 
+// Whether anyone wants anything but errors just now: one look for all the trace points of a short stretch of work.
+bool is_heard();
+
 enum class Style {
     plain,      // "info: function(): text"
     kind_after, // "function(): info: text"

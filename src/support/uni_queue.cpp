@@ -2,6 +2,7 @@
 #include "vxpadcom/internals/uni_queue.h"
 #include "support/lock.hpp"
 #include "support/owners.hpp"
+#include "support/uni_queues.hpp"
 #include "vxpadcom/internals/wrapunix.h"
 
 #include <cstdio>
@@ -19,6 +20,25 @@ void lock_line_of(const uni_queue* queue, trace::LockEvent event, const trace::L
     char name[64];
     std::snprintf(name, sizeof name, "queue[%p]->mutex", static_cast<const void*>(queue));
     trace::lock_line(event, where, name);
+}
+
+// 1, or 0 where the lock could not be taken: the data stay the caller's.
+int add(uni_queue* queue, void* data, unsigned int length, int (*lock)(uni_queue*)) {
+    Owned<uni_frame> frame{static_cast<uni_frame*>(Calloc(1, sizeof(uni_frame)))};
+    if (lock(queue) != 0) {
+        return 0;
+    }
+    frame->length = length;
+    frame->data = static_cast<unsigned char*>(data);
+    if (is_empty(queue)) {
+        queue->first = frame.get();
+    } else {
+        queue->last->next = frame.get();
+    }
+    queue->last = frame.release();
+    ++queue->size;
+    quiet_unlock_queue(queue);
+    return 1;
 }
 
 } // namespace
@@ -49,23 +69,12 @@ void destroy_uni_queue(uni_queue* queue) {
 
 int add_uni_frame(uni_queue* queue, void* data, unsigned int length) {
     trace::Scope scope{VX_HERE};
-    Owned<uni_frame> frame{static_cast<uni_frame*>(Calloc(1, sizeof(uni_frame)))};
-    if (__lock_uni_queue(queue) != 0) {
-        return scope.exit(0);
-    }
-    frame->length = length;
-    frame->data = static_cast<unsigned char*>(data);
-    if (is_empty(queue)) {
-        queue->first = frame.get();
-    } else {
-        queue->last->next = frame.get();
-    }
-    queue->last = frame.release();
-    ++queue->size;
-    quiet_unlock_queue(queue);
-    return scope.exit(1);
+    return scope.exit(add(queue, data, length, __lock_uni_queue));
 }
 
+int uni_queues::add_quietly(uni_queue* queue, void* data, unsigned int length) {
+    return add(queue, data, length, quiet_lock_queue);
+}
 void* get_uni_frame(uni_queue* queue, unsigned int* length) {
     trace::Scope scope{VX_HERE};
     if (queue == nullptr) {

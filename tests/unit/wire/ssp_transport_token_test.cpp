@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <random>
+#include <unistd.h>
 
 namespace core_test {
 namespace {
@@ -229,6 +230,107 @@ TEST_F(SspTransportTokenTest, LongMessagesAreFramedAndParsedWhole) {
     }();
     EXPECT_EQ(frame(only_markers).size(), 3U + 60'000U);
     EXPECT_THAT(frames_of(frame(only_markers)), ElementsAre(only_markers));
+}
+
+// Nobody listens: neither a logging callback nor a switch.
+class QuietSspTransportToken : public SspTransportTokenTest {
+  protected:
+    QuietSspTransportToken() { RegisterLoggingCallBackProcedure(nullptr, nullptr); }
+
+    void expect_as_the_model(const Bytes& given) {
+        const TokenModel model(given);
+        Bytes stream = given;
+        ASSERT_EQ(parse(stream), model.started ? static_cast<int>(model.frames.size()) : -1) << describe(given);
+        ASSERT_EQ(take_frames(), model.frames) << describe(given);
+        ASSERT_EQ(stream, model.data) << describe(given);
+        if (!given.empty()) {
+            ASSERT_EQ(frame(given), framed(given)) << describe(given);
+        }
+    }
+};
+
+// Groups, blocks and rows of markers begin and end anywhere.
+TEST_F(QuietSspTransportToken, EveryLengthWithAMarkerAtEveryPlace) {
+    constexpr std::size_t longest = 300;
+    for (std::size_t size = 0; size <= longest; ++size) {
+        expect_as_the_model(start_token + Bytes(size, 0xAA));
+        for (std::size_t at = 0; at < size; ++at) {
+            Bytes given = start_token + Bytes(size, 0x55);
+            const Bytes token{0xAA, 0x55, static_cast<unsigned char>((size + at) % 5 == 0 ? 2 : 0)};
+            const std::size_t fitting = std::min(token.size(), size - at);
+            std::copy_n(token.begin(), fitting, given.begin() + static_cast<std::ptrdiff_t>(start_token.size() + at));
+            expect_as_the_model(given);
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
+    }
+}
+
+TEST_F(QuietSspTransportToken, RowsOfMarkersOfEveryLengthBehindAnything) {
+    for (const Bytes& one : {Bytes{0xAA, 0x55, 0}, Bytes{0xAA, 0x55}, Bytes{0xAA, 0x55, 0, 1}, start_token}) {
+        for (std::size_t in_front = 0; in_front < 20; ++in_front) {
+            Bytes given = start_token + Bytes(in_front, 7);
+            for (std::size_t row = 0; row < 80; ++row) {
+                given = given + one;
+                expect_as_the_model(given);
+                expect_as_the_model(given + Bytes{9});
+                if (HasFatalFailure()) {
+                    return;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(QuietSspTransportToken, RandomBytesOfEveryLength) {
+    std::mt19937 random(20260301);
+    for (int round = 0; round < 20; ++round) {
+        for (std::size_t size = 1; size <= 300; ++size) {
+            expect_as_the_model(random_bytes(random, size));
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
+    }
+}
+
+// A parser of which nobody hears anything passes over the trace points of a frame; each switch brings its own back.
+TEST_F(QuietSspTransportToken, EachSwitchIsEnoughToBeHeard) {
+    struct Heard {
+        const char* name;
+        std::vector<std::string> lines;
+    };
+    const std::vector<Heard> all{
+        {"LIBVXPADCOM_DEBUG",
+         {"ssp_transport_token_to_base_message_data(): info: Found SSP_TRANSPORT_TOKEN_HEADER",
+          "ssp_transport_token_to_base_message_data(): info: now SSP queue has: 1"}},
+        {"LIBVXPADCOM_DEBUG_FUNC",
+         {"ssp_transport_token_to_base_message_data(): enter.", "add_uni_frame(): enter.", "__lock_uni_queue(): enter.",
+          "__lock_uni_queue(): exit. returned int: 0.", "add_uni_frame(): exit. returned int: 1.",
+          "get_uni_queue_size(): enter.", "get_uni_queue_size(): exit. returned int: 1.",
+          "ssp_transport_token_to_base_message_data(): exit. returned int: 1."}},
+        {"LIBVXPADCOM_DEBUG_MUTEX",
+         {"__lock_uni_queue(): >>>>>>>>     going to pthread_mutex_lock() -> queue[",
+          "__lock_uni_queue(): ########   was called pthread_mutex_lock() -> queue["}},
+    };
+    for (const Heard& heard : all) {
+        const standins::EnvironmentGuard on(heard.name, "1");
+        const standins::OutputCapture output(STDOUT_FILENO);
+        Bytes stream = framed(Bytes{1, 2, 3});
+        EXPECT_EQ(parse(stream), 1);
+        const std::string printed = output.text();
+        std::size_t from = 0;
+        for (const std::string& line : heard.lines) {
+            from = printed.find(line, from);
+            EXPECT_NE(from, std::string::npos) << heard.name << ": " << line << " in " << printed;
+        }
+        EXPECT_THAT(take_frames(), ElementsAre(Bytes{1, 2, 3}));
+    }
+    const standins::OutputCapture output(STDOUT_FILENO);
+    Bytes stream = framed(Bytes{1, 2, 3});
+    EXPECT_EQ(parse(stream), 1);
+    EXPECT_EQ(output.text(), "");
 }
 
 } // namespace
