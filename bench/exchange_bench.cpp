@@ -52,7 +52,7 @@ void get_feature(benchmark::State& state) {
             return hid_get_feature_report(hid, report.data(), report.size()) == static_cast<int>(report.size());
         });
 }
-BENCHMARK(get_feature)->Name("GetFeature over hid_get_feature_report")->UseRealTime()->MinTime(4);
+BENCHMARK(get_feature)->Name("GetFeature over hid_get_feature_report")->UseRealTime();
 
 void set_feature(benchmark::State& state) {
     compare(
@@ -66,7 +66,7 @@ void set_feature(benchmark::State& state) {
             return hid_send_feature_report(hid, report.data(), report.size()) == static_cast<int>(report.size());
         });
 }
-BENCHMARK(set_feature)->Name("SetFeature over hid_send_feature_report")->UseRealTime()->MinTime(4);
+BENCHMARK(set_feature)->Name("SetFeature over hid_send_feature_report")->UseRealTime();
 
 } // namespace
 

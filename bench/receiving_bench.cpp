@@ -4,9 +4,11 @@
 // is chosen by --benchmark_filter. Each of its packets tells when it was made. Another pad would take time as well.
 #include "paired.hpp"
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <string>
@@ -19,7 +21,13 @@ namespace {
 
 constexpr std::size_t made_at = 12; // where in a packet: 64 bits, little-endian, nanoseconds of CLOCK_MONOTONIC
 constexpr std::chrono::seconds settling_time{1};
-constexpr int measured_seconds = 10;
+
+// A whole number of them, or as many as are good for the figures.
+int seconds_to_measure() {
+    const char* wanted = std::getenv("VXPAD_BENCH_SECONDS");
+    return wanted == nullptr ? 10 : std::max(std::atoi(wanted), 1);
+}
+const int measured_seconds = seconds_to_measure();
 
 struct Report {
     double made_us;
@@ -86,7 +94,7 @@ void tell_latencies(benchmark::State& state, const std::string& prefix, const st
 
 // Of the medians of single seconds.
 void tell_spread(benchmark::State& state, const std::vector<Report>& reports, double start_us) {
-    std::vector<std::vector<double>> seconds(measured_seconds);
+    std::vector<std::vector<double>> seconds(static_cast<std::size_t>(measured_seconds));
     for (const Report& report : reports) {
         const auto second = static_cast<std::size_t>((report.made_us - start_us) / 1e6);
         if (second < seconds.size()) {

@@ -127,10 +127,7 @@ void components(benchmark::State& state) {
     }
     Deinitialize();
 }
-BENCHMARK(components)
-    ->Name("SendSspMessage and ReceiveSspMessage over libusb_bulk_transfer")
-    ->UseRealTime()
-    ->MinTime(4);
+BENCHMARK(components)->Name("SendSspMessage and ReceiveSspMessage over libusb_bulk_transfer")->UseRealTime();
 
 } // namespace
 

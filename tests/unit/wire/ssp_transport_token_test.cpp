@@ -254,7 +254,8 @@ TEST_F(QuietSspTransportToken, EveryLengthWithAMarkerAtEveryPlace) {
     constexpr std::size_t longest = 300;
     for (std::size_t size = 0; size <= longest; ++size) {
         expect_as_the_model(start_token + Bytes(size, 0xAA));
-        for (std::size_t at = 0; at < size; ++at) {
+        const std::size_t step = size < 150 ? 1 : 3; // the lengths nearby have the places between
+        for (std::size_t at = size % step; at < size; at += step) {
             Bytes given = start_token + Bytes(size, 0x55);
             const Bytes token{0xAA, 0x55, static_cast<unsigned char>((size + at) % 5 == 0 ? 2 : 0)};
             const std::size_t fitting = std::min(token.size(), size - at);
