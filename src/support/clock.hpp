@@ -1,18 +1,26 @@
 // Wall-clock time-outs.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <sys/time.h>
 
-// Time since its creation. A clock that is set back while it runs does not prolong a time-out.
+// Time since its creation. A clock that is set back while it runs does not prolong a time-out, and one that cannot be
+// read ends it.
 class Stopwatch {
   public:
     Stopwatch() : start_{now()}, last_{start_} {}
 
-    int elapsed_ms() { return static_cast<int>(elapsed_us() / 1000); }
+    int elapsed_ms() {
+        return static_cast<int>(std::min<std::int64_t>(elapsed_us() / 1000, std::numeric_limits<int>::max()));
+    }
 
     std::int64_t elapsed_us() {
         const std::int64_t current = now();
+        if (current == unknown || start_ == unknown) {
+            return std::numeric_limits<std::int64_t>::max(); // else a time-out would never come
+        }
         if (current < last_) {
             start_ -= last_ - current;
         }
@@ -21,9 +29,13 @@ class Stopwatch {
     }
 
   private:
+    static constexpr std::int64_t unknown = -1;
+
     static std::int64_t now() {
         timeval time{};
-        gettimeofday(&time, nullptr);
+        if (gettimeofday(&time, nullptr) != 0) {
+            return unknown;
+        }
         return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_usec;
     }
 

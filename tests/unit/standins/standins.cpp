@@ -276,6 +276,7 @@ void Bus::reset() {
     hid_exit_result = 0;
     libusb_init_result = 0;
     device_list_result = 0;
+    gettimeofday_result = 0;
     hid_error_text = L"no text";
     now_us_ = start_of_time_us;
     log_.clear();
@@ -407,6 +408,10 @@ int usleep(useconds_t microseconds) {
 }
 
 int gettimeofday(struct timeval* __restrict time, void* __restrict) noexcept {
+    const auto guard = bus().lock();
+    if (bus().gettimeofday_result < 0) {
+        return bus().gettimeofday_result;
+    }
     const std::int64_t now = bus().now_us();
     time->tv_sec = now / 1'000'000;
     time->tv_usec = now % 1'000'000;

@@ -184,7 +184,8 @@ class Bus {
     std::map<std::string, std::int64_t, std::less<>> cost_us;
     int hid_exit_result = 0;
     int libusb_init_result = 0;
-    int device_list_result = 0; // a negative one fails
+    int device_list_result = 0;  // a negative one fails
+    int gettimeofday_result = 0; // a negative one fails
     std::wstring hid_error_text = L"no text";
 
     std::int64_t now_us();
