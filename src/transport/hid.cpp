@@ -179,7 +179,11 @@ int hid_input_read(hid_device* hid, void* data, unsigned int length) {
     if (!arguments::expect_all(scope.where(), {"unsigned int len", length}, data, {"hid_device *hid", hid})) {
         return scope.exit(-1);
     }
-    hid_set_nonblocking(hid, 1);
+    if (hid_set_nonblocking(hid, 1) != 0) { // to read would be to wait, maybe for ever
+        VX_ERROR("hid_set_nonblocking() failed");
+        report_library_error(VX_HERE, hid);
+        return scope.exit(-1);
+    }
     const int result = hid_read(hid, static_cast<unsigned char*>(data), length);
     hid_set_nonblocking(hid, 0);
 

@@ -277,6 +277,7 @@ void Bus::reset() {
     libusb_init_result = 0;
     device_list_result = 0;
     gettimeofday_result = 0;
+    nonblocking_result = 0;
     hid_error_text = L"no text";
     now_us_ = start_of_time_us;
     log_.clear();
@@ -614,6 +615,9 @@ int hid_set_nonblocking(hid_device* handle, int nonblock) {
     const auto guard = Calls::begin("hid_set_nonblocking", Calls::name(handle) + ", " + std::to_string(nonblock));
     if (!Calls::is_open("hid_set_nonblocking", handle)) {
         return -1;
+    }
+    if (bus().nonblocking_result < 0) {
+        return bus().nonblocking_result;
     }
     handle->nonblocking = nonblock != 0;
     return 0;

@@ -277,6 +277,16 @@ TEST_F(HidReportsTest, FailedInputReadIsNotRepeated) {
     EXPECT_THAT(said(), Says("hidapi error: no text"));
 }
 
+// A read that waits may wait for ever, with the pad's lock held.
+TEST_F(HidReportsTest, InputReadThatWouldWaitIsNotMade) {
+    bus().nonblocking_result = -1;
+    pad.input_reports.push_back(counted(64));
+    Bytes data(64);
+    EXPECT_EQ(hid_input_read(handle, data.data(), 64), -1);
+    EXPECT_THAT(bus().log("hid_read"), IsEmpty());
+    EXPECT_THAT(said(), Says("hid_set_nonblocking() failed"));
+}
+
 // A report of another length is reported as a failure and yet returned.
 TEST_F(HidReportsTest, InputReadReturnsOddLengthsAsTheyCome) {
     for (const int length : {20, 200}) {
