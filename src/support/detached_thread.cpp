@@ -3,6 +3,7 @@
 #include "support/log_delivery.hpp"
 #include "support/thread_local.hpp"
 #include "support/trace.hpp"
+#include "support/waiting.hpp"
 #include "vxpadcom/internals/wrappthread.h"
 
 #include <atomic>
@@ -17,7 +18,7 @@ std::atomic<bool> opened{false};
 std::atomic<unsigned int> openings{0};
 
 // Either who waits has seen that nobody is inside, or the last one to leave sees who waits, and wakes them.
-std::atomic<int> waiting{0};
+std::atomic<int> waiting_for_all{0};
 
 // Held by the last one to leave while it says so, and by who waits for that.
 pthread_mutex_t leaving_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -86,7 +87,7 @@ void began() {
 }
 
 void left() {
-    if (--inside == 0 && waiting != 0) {
+    if (--inside == 0 && waiting_for_all != 0) {
         Pthread_mutex_lock(&leaving_lock);
         Pthread_cond_broadcast(&all_left);
         Pthread_mutex_unlock(&leaving_lock);
@@ -134,11 +135,9 @@ void give_up() {
 
 void wait_for_all() {
     Pthread_mutex_lock(&leaving_lock);
-    ++waiting;
-    while (inside != 0) {
-        Pthread_cond_wait(&all_left, &leaving_lock);
-    }
-    --waiting;
+    ++waiting_for_all;
+    waiting::wait_until(all_left, leaving_lock, [] { return inside == 0; });
+    --waiting_for_all;
     Pthread_mutex_unlock(&leaving_lock);
 }
 

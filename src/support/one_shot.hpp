@@ -1,6 +1,7 @@
 // A one-shot signal between threads.
 #pragma once
 
+#include "support/waiting.hpp"
 #include "vxpadcom/internals/wrappthread.h"
 
 // A flag with a condition variable: given once for all. Giving it again is harmless, and who comes late does not wait.
@@ -24,9 +25,7 @@ class OneShot {
 
     void wait() {
         Pthread_mutex_lock(&mutex_);
-        while (!given_) {
-            Pthread_cond_wait(&condition_, &mutex_);
-        }
+        waiting::wait_until(condition_, mutex_, [this] { return given_; });
         Pthread_mutex_unlock(&mutex_);
     }
 

@@ -53,6 +53,7 @@ struct Refusal {
 };
 Refusal memory;
 Refusal locks;
+Refusal waits;
 
 constexpr int rubbish = 0xA5;
 
@@ -95,6 +96,14 @@ int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attrib
     }
     static const auto real = reinterpret_cast<decltype(&pthread_mutex_init)>(dlsym(RTLD_NEXT, "pthread_mutex_init"));
     return real(mutex, attributes);
+}
+
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+    if (waits.due(__builtin_return_address(0))) {
+        return EINVAL;
+    }
+    static const auto real = reinterpret_cast<decltype(&pthread_cond_wait)>(dlsym(RTLD_NEXT, "pthread_cond_wait"));
+    return real(condition, mutex);
 }
 }
 
@@ -147,6 +156,9 @@ class Refusals : public testing::Test {
         memory.granted = never;
         memory.for_good = false;
         locks.granted = never;
+        locks.for_good = false;
+        waits.granted = never;
+        waits.for_good = false;
     }
 
     static void plug_pads() {
@@ -247,6 +259,28 @@ TEST_F(Refusals, OfOneLockEndNoProcess) {
         ASSERT_TRUE(work_quietly(errors) == usual) << granted << ": afterwards all is well again";
     }
     EXPECT_GT(refused, 1);
+}
+
+std::ptrdiff_t count_of(const std::string& text, const std::string& part) {
+    std::ptrdiff_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+// What waits for a thread keeps looking for it, and says once that it cannot wait.
+TEST_F(Refusals, OfEveryWaitHoldUpNobody) {
+    std::string errors;
+    const Outcome usual = work_quietly(errors);
+    waits.for_good = true;
+    waits.granted = 0;
+    const Outcome outcome = work_quietly(errors);
+    EXPECT_TRUE(waits.came());
+    grant_everything();
+    EXPECT_TRUE(outcome == usual) << errors;
+    EXPECT_GT(count_of(errors, "pthread_cond_wait()"), 0);
+    EXPECT_LE(count_of(errors, "pthread_cond_wait()"), 10) << "a line for each wait";
 }
 
 void initialize_and_refuse() {
