@@ -51,10 +51,11 @@ int set_handler(Call& call, unsigned int device, unsigned int interface_number, 
         VX_INFO_AT(call.where(), "receive input report thread already started ");
         return 0;
     }
+    interface.pirc_routine_running = true; // before the thread can say that it ends
     if (callback_thread::start(device, interface_number) != 0) {
+        interface.pirc_routine_running = false;
         return call.fail(VXPCEC_INVALID_PARAMETER, " Error of starting thread of processing frames by callback call");
     }
-    interface.pirc_routine_running = true;
     return 0;
 }
 

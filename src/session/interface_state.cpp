@@ -60,6 +60,7 @@ void clear(const trace::Location& where) {
         if (interface.uqueue != nullptr) {
             destroy_uni_queue(std::exchange(interface.uqueue, nullptr));
         }
+        interface.pirc_routine_running = false; // whatever was left over of a thread that has gone
         if (interface.starts != 0) {
             trace::Lock lock{&interface.info_lock, info_lock_name, where};
             interface.receiving.reset();

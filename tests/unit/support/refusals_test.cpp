@@ -54,6 +54,7 @@ struct Refusal {
 Refusal memory;
 Refusal locks;
 Refusal waits;
+std::atomic<bool> no_lock_works = false;
 
 constexpr int rubbish = 0xA5;
 
@@ -96,6 +97,23 @@ int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attrib
     }
     static const auto real = reinterpret_cast<decltype(&pthread_mutex_init)>(dlsym(RTLD_NEXT, "pthread_mutex_init"));
     return real(mutex, attributes);
+}
+
+int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+    if (no_lock_works && library.contains(__builtin_return_address(0))) {
+        return EINVAL;
+    }
+    static const auto real = reinterpret_cast<decltype(&pthread_mutex_lock)>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+    return real(mutex);
+}
+
+int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+    if (no_lock_works && library.contains(__builtin_return_address(0))) {
+        return EPERM;
+    }
+    static const auto real =
+        reinterpret_cast<decltype(&pthread_mutex_unlock)>(dlsym(RTLD_NEXT, "pthread_mutex_unlock"));
+    return real(mutex);
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
@@ -281,6 +299,26 @@ TEST_F(Refusals, OfEveryWaitHoldUpNobody) {
     EXPECT_TRUE(outcome == usual) << errors;
     EXPECT_GT(count_of(errors, "pthread_cond_wait()"), 0);
     EXPECT_LE(count_of(errors, "pthread_cond_wait()"), 10) << "a line for each wait";
+}
+
+// Without a callback the thread ends at once. Where no lock keeps it waiting, its end comes before its start is over.
+TEST_F(Refusals, OfLocksLeaveNoCallbackThreadBehindThatHasGone) {
+    std::string errors;
+    const Outcome usual = work_quietly(errors);
+    plug_pads();
+    {
+        standins::OutputCapture capture(STDERR_FILENO);
+        Initialize();
+        no_lock_works = true;
+        waits.for_good = true; // then the start is waited for with pauses
+        waits.granted = 0;
+        bus().hooks.usleep = [](unsigned int) { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
+        SetOnDataReceivedHandler(1, 0, nullptr, nullptr);
+        no_lock_works = false;
+        grant_everything();
+        Deinitialize();
+    }
+    EXPECT_TRUE(work_quietly(errors) == usual) << errors;
 }
 
 void initialize_and_refuse() {
