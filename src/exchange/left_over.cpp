@@ -101,7 +101,7 @@ void drop_beginning_of_answer(const trace::Location& where, vx_device& device) {
 bool take_in_all(const trace::Location& where, vx_device& device, int longest_wait_ms) {
     Stopwatch stopwatch;
     MessageSorter sorter{where, device, ReadFor::nothing, stopwatch};
-    message_queues::make(device);
+    static_cast<void>(message_queues::make(device)); // without them pen data is dropped too
     take_in(device, sorter, stopwatch, longest_wait_ms);
     forget_what_is_due(device, sorter.has_dropped());
     drop_beginning_of_answer(where, device);
@@ -146,7 +146,7 @@ Look look_once(vx_device& device, const stream_table::Table& stream, MessageSort
     if (const auto kept = sorter.sort(room, beginning + static_cast<std::size_t>(count))) {
         message_queues::keep_beginning(device, room.first(*kept));
     }
-    return Look::found_something;
+    return sorter.is_unable() ? Look::failed : Look::found_something;
 }
 
 void expect_left_over(vx_device& device) {

@@ -17,12 +17,13 @@ void hand_over(uni_queue* queue, Owned<unsigned char>& bytes, std::size_t size) 
 
 } // namespace
 
-void make(vx_device& device) {
+bool make(vx_device& device) {
     for (uni_queue** queue : {&device.ssp_input_read, &device.ssp_command_messages}) {
         if (*queue == nullptr) {
             *queue = init_uni_queue();
         }
     }
+    return device.ssp_input_read != nullptr && device.ssp_command_messages != nullptr;
 }
 
 uni_queue* queue_of(vx_device& device, Kind kind) {

@@ -15,8 +15,8 @@ constexpr std::size_t room_size = 4096;
 
 enum class Kind { pen_data, commands }; // commands: everything else
 
-// A record that has none yet gets its queues.
-void make(vx_device& device);
+// A record that has none yet gets its queues; false where one cannot be made.
+bool make(vx_device& device);
 uni_queue* queue_of(vx_device& device, Kind kind);
 void add(vx_device& device, Kind kind, Owned<unsigned char>& message, std::size_t size);
 

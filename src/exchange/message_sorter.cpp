@@ -35,6 +35,10 @@ bool take_old_beginning(vx_device& device, std::span<const unsigned char> receiv
 std::optional<std::size_t> MessageSorter::sort(std::span<unsigned char> room, std::size_t received) {
     const bool first_is_old = take_old_beginning(device_, room.first(received));
     message_cutter::Cutter cutter{where_, room, received};
+    if (!cutter.is_able()) {
+        is_unable_ = true;
+        return std::nullopt;
+    }
     while (auto frame = cutter.next()) {
         route(*frame, first_is_old && frame->is_first);
     }

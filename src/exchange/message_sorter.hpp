@@ -22,6 +22,9 @@ class MessageSorter {
     // Where the stream goes on, returns the size of its beginning at the start of the room.
     std::optional<std::size_t> sort(std::span<unsigned char> room, std::size_t received);
 
+    // What was received could not be cut, and is lost.
+    bool is_unable() const { return is_unable_; }
+
     void tell_dropped() const;
     bool has_dropped() const { return has_dropped_; }
 
@@ -36,4 +39,5 @@ class MessageSorter {
     Stopwatch& since_the_question_;
     bool has_measured_ = false; // how long the first report took
     bool has_dropped_ = false;
+    bool is_unable_ = false;
 };

@@ -150,7 +150,7 @@ class Receiver {
             }
             received = *kept + static_cast<std::size_t>(count);
         }
-        return 0;
+        return sorter_.is_unable() ? -1 : 0; // else the pad would be asked again until the time is over
     }
 
     int first_read(std::span<unsigned char> room, bool behind_a_beginning) {
@@ -252,7 +252,9 @@ int __receive_ssp_message(vx_device* device, void* data, unsigned int* length, u
         VX_ERROR("Error, *hid && *vcom_handle is %p", static_cast<void*>(nullptr));
         return scope.exit(-1);
     }
-    message_queues::make(*device);
+    if (!message_queues::make(*device)) {
+        return scope.exit(-1); // the answer would go nowhere, and the pad be asked again until the time is over
+    }
     VX_NOTE("START queue       ssp_input_read: %d", get_uni_queue_size(device->ssp_input_read));
     VX_NOTE("START queue ssp_command_messages: %d", get_uni_queue_size(device->ssp_command_messages));
 

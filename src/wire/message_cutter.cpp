@@ -23,7 +23,8 @@ Tail::Tail(std::span<const unsigned char> received) : size_{ssp_transport_token:
 
 Cutter::Cutter(const trace::Location& where, std::span<unsigned char> room, std::size_t received)
     : where_{where}, room_{room}, tail_{room.first(received)}, frames_{init_uni_queue()},
-      count_{ssp_transport_token_to_base_message_data(room.data(), received, frames_.get())}, left_{count_} {
+      count_{frames_ ? ssp_transport_token_to_base_message_data(room.data(), received, frames_.get()) : -1},
+      left_{count_} {
     if (count_ < 1) {
         VX_INFO_AT(where_, "Error, ssp_transport_token_to_base_message_data() return: count_of_ssp %d", count_);
     }

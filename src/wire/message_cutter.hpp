@@ -45,6 +45,9 @@ class Cutter {
     // At least one byte was received, at the start of the room.
     Cutter(const trace::Location& where, std::span<unsigned char> room, std::size_t received);
 
+    // Else nothing of what was received can be told.
+    bool is_able() const { return frames_ != nullptr; }
+
     // The next frame with a whole message; nothing behind the last.
     std::optional<Frame> next();
 

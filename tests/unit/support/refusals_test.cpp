@@ -321,6 +321,31 @@ TEST_F(Refusals, OfLocksLeaveNoCallbackThreadBehindThatHasGone) {
     EXPECT_TRUE(work_quietly(errors) == usual) << errors;
 }
 
+// An answer that has nowhere to go is not asked for again and again.
+TEST_F(Refusals, OfAQueueEndARequestAtOnce) {
+    bus().reset();
+    bus().plug(standins::vcom_pad()).answer = [](standins::UsbDevice& pad, const Bytes&) {
+        pad.incoming.push_back({0xAA, 0x55, 2, 0x81, 1, 0});
+    };
+    // The pad's lock, its two queues, and those into which what it sends is cut.
+    for (const int granted : {0, 1, 2, 3, 4}) {
+        std::string errors;
+        bus().take_log();
+        {
+            standins::OutputCapture capture(STDERR_FILENO);
+            locks.for_good = true;
+            locks.granted = granted;
+            EXPECT_EQ(Initialize(), 0);
+            EXPECT_TRUE(locks.came());
+            grant_everything();
+            errors = capture.text();
+            Deinitialize();
+        }
+        EXPECT_LE(count_of(errors, "init_uni_queue()"), 30) << granted;
+        EXPECT_LE(bus().log("libusb_bulk_transfer").size(), 50U) << granted;
+    }
+}
+
 void initialize_and_refuse() {
     bus().reset();
     bus().plug(standins::pad_of_type(9));
