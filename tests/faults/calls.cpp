@@ -60,6 +60,7 @@ struct Case {
     std::atomic<bool> running = false;
     std::atomic<bool> came = false;
     std::atomic<bool> keeps_queue = false;
+    std::atomic<unsigned int> failed_calls = 0;
     std::array<std::atomic<unsigned int>, groups> counts = {};
     std::atomic<unsigned int> naps = 0;
 };
@@ -114,6 +115,7 @@ std::optional<int> due(Group group) {
         return std::nullopt;
     }
     current.came = true;
+    ++current.failed_calls;
     errno = family->failure;
     return family->failure;
 }
@@ -542,6 +544,7 @@ void begin(Plan plan) {
     current.call = plan.call;
     current.for_good = plan.for_good;
     current.came = false;
+    current.failed_calls = 0;
     current.keeps_queue = false;
     current.naps = 0;
     for (auto& count : current.counts) {
@@ -558,6 +561,10 @@ std::array<unsigned int, groups> counts() {
 
 bool came_true() {
     return current.came;
+}
+
+unsigned int failed_calls() {
+    return current.failed_calls;
 }
 
 bool keeps_queue() {

@@ -40,7 +40,8 @@ std::optional<std::string> install();
 // From here on calls are counted, fail by the plan, and belong to the calling thread or to one of the library's.
 void begin(Plan plan);
 std::array<unsigned int, groups> counts();
-bool came_true();   // whether the planned call was made
+bool came_true(); // whether the planned call was made
+unsigned int failed_calls();
 bool keeps_queue(); // whether a queue, since it could not be locked, was not destroyed
 // No fault from here on.
 void end();
