@@ -1,10 +1,10 @@
 // The pauses between attempts of a command.
 #pragma once
 
+#include "support/pausing.hpp"
 #include "support/trace.hpp"
 
 #include <algorithm>
-#include <unistd.h>
 
 // The first takes 1 ms, each later one twice as long and 1 ms more, up to a cap if there is one.
 class GrowingPause {
@@ -16,7 +16,7 @@ class GrowingPause {
             pause_us_ = std::min(pause_us_, cap_us_);
         }
         VX_INFO_AT(where_, "failed, going to try again after usleep(%d)", pause_us_);
-        usleep(pause_us_);
+        pausing::take(pause_us_);
         pause_us_ = 2 * pause_us_ + 1000;
     }
 

@@ -3,6 +3,7 @@
 #include "commands/component_request.hpp"
 #include "commands/signpad_modes.hpp"
 #include "support/clock.hpp"
+#include "support/pausing.hpp"
 #include "support/result.hpp"
 #include "transport/record.hpp"
 #include "vxpadcom/internals/record.h"
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <unistd.h>
 
 namespace {
 
@@ -210,7 +210,7 @@ int ssp_common_check_configuration_state(vx_device* device) {
             } else {
                 VX_INFO("query of the state failed with %d, going to try again after usleep(%u)", answer, pause);
             }
-            usleep(pause);
+            pausing::take(pause);
         }
     }
     return scope.exit(state);

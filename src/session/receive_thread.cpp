@@ -5,6 +5,7 @@
 #include "support/detached_thread.hpp"
 #include "support/memory.hpp"
 #include "support/owners.hpp"
+#include "support/pausing.hpp"
 #include "support/result.hpp"
 #include "support/timer_slack.hpp"
 #include "transport/record.hpp"
@@ -66,7 +67,7 @@ int read_file(unsigned int device, unsigned int interface_number, Report& report
 void poll(const trace::Location& where, const ReceiveThread& thread, Report& report, timer_slack::Rest& rest) {
     if (const int result = read_file(thread.device, thread.interface_number, report); result != 0) {
         trace::error(where, "ReadFile() return exception %d", result);
-        usleep(error_pause_us);
+        pausing::take(error_pause_us);
         return;
     }
     rest.note(report.length > 0);

@@ -13,7 +13,7 @@ class Stopwatch {
     Stopwatch() : start_{now()}, last_{start_} {}
 
     int elapsed_ms() {
-        return static_cast<int>(std::min<std::int64_t>(elapsed_us() / 1000, std::numeric_limits<int>::max()));
+        return static_cast<int>(std::min<std::int64_t>(elapsed_us() / 1000, most_ms));
     }
 
     std::int64_t elapsed_us() {
@@ -30,6 +30,7 @@ class Stopwatch {
 
   private:
     static constexpr std::int64_t unknown = -1;
+    static constexpr int most_ms = std::numeric_limits<int>::max() / 2; // twelve days, and room to add to
 
     static std::int64_t now() {
         timeval time{};

@@ -3,6 +3,7 @@
 #include "support/arguments.hpp"
 #include "support/clock.hpp"
 #include "support/owners.hpp"
+#include "support/pausing.hpp"
 #include "support/print_helpers.hpp"
 #include "support/trace.hpp"
 #include "vxpadcom/internals/dev_errors.h"
@@ -42,7 +43,7 @@ bool retry(const trace::Location& where, hid_device* hid, Try attempt, ReportLas
         }
         if (outcome == Attempt::failed) {
             sleep_time *= 2;
-            usleep(sleep_time);
+            pausing::take(sleep_time);
         }
         const int elapsed_time = stopwatch.elapsed_ms();
         if (outcome == Attempt::failed) {

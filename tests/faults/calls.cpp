@@ -31,7 +31,7 @@ using standins::bus;
 
 namespace faults {
 
-const std::array<Family, 10> families{{
+const std::array<Family, 11> families{{
     {"hidapi", Group::hidapi, -1},
     {"libusb-io", Group::libusb, LIBUSB_ERROR_IO},
     {"libusb-pipe", Group::libusb, LIBUSB_ERROR_PIPE},
@@ -41,7 +41,8 @@ const std::array<Family, 10> families{{
     {"threads", Group::threads, EAGAIN},
     {"locks", Group::locks, EINVAL},
     {"files", Group::files, EIO},
-    {"time", Group::time, EINTR},
+    {"clock", Group::clock, EINVAL},
+    {"pauses", Group::pauses, EINTR},
 }};
 
 const Family* find_family(std::string_view name) {
@@ -93,7 +94,7 @@ struct Thread {
 thread_local Thread own;
 
 constexpr std::int64_t transfer_us = 100; // of a call to a pad, over the stand-ins' own
-constexpr std::int64_t wake_up_us = 50;   // of a pause that ends at once
+constexpr std::int64_t wake_up_us = 1000; // of a pause that a signal ends
 
 void spend(std::int64_t microseconds) {
     own.spent_us += microseconds;
@@ -284,9 +285,9 @@ int wait_for(pthread_cond_t* condition, pthread_mutex_t* mutex) {
 
 // The library's own threads really pause, or they would do nothing else; the application's makes way for them.
 int pause_for(useconds_t microseconds) {
-    if (due(Group::time)) {
-        spend(wake_up_us);
-        sched_yield();
+    if (due(Group::pauses)) {
+        spend(std::min<std::int64_t>(microseconds, wake_up_us));
+        std::this_thread::sleep_for(std::chrono::microseconds(own.is_main ? 0 : 20));
         return -1;
     }
     own.spent_us += microseconds;
@@ -414,9 +415,9 @@ const Entry entries[] = {
     {"fprintf", address(&print_formatted)},
     {"__fprintf_chk", address(&print_checked)},
     {"usleep", address(&pause_for)},
-    REFUSED(gettimeofday, time, -1),
-    REFUSED(localtime_r, time, nullptr),
-    REFUSED(strftime, time, 0),
+    REFUSED(gettimeofday, clock, -1),
+    REFUSED(localtime_r, clock, nullptr),
+    REFUSED(strftime, clock, 0),
 };
 
 // They cannot fail, or only for whoever calls them wrongly, or none of the exported functions that are tried here leads

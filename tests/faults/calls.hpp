@@ -15,8 +15,8 @@
 
 namespace faults {
 
-enum class Group { hidapi, libusb, memory, threads, locks, files, time };
-constexpr std::size_t groups = 7;
+enum class Group { hidapi, libusb, memory, threads, locks, files, clock, pauses };
+constexpr std::size_t groups = 8;
 
 // A way in which the calls of a group fail: the result, or the errno.
 struct Family {
@@ -24,7 +24,7 @@ struct Family {
     Group group;
     int failure;
 };
-extern const std::array<Family, 10> families;
+extern const std::array<Family, 11> families;
 const Family* find_family(std::string_view name);
 
 // Which call fails, counted from 1 within its group: it alone, or it and all behind it.

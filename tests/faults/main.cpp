@@ -556,8 +556,8 @@ void go_through_all(const Scenario& scenario, const Options& options, Totals& to
 
 int run_all(const Options& options) {
     Totals& totals = shared<Totals>();
-    tell("%-27s%6s%6s%6s%6s%6s%6s%6s %7s %6s %6s %6s %7s %5s\n", "scenario", "hid", "usb", "memory", "thread", "locks",
-         "files", "time", "cases", "missed", "failed", "CPU s", "wait s", "lines");
+    tell("%-27s%6s%6s%6s%6s%6s%6s%6s%6s %7s %6s %6s %6s %7s %5s\n", "scenario", "hid", "usb", "memory", "thread",
+         "locks", "files", "clock", "pause", "cases", "missed", "failed", "CPU s", "wait s", "lines");
     std::vector<pid_t> lanes;
     const auto jobs = std::min<std::size_t>(options.jobs, options.chosen.size());
     for (std::size_t lane = 0; lane < jobs; ++lane) {

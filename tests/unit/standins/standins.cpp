@@ -278,6 +278,7 @@ void Bus::reset() {
     device_list_result = 0;
     gettimeofday_result = 0;
     nonblocking_result = 0;
+    signals = false;
     hid_error_text = L"no text";
     now_us_ = start_of_time_us;
     log_.clear();
@@ -399,6 +400,10 @@ extern "C" {
 
 int usleep(useconds_t microseconds) {
     auto guard = Calls::begin("usleep", std::to_string(microseconds));
+    if (bus().signals) {
+        Calls::note_pause(std::min(microseconds, 1000U));
+        return -1;
+    }
     Calls::note_pause(microseconds);
     const auto hook = bus().hooks.usleep;
     guard.unlock();

@@ -186,6 +186,7 @@ class Bus {
     int libusb_init_result = 0;
     int device_list_result = 0;  // a negative one fails
     int gettimeofday_result = 0; // a negative one fails
+    bool signals = false;        // end every pause after a millisecond
     int nonblocking_result = 0;  // of hid_set_nonblocking(); a negative one fails
     std::wstring hid_error_text = L"no text";
 

@@ -46,7 +46,7 @@ TEST_F(Clock, ThatIsSetAheadByYearsEndsATimeOut) {
 TEST_F(Clock, ThatCannotBeReadEndsATimeOut) {
     Stopwatch stopwatch;
     bus().gettimeofday_result = -1;
-    EXPECT_EQ(stopwatch.elapsed_ms(), std::numeric_limits<int>::max());
+    EXPECT_EQ(stopwatch.elapsed_ms(), std::numeric_limits<int>::max() / 2);
     bus().gettimeofday_result = 0;
     bus().advance_us(3000);
     EXPECT_EQ(stopwatch.elapsed_ms(), 3) << "once it can be read again all is as before";
@@ -56,7 +56,7 @@ TEST_F(Clock, ThatCouldNotBeReadAtTheStartEndsATimeOut) {
     bus().gettimeofday_result = -1;
     Stopwatch stopwatch;
     bus().gettimeofday_result = 0;
-    EXPECT_EQ(stopwatch.elapsed_ms(), std::numeric_limits<int>::max());
+    EXPECT_EQ(stopwatch.elapsed_ms(), std::numeric_limits<int>::max() / 2);
 }
 
 } // namespace

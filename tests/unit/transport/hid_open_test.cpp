@@ -48,6 +48,13 @@ TEST_F(HidOpenTest, GivesUpWhenThePausesHaveFilledASecond) {
     EXPECT_THAT(said(), Says("hid_open_path() failed and return NULL"));
 }
 
+// As in an application with an interval timer, whose signals end every pause.
+TEST_F(HidOpenTest, SignalsDoNotMakeTheTriesMore) {
+    bus().signals = true;
+    EXPECT_EQ(hid_open_dev("gone"), nullptr);
+    EXPECT_LE(bus().log("hid_open_path").size(), tries_until_time_out);
+}
+
 TEST_F(HidOpenTest, TimeSpentInsideTheCallsCounts) {
     bus().cost_us["hid_open_path"] = 400'000;
     EXPECT_EQ(hid_open_dev("gone"), nullptr);
