@@ -423,7 +423,7 @@ const Entry entries[] = {
 // They cannot fail, or only for whoever calls them wrongly, or none of the exported functions that are tried here leads
 // to them: these stand in the second half.
 constexpr std::string_view left_alone[] = {
-    "abort", "btowc", "dladdr", "environ", "exit", "getenv", "gnu_get_libc_version", "hid_close", "hid_error",
+    "abort", "bcmp", "btowc", "dladdr", "environ", "exit", "getenv", "gnu_get_libc_version", "hid_close", "hid_error",
     "hid_free_enumeration", "libusb_close", "libusb_error_name", "libusb_free_config_descriptor",
     "libusb_free_device_list", "libusb_ref_device", "libusb_set_debug", "libusb_unref_device", "memcmp", "memcpy",
     "memmove", "memset", "round", "setlocale", "snprintf", "stderr", "stdout", "strcat", "strcmp", "strerror_r",
