@@ -12,9 +12,7 @@ class Stopwatch {
   public:
     Stopwatch() : start_{now()}, last_{start_} {}
 
-    int elapsed_ms() {
-        return static_cast<int>(std::min<std::int64_t>(elapsed_us() / 1000, most_ms));
-    }
+    int elapsed_ms() { return static_cast<int>(std::min<std::int64_t>(elapsed_us() / 1000, most_ms)); }
 
     std::int64_t elapsed_us() {
         const std::int64_t current = now();

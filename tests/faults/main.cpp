@@ -390,6 +390,7 @@ class Worker {
             return;
         }
         note_start();
+        std::thread([] {}).join(); // a sanitizer's own thread comes with the first one
         Outcome healthy = go_through(scenario_, {}, errors_);
         expect_life(healthy);
         if (!progress_.counted) {
