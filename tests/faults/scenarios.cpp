@@ -802,7 +802,12 @@ void receiving_restarted(Run& run) {
     const int enabled = enable(run, 1);
     if (enabled == 0) {
         let_threads_work(
-            run, [&] { return pad.input_reports.empty(); }, 10);
+            run,
+            [&] {
+                const auto guard = bus().lock();
+                return pad.input_reports.empty();
+            },
+            10);
     }
     run.expect_healthy(enabled == 0, "receiving does not start again");
     stop(run);
