@@ -8,7 +8,7 @@ const Lines rectangle_cleared_on(const std::string& p) {
     return {sent("65", p), asked(p)};
 }
 
-Lines operator+(Lines a, const Lines& b) {
+Lines joined(Lines a, const Lines& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
 }
@@ -215,9 +215,9 @@ TEST_P(RectangleTest, IsClearedOnThePadThatBecomesCurrent) {
     const Lines log = bus().log();
     Lines after(std::find(log.begin(), log.end(), "hid_free_enumeration()"), log.end());
     std::erase_if(after, [](const std::string& line) { return line.starts_with("hid_enumerate("); });
-    EXPECT_EQ(after, (Lines{"hid_free_enumeration()", "libusb_set_debug(1)", "libusb_get_device_list()",
-                            "libusb_free_device_list(1)", opened("a"), blocking("a")} +
-                      (has_rectangle() ? rectangle_cleared_on("a") : Lines{})));
+    EXPECT_EQ(after, joined({"hid_free_enumeration()", "libusb_set_debug(1)", "libusb_get_device_list()",
+                             "libusb_free_device_list(1)", opened("a"), blocking("a")},
+                            has_rectangle() ? rectangle_cleared_on("a") : Lines{}));
 }
 
 TEST_P(RectangleTest, IsClearedBeforeThePadIsClosed) {
@@ -225,7 +225,7 @@ TEST_P(RectangleTest, IsClearedBeforeThePadIsClosed) {
     start();
     core_uninitialize();
     EXPECT_EQ(bus().log(),
-              ((has_rectangle() ? rectangle_cleared_on("a") : Lines{}) + Lines{paused(50), closed("a"), "hid_exit()"}));
+              joined(has_rectangle() ? rectangle_cleared_on("a") : Lines{}, {paused(50), closed("a"), "hid_exit()"}));
 }
 
 TEST_P(RectangleTest, IsClearedWhenCyclingButNotWhenAPadIsNamed) {
@@ -235,7 +235,7 @@ TEST_P(RectangleTest, IsClearedWhenCyclingButNotWhenAPadIsNamed) {
     core_get_pad_settings(first);
     EXPECT_EQ(core_set_device_to_current(nullptr), 0);
     EXPECT_EQ(bus().take_log(),
-              (Lines{opened("b"), blocking("b")} + (has_rectangle() ? rectangle_cleared_on("b") : Lines{})));
+              joined({opened("b"), blocking("b")}, has_rectangle() ? rectangle_cleared_on("b") : Lines{}));
     EXPECT_EQ(core_set_device_to_current(first), 0);
     EXPECT_EQ(bus().take_log(), (Lines{paused(50), closed("a"), opened("a"), blocking("a")}));
 }

@@ -7,10 +7,10 @@
 
 namespace {
 
-using Callback = int (*)();
+using Function = int (*)();
 
 TEST(CallbackPair, HoldsWhatWasSetLast) {
-    CallbackPair<Callback> pair;
+    CallbackPair<Function> pair;
     EXPECT_FALSE(pair.is_set());
     EXPECT_EQ(pair.get().callback, nullptr);
     EXPECT_EQ(pair.get().user_specific, nullptr);
@@ -25,7 +25,7 @@ TEST(CallbackPair, HoldsWhatWasSetLast) {
 }
 
 TEST(CallbackPair, IsTakenOnce) {
-    CallbackPair<Callback> pair;
+    CallbackPair<Function> pair;
     int mark = 0;
     pair.set([] { return 1; }, &mark);
     const auto taken = pair.take();
@@ -39,7 +39,7 @@ TEST(CallbackPair, IsTakenOnce) {
 TEST(CallbackPair, LosesNothingThatIsSetWhileItIsTaken) {
     constexpr int times = 2'000;
     static std::array<int, times> marks;
-    CallbackPair<Callback> pair;
+    CallbackPair<Function> pair;
     std::atomic<bool> finished = false;
     std::thread setter([&] {
         for (int& mark : marks) {
@@ -60,8 +60,8 @@ TEST(CallbackPair, LosesNothingThatIsSetWhileItIsTaken) {
 
 TEST(CallbackPair, IsNeverTornByThreadsThatSetIt) {
     static std::array<int, 3> marks;
-    static constexpr std::array<Callback, 3> callbacks{[] { return 0; }, [] { return 1; }, [] { return 2; }};
-    CallbackPair<Callback> pair;
+    static constexpr std::array<Function, 3> callbacks{[] { return 0; }, [] { return 1; }, [] { return 2; }};
+    CallbackPair<Function> pair;
     pair.set(callbacks[0], &marks[0]);
     std::atomic<bool> finished = false;
     std::vector<std::thread> setters;
