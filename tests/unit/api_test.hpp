@@ -52,6 +52,11 @@ inline Record record_of(int handle) {
     return {static_cast<int>(code), text_of(GetExceptionName), text_of(GetExceptionMessage)};
 }
 
+// Arguments that pass where they are not the ones under test.
+inline char16_t some_text[64];
+inline unsigned char some_bytes[65];
+inline unsigned int some_number;
+
 constexpr int unknown = VXPCEC_UNKNOWN;
 constexpr int invalid_handle = VXPCEC_INVALID_HANDLE;
 constexpr int invalid_parameter = VXPCEC_INVALID_PARAMETER;

@@ -4,13 +4,11 @@
 
 using api::Record;
 using api::record_of;
+using api::some_bytes;
+using api::some_number;
+using api::some_text;
 
 namespace {
-
-// Arguments that pass where they are not the ones under test.
-char16_t text[8];
-unsigned int number;
-unsigned char bytes[8];
 
 constexpr unsigned int no_such_device = 99; // arguments are checked before the device is selected
 
@@ -39,40 +37,41 @@ constexpr const char* destination_short = "Error of input parameters, const unsi
 // Where several arguments are bad, the first in the order of the checks is the one that is named.
 const BadCall bad_calls[] = {
     {"TranslateErrorCode", [] { return TranslateErrorCode(0, nullptr, 0, nullptr); }, no_result, VXPCEC_UNKNOWN},
-    {"TranslateErrorCode", [] { return TranslateErrorCode(0, text, 0, nullptr); }, size_0, VXPCEC_UNKNOWN},
-    {"TranslateErrorCode", [] { return TranslateErrorCode(0, text, -1, &number); }, size_negative, VXPCEC_UNKNOWN},
-    {"TranslateErrorCode", [] { return TranslateErrorCode(0, text, 8, nullptr); }, no_reply, VXPCEC_UNKNOWN},
+    {"TranslateErrorCode", [] { return TranslateErrorCode(0, some_text, 0, nullptr); }, size_0, VXPCEC_UNKNOWN},
+    {"TranslateErrorCode", [] { return TranslateErrorCode(0, some_text, -1, &some_number); }, size_negative,
+     VXPCEC_UNKNOWN},
+    {"TranslateErrorCode", [] { return TranslateErrorCode(0, some_text, 8, nullptr); }, no_reply, VXPCEC_UNKNOWN},
 
     {"GetExceptionType", [] { return GetExceptionType(1, nullptr, 0, nullptr); }, no_result, VXPCEC_UNKNOWN},
-    {"GetExceptionType", [] { return GetExceptionType(1, text, INT_MIN, nullptr); }, size_lowest, VXPCEC_UNKNOWN},
-    {"GetExceptionType", [] { return GetExceptionType(1, text, 8, nullptr); }, no_reply, VXPCEC_UNKNOWN},
+    {"GetExceptionType", [] { return GetExceptionType(1, some_text, INT_MIN, nullptr); }, size_lowest, VXPCEC_UNKNOWN},
+    {"GetExceptionType", [] { return GetExceptionType(1, some_text, 8, nullptr); }, no_reply, VXPCEC_UNKNOWN},
     {"GetExceptionName", [] { return GetExceptionName(1, nullptr, 0, nullptr); }, no_result, VXPCEC_UNKNOWN},
-    {"GetExceptionName", [] { return GetExceptionName(1, text, -1, nullptr); }, size_negative, VXPCEC_UNKNOWN},
-    {"GetExceptionName", [] { return GetExceptionName(1, text, 8, nullptr); }, no_reply, VXPCEC_UNKNOWN},
+    {"GetExceptionName", [] { return GetExceptionName(1, some_text, -1, nullptr); }, size_negative, VXPCEC_UNKNOWN},
+    {"GetExceptionName", [] { return GetExceptionName(1, some_text, 8, nullptr); }, no_reply, VXPCEC_UNKNOWN},
     {"GetExceptionMessage", [] { return GetExceptionMessage(1, nullptr, 0, nullptr); }, no_result, VXPCEC_UNKNOWN},
-    {"GetExceptionMessage", [] { return GetExceptionMessage(1, text, 0, nullptr); }, size_0, VXPCEC_UNKNOWN},
-    {"GetExceptionMessage", [] { return GetExceptionMessage(1, text, 8, nullptr); }, no_reply, VXPCEC_UNKNOWN},
+    {"GetExceptionMessage", [] { return GetExceptionMessage(1, some_text, 0, nullptr); }, size_0, VXPCEC_UNKNOWN},
+    {"GetExceptionMessage", [] { return GetExceptionMessage(1, some_text, 8, nullptr); }, no_reply, VXPCEC_UNKNOWN},
     {"GetExceptionCode", [] { return GetExceptionCode(1, nullptr); }, no_reply, VXPCEC_UNKNOWN},
 
     {"SayHello", [] { return SayHello(nullptr, nullptr, 0, nullptr); }, no_text},
     {"SayHello", [] { return SayHello(u"x", nullptr, 0, nullptr); }, no_result},
-    {"SayHello", [] { return SayHello(u"x", text, 0, nullptr); }, size_0},
-    {"SayHello", [] { return SayHello(u"x", text, -1, &number); }, size_negative},
-    {"SayHello", [] { return SayHello(u"x", text, 8, nullptr); }, no_reply},
+    {"SayHello", [] { return SayHello(u"x", some_text, 0, nullptr); }, size_0},
+    {"SayHello", [] { return SayHello(u"x", some_text, -1, &some_number); }, size_negative},
+    {"SayHello", [] { return SayHello(u"x", some_text, 8, nullptr); }, no_reply},
     {"GetDeviceCount", [] { return GetDeviceCount(nullptr); }, no_reply},
     {"EnumerateDevicesStart", [] { return EnumerateDevicesStart(nullptr); }, no_reply},
     {"EnumerateDevicesNext", [] { return EnumerateDevicesNext(nullptr); }, no_reply},
 
     {"GetSerialNumber", [] { return GetSerialNumber(no_such_device, nullptr, 0, nullptr); }, no_result},
-    {"GetSerialNumber", [] { return GetSerialNumber(no_such_device, text, 0, nullptr); }, size_0},
-    {"GetSerialNumber", [] { return GetSerialNumber(no_such_device, text, INT_MIN, &number); }, size_lowest},
-    {"GetSerialNumber", [] { return GetSerialNumber(no_such_device, text, 8, nullptr); }, no_reply},
+    {"GetSerialNumber", [] { return GetSerialNumber(no_such_device, some_text, 0, nullptr); }, size_0},
+    {"GetSerialNumber", [] { return GetSerialNumber(no_such_device, some_text, INT_MIN, &some_number); }, size_lowest},
+    {"GetSerialNumber", [] { return GetSerialNumber(no_such_device, some_text, 8, nullptr); }, no_reply},
     {"GetProductName", [] { return GetProductName(no_such_device, 0, nullptr, 0, nullptr); }, no_result},
-    {"GetProductName", [] { return GetProductName(no_such_device, 0, text, -1, nullptr); }, size_negative},
-    {"GetProductName", [] { return GetProductName(no_such_device, 0, text, 8, nullptr); }, no_reply},
+    {"GetProductName", [] { return GetProductName(no_such_device, 0, some_text, -1, nullptr); }, size_negative},
+    {"GetProductName", [] { return GetProductName(no_such_device, 0, some_text, 8, nullptr); }, no_reply},
     {"GetVendorName", [] { return GetVendorName(no_such_device, nullptr, 0, nullptr); }, no_result},
-    {"GetVendorName", [] { return GetVendorName(no_such_device, text, 0, nullptr); }, size_0},
-    {"GetVendorName", [] { return GetVendorName(no_such_device, text, 8, nullptr); }, no_reply},
+    {"GetVendorName", [] { return GetVendorName(no_such_device, some_text, 0, nullptr); }, size_0},
+    {"GetVendorName", [] { return GetVendorName(no_such_device, some_text, 8, nullptr); }, no_reply},
     {"GetProductId", [] { return GetProductId(no_such_device, 0, nullptr); }, no_reply},
     {"GetVendorId", [] { return GetVendorId(no_such_device, nullptr); }, no_reply},
     {"GetUsbVersion", [] { return GetUsbVersion(no_such_device, nullptr); }, no_reply},
@@ -82,33 +81,34 @@ const BadCall bad_calls[] = {
     {"GetFeatureReportSize", [] { return GetFeatureReportSize(no_such_device, 0, nullptr); }, no_reply},
 
     {"SetFeature", [] { return SetFeature(no_such_device, 0, nullptr, 0, nullptr); }, no_reply},
-    {"SetFeature", [] { return SetFeature(no_such_device, 0, nullptr, 0, &number); }, no_source},
-    {"SetFeature", [] { return SetFeature(no_such_device, 0, bytes, 0, &number); }, source_empty},
+    {"SetFeature", [] { return SetFeature(no_such_device, 0, nullptr, 0, &some_number); }, no_source},
+    {"SetFeature", [] { return SetFeature(no_such_device, 0, some_bytes, 0, &some_number); }, source_empty},
     {"GetFeature", [] { return GetFeature(no_such_device, 0, nullptr, 0, nullptr); }, no_reply},
-    {"GetFeature", [] { return GetFeature(no_such_device, 0, nullptr, 0, &number); }, no_destination},
-    {"GetFeature", [] { return GetFeature(no_such_device, 0, bytes, 0, &number); }, destination_short},
-    {"GetFeature", [] { return GetFeature(no_such_device, 0, bytes, 1, &number); }, destination_short},
+    {"GetFeature", [] { return GetFeature(no_such_device, 0, nullptr, 0, &some_number); }, no_destination},
+    {"GetFeature", [] { return GetFeature(no_such_device, 0, some_bytes, 0, &some_number); }, destination_short},
+    {"GetFeature", [] { return GetFeature(no_such_device, 0, some_bytes, 1, &some_number); }, destination_short},
     {"WriteFile", [] { return WriteFile(no_such_device, 0, nullptr, 0, nullptr); }, no_reply},
-    {"WriteFile", [] { return WriteFile(no_such_device, 0, nullptr, 0, &number); }, no_source},
-    {"WriteFile", [] { return WriteFile(no_such_device, 0, bytes, 0, &number); }, source_empty},
+    {"WriteFile", [] { return WriteFile(no_such_device, 0, nullptr, 0, &some_number); }, no_source},
+    {"WriteFile", [] { return WriteFile(no_such_device, 0, some_bytes, 0, &some_number); }, source_empty},
     {"ReadFile", [] { return ReadFile(no_such_device, 0, nullptr, 0, nullptr); }, no_reply},
-    {"ReadFile", [] { return ReadFile(no_such_device, 0, nullptr, 0, &number); }, no_destination},
-    {"ReadFile", [] { return ReadFile(no_such_device, 0, bytes, 0, &number); }, destination_empty},
+    {"ReadFile", [] { return ReadFile(no_such_device, 0, nullptr, 0, &some_number); }, no_destination},
+    {"ReadFile", [] { return ReadFile(no_such_device, 0, some_bytes, 0, &some_number); }, destination_empty},
 };
 
 class BadArgument : public api::TwoPads, public testing::WithParamInterface<BadCall> {};
 
 TEST_P(BadArgument, IsFiledUnderTheFunctionsNameAndTouchesNothing) {
     GetDeviceCount(nullptr); // a record to read, for the functions that read one
-    std::fill(std::begin(text), std::end(text), u'x');
-    std::fill(std::begin(bytes), std::end(bytes), static_cast<unsigned char>(7));
-    number = api::preset;
+    std::fill(std::begin(some_text), std::end(some_text), u'x');
+    std::fill(std::begin(some_bytes), std::end(some_bytes), static_cast<unsigned char>(7));
+    some_number = api::preset;
 
     const int handle = GetParam().call();
     ASSERT_EQ(handle, 2);
-    EXPECT_EQ(number, api::preset);
-    EXPECT_TRUE(std::all_of(std::begin(text), std::end(text), [](char16_t unit) { return unit == u'x'; }));
-    EXPECT_TRUE(std::all_of(std::begin(bytes), std::end(bytes), [](unsigned char byte) { return byte == 7; }));
+    EXPECT_EQ(some_number, api::preset);
+    EXPECT_TRUE(std::all_of(std::begin(some_text), std::end(some_text), [](char16_t unit) { return unit == u'x'; }));
+    EXPECT_TRUE(
+        std::all_of(std::begin(some_bytes), std::end(some_bytes), [](unsigned char byte) { return byte == 7; }));
     EXPECT_THAT(standins::bus().log(), testing::IsEmpty());
     EXPECT_EQ(record_of(handle), (Record{GetParam().code, GetParam().function, GetParam().message}));
 }

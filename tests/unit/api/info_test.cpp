@@ -3,6 +3,8 @@
 using api::GuardedText;
 using api::Record;
 using api::record_of;
+using api::some_bytes;
+using api::some_text;
 using standins::bus;
 using standins::LogCapture;
 using standins::pad_of_type;
@@ -228,14 +230,13 @@ struct DeviceCall {
     friend std::ostream& operator<<(std::ostream& out, const DeviceCall& one) { return out << one.name; }
 };
 
-unsigned char bytes[65];
-char16_t text[64];
-
 const DeviceCall device_calls[] = {
     {"GetSerialNumber",
-     [](unsigned int device, unsigned int* reply) { return GetSerialNumber(device, text, 64, reply); }},
-    {"GetProductName", [](unsigned int device, unsigned int* reply) { return product_name(device, text, 64, reply); }},
-    {"GetVendorName", [](unsigned int device, unsigned int* reply) { return GetVendorName(device, text, 64, reply); }},
+     [](unsigned int device, unsigned int* reply) { return GetSerialNumber(device, some_text, 64, reply); }},
+    {"GetProductName",
+     [](unsigned int device, unsigned int* reply) { return product_name(device, some_text, 64, reply); }},
+    {"GetVendorName",
+     [](unsigned int device, unsigned int* reply) { return GetVendorName(device, some_text, 64, reply); }},
     {"GetProductId", product_id},
     {"GetVendorId", GetVendorId},
     {"GetUsbVersion", GetUsbVersion},
@@ -245,23 +246,27 @@ const DeviceCall device_calls[] = {
     {"GetBytesToSend", GetBytesToSend},
     {"GetEndPointCount", GetEndPointCount},
     {"GetFeatureReportSize", feature_report_size},
-    {"SetFeature", [](unsigned int device, unsigned int* reply) { return SetFeature(device, 0, bytes, 65, reply); }},
-    {"GetFeature", [](unsigned int device, unsigned int* reply) { return GetFeature(device, 0, bytes, 65, reply); }},
-    {"WriteFile", [](unsigned int device, unsigned int* reply) { return WriteFile(device, 0, bytes, 65, reply); }},
-    {"ReadFile", [](unsigned int device, unsigned int* reply) { return ReadFile(device, 0, bytes, 65, reply); }},
+    {"SetFeature",
+     [](unsigned int device, unsigned int* reply) { return SetFeature(device, 0, some_bytes, 65, reply); }},
+    {"GetFeature",
+     [](unsigned int device, unsigned int* reply) { return GetFeature(device, 0, some_bytes, 65, reply); }},
+    {"WriteFile", [](unsigned int device, unsigned int* reply) { return WriteFile(device, 0, some_bytes, 65, reply); }},
+    {"ReadFile", [](unsigned int device, unsigned int* reply) { return ReadFile(device, 0, some_bytes, 65, reply); }},
 };
 
 class DeviceNumber : public api::TwoPads, public testing::WithParamInterface<DeviceCall> {
   protected:
     void expect_refused(unsigned int device, const char* shown) {
-        std::fill(std::begin(text), std::end(text), u'x');
-        std::fill(std::begin(bytes), std::end(bytes), static_cast<unsigned char>(7));
+        std::fill(std::begin(some_text), std::end(some_text), u'x');
+        std::fill(std::begin(some_bytes), std::end(some_bytes), static_cast<unsigned char>(7));
         reply_ = api::preset;
         const int handle = GetParam().call(device, &reply_);
         ASSERT_NE(handle, 0) << device;
         EXPECT_EQ(reply_, api::preset);
-        EXPECT_TRUE(std::all_of(std::begin(text), std::end(text), [](char16_t unit) { return unit == u'x'; }));
-        EXPECT_TRUE(std::all_of(std::begin(bytes), std::end(bytes), [](unsigned char byte) { return byte == 7; }));
+        EXPECT_TRUE(
+            std::all_of(std::begin(some_text), std::end(some_text), [](char16_t unit) { return unit == u'x'; }));
+        EXPECT_TRUE(
+            std::all_of(std::begin(some_bytes), std::end(some_bytes), [](unsigned char byte) { return byte == 7; }));
         EXPECT_THAT(bus().log(), testing::IsEmpty());
         EXPECT_EQ(record_of(handle),
                   (Record{257, GetParam().name, std::string("Error of switching to device: ") + shown}));

@@ -13,10 +13,6 @@ using lock_lines::Locks;
 using lock_lines::locks_during;
 using lock_lines::own_locks_during;
 
-std::array<unsigned char, 65> bytes;
-std::array<char16_t, 64> text;
-unsigned int number;
-
 struct Case {
     const char* name;
     std::function<void()> prepare;
@@ -50,13 +46,13 @@ TEST_P(TakenLocks, AreThoseOfTheTable) {
 
 void nothing() {}
 void second_is_current() {
-    EXPECT_EQ(GetVendorId(2, &number), 0);
+    EXPECT_EQ(GetVendorId(2, &some_number), 0);
 }
 void third_is_current() {
-    EXPECT_EQ(GetVendorId(3, &number), 0);
+    EXPECT_EQ(GetVendorId(3, &some_number), 0);
 }
 void both_interfaces_are_open() {
-    EXPECT_EQ(GetFeature(1, 1, bytes.data(), 65, &number), 0);
+    EXPECT_EQ(GetFeature(1, 1, some_bytes, 65, &some_number), 0);
 }
 void transfers_fail() {
     bus().cost_us["hid_get_feature_report"] = 600'000;
@@ -68,7 +64,7 @@ void transfers_fail() {
 void first_is_removed() {
     transfers_fail();
     bus().hooks.open_path = standins::always{-1};
-    EXPECT_NE(GetFeature(1, 0, bytes.data(), 65, &number), 0);
+    EXPECT_NE(GetFeature(1, 0, some_bytes, 65, &some_number), 0);
 }
 void library_is_stopped() {
     EXPECT_EQ(Deinitialize(), 0);
@@ -118,78 +114,78 @@ const Case application[] = {
      "+start list list list list records pad pad pad pad queue queue pad pad pad queue queue "
      "-start"},
     {"IsInitialized", nothing, [] { IsInitialized(); }, "list"},
-    {"GetDeviceCount", nothing, [] { GetDeviceCount(&number); }, "list"},
+    {"GetDeviceCount", nothing, [] { GetDeviceCount(&some_number); }, "list"},
     {"GetDeviceCountOfNothing", nothing, [] { GetDeviceCount(nullptr); }, "records records"},
-    {"EnumerateDevicesStart", nothing, [] { EnumerateDevicesStart(&number); }, "list list"},
-    {"EnumerateDevicesStartOnAnother", second_is_current, [] { EnumerateDevicesStart(&number); },
+    {"EnumerateDevicesStart", nothing, [] { EnumerateDevicesStart(&some_number); }, "list list"},
+    {"EnumerateDevicesStartOnAnother", second_is_current, [] { EnumerateDevicesStart(&some_number); },
      "list +list +pad -list pad -pad"},
-    {"EnumerateDevicesNext", nothing, [] { EnumerateDevicesNext(&number); }, "list list +list +pad -list -pad"},
-    {"EnumerateDevicesNextAtTheEnd", third_is_current, [] { EnumerateDevicesNext(&number); }, "list list"},
-    {"EnumerateDevicesNextWithoutAList", library_is_stopped, [] { EnumerateDevicesNext(&number); }, "list"},
-    {"SayHello", nothing, [] { SayHello(u"hello", text.data(), 64, &number); }, ""},
+    {"EnumerateDevicesNext", nothing, [] { EnumerateDevicesNext(&some_number); }, "list list +list +pad -list -pad"},
+    {"EnumerateDevicesNextAtTheEnd", third_is_current, [] { EnumerateDevicesNext(&some_number); }, "list list"},
+    {"EnumerateDevicesNextWithoutAList", library_is_stopped, [] { EnumerateDevicesNext(&some_number); }, "list"},
+    {"SayHello", nothing, [] { SayHello(u"hello", some_text, 64, &some_number); }, ""},
 
     // Facts.
-    {"GetSerialNumber", nothing, [] { GetSerialNumber(1, text.data(), 64, &number); }, "list"},
-    {"GetSerialNumberOfAnother", second_is_current, [] { GetSerialNumber(1, text.data(), 64, &number); },
+    {"GetSerialNumber", nothing, [] { GetSerialNumber(1, some_text, 64, &some_number); }, "list"},
+    {"GetSerialNumberOfAnother", second_is_current, [] { GetSerialNumber(1, some_text, 64, &some_number); },
      "+list +pad -list pad -pad"},
-    {"GetProductName", nothing, [] { GetProductName(1, 0, text.data(), 64, &number); }, "list"},
-    {"GetVendorName", nothing, [] { GetVendorName(1, text.data(), 64, &number); }, "list"},
-    {"GetProductId", nothing, [] { GetProductId(1, 0, &number); }, "list"},
-    {"GetVendorId", nothing, [] { GetVendorId(1, &number); }, "list"},
-    {"GetVendorIdOfNoPad", nothing, [] { GetVendorId(9, &number); }, "list records records"},
-    {"GetVendorIdOfAVcomPad", nothing, [] { GetVendorId(3, &number); }, "+list +pad -list -pad"},
-    {"GetUsbVersion", nothing, [] { GetUsbVersion(1, &number); }, "list"},
-    {"GetEndPointCount", nothing, [] { GetEndPointCount(1, &number); }, "list"},
-    {"GetFeatureReportSize", nothing, [] { GetFeatureReportSize(1, 0, &number); }, "list"},
-    {"GetFeatureReportSizeOfARemovedPad", first_is_removed, [] { GetFeatureReportSize(1, 0, &number); },
+    {"GetProductName", nothing, [] { GetProductName(1, 0, some_text, 64, &some_number); }, "list"},
+    {"GetVendorName", nothing, [] { GetVendorName(1, some_text, 64, &some_number); }, "list"},
+    {"GetProductId", nothing, [] { GetProductId(1, 0, &some_number); }, "list"},
+    {"GetVendorId", nothing, [] { GetVendorId(1, &some_number); }, "list"},
+    {"GetVendorIdOfNoPad", nothing, [] { GetVendorId(9, &some_number); }, "list records records"},
+    {"GetVendorIdOfAVcomPad", nothing, [] { GetVendorId(3, &some_number); }, "+list +pad -list -pad"},
+    {"GetUsbVersion", nothing, [] { GetUsbVersion(1, &some_number); }, "list"},
+    {"GetEndPointCount", nothing, [] { GetEndPointCount(1, &some_number); }, "list"},
+    {"GetFeatureReportSize", nothing, [] { GetFeatureReportSize(1, 0, &some_number); }, "list"},
+    {"GetFeatureReportSizeOfARemovedPad", first_is_removed, [] { GetFeatureReportSize(1, 0, &some_number); },
      "list pad info records records"},
-    {"GetUsedTransportProtocol", nothing, [] { GetUsedTransportProtocol(1, &number); }, "list list"},
+    {"GetUsedTransportProtocol", nothing, [] { GetUsedTransportProtocol(1, &some_number); }, "list list"},
     {"SetUsedTransportProtocol", nothing, [] { SetUsedTransportProtocol(1, 1); }, "list list"},
-    {"GetBytesToSend", nothing, [] { GetBytesToSend(1, &number); }, "list"},
+    {"GetBytesToSend", nothing, [] { GetBytesToSend(1, &some_number); }, "list"},
 
     // Records of failures.
-    {"GetExceptionCode", [] { GetDeviceCount(nullptr); }, [] { GetExceptionCode(1, &number); }, "records records"},
-    {"GetExceptionCodeOfNone", nothing, [] { GetExceptionCode(63, &number); }, "records records records records"},
-    {"GetExceptionType", [] { GetDeviceCount(nullptr); }, [] { GetExceptionType(1, text.data(), 64, &number); },
+    {"GetExceptionCode", [] { GetDeviceCount(nullptr); }, [] { GetExceptionCode(1, &some_number); }, "records records"},
+    {"GetExceptionCodeOfNone", nothing, [] { GetExceptionCode(63, &some_number); }, "records records records records"},
+    {"GetExceptionType", [] { GetDeviceCount(nullptr); }, [] { GetExceptionType(1, some_text, 64, &some_number); },
      "records records"},
-    {"GetExceptionName", [] { GetDeviceCount(nullptr); }, [] { GetExceptionName(1, text.data(), 64, &number); },
+    {"GetExceptionName", [] { GetDeviceCount(nullptr); }, [] { GetExceptionName(1, some_text, 64, &some_number); },
      "records records"},
-    {"GetExceptionMessage", [] { GetDeviceCount(nullptr); }, [] { GetExceptionMessage(1, text.data(), 64, &number); },
-     "records records"},
-    {"TranslateErrorCode", nothing, [] { TranslateErrorCode(0, text.data(), 64, &number); }, ""},
+    {"GetExceptionMessage", [] { GetDeviceCount(nullptr); },
+     [] { GetExceptionMessage(1, some_text, 64, &some_number); }, "records records"},
+    {"TranslateErrorCode", nothing, [] { TranslateErrorCode(0, some_text, 64, &some_number); }, ""},
 
     // Reports.
-    {"SetFeature", nothing, [] { SetFeature(1, 0, bytes.data(), 65, &number); }, "list pad"},
-    {"SetFeatureToAFurtherInterface", nothing, [] { SetFeature(1, 1, bytes.data(), 65, &number); }, "list pad pad"},
+    {"SetFeature", nothing, [] { SetFeature(1, 0, some_bytes, 65, &some_number); }, "list pad"},
+    {"SetFeatureToAFurtherInterface", nothing, [] { SetFeature(1, 1, some_bytes, 65, &some_number); }, "list pad pad"},
     {"SetFeatureToAnOpenFurtherInterface", both_interfaces_are_open,
-     [] { SetFeature(1, 1, bytes.data(), 65, &number); }, "list pad pad"},
-    {"SetFeatureThatFails", transfers_fail, [] { SetFeature(1, 0, bytes.data(), 65, &number); },
+     [] { SetFeature(1, 1, some_bytes, 65, &some_number); }, "list pad pad"},
+    {"SetFeatureThatFails", transfers_fail, [] { SetFeature(1, 0, some_bytes, 65, &some_number); },
      "list pad records records"},
-    {"SetFeatureToAVcomPad", third_is_current, [] { SetFeature(3, 0, bytes.data(), 65, &number); }, "list pad"},
-    {"GetFeature", nothing, [] { GetFeature(1, 0, bytes.data(), 65, &number); }, "list pad"},
-    {"GetFeatureOfAFurtherInterface", both_interfaces_are_open, [] { GetFeature(1, 1, bytes.data(), 65, &number); },
+    {"SetFeatureToAVcomPad", third_is_current, [] { SetFeature(3, 0, some_bytes, 65, &some_number); }, "list pad"},
+    {"GetFeature", nothing, [] { GetFeature(1, 0, some_bytes, 65, &some_number); }, "list pad"},
+    {"GetFeatureOfAFurtherInterface", both_interfaces_are_open, [] { GetFeature(1, 1, some_bytes, 65, &some_number); },
      "list pad pad"},
-    {"GetFeatureThatFails", transfers_fail, [] { GetFeature(1, 0, bytes.data(), 65, &number); },
+    {"GetFeatureThatFails", transfers_fail, [] { GetFeature(1, 0, some_bytes, 65, &some_number); },
      "list pad records records"},
-    {"GetFeatureOfAVcomPad", third_is_current, [] { GetFeature(3, 0, bytes.data(), 65, &number); },
+    {"GetFeatureOfAVcomPad", third_is_current, [] { GetFeature(3, 0, some_bytes, 65, &some_number); },
      "list +pad queue queue queue -pad"},
-    {"WriteFile", nothing, [] { WriteFile(1, 0, bytes.data(), 65, &number); }, "list pad"},
-    {"WriteFileThatFails", transfers_fail, [] { WriteFile(1, 0, bytes.data(), 65, &number); },
+    {"WriteFile", nothing, [] { WriteFile(1, 0, some_bytes, 65, &some_number); }, "list pad"},
+    {"WriteFileThatFails", transfers_fail, [] { WriteFile(1, 0, some_bytes, 65, &some_number); },
      "list pad records records"},
-    {"WriteFileToAVcomPad", third_is_current, [] { WriteFile(3, 0, bytes.data(), 65, &number); }, "list pad"},
-    {"ReadFile", nothing, [] { ReadFile(1, 0, bytes.data(), 65, &number); }, "list pad"},
-    {"ReadFileThatFails", transfers_fail, [] { ReadFile(1, 0, bytes.data(), 65, &number); },
+    {"WriteFileToAVcomPad", third_is_current, [] { WriteFile(3, 0, some_bytes, 65, &some_number); }, "list pad"},
+    {"ReadFile", nothing, [] { ReadFile(1, 0, some_bytes, 65, &some_number); }, "list pad"},
+    {"ReadFileThatFails", transfers_fail, [] { ReadFile(1, 0, some_bytes, 65, &some_number); },
      "list pad records records"},
-    {"ReadFileOfAVcomPad", third_is_current, [] { ReadFile(3, 0, bytes.data(), 65, &number); }, "list pad"},
-    {"WriteFileBuffer", nothing, [] { WriteFileBuffer(1, 1, bytes.data(), 65, &number); }, "list list count list"},
-    {"ReadFileBuffer", nothing, [] { ReadFileBuffer(1, 1, bytes.data(), 65, &number); }, ""},
+    {"ReadFileOfAVcomPad", third_is_current, [] { ReadFile(3, 0, some_bytes, 65, &some_number); }, "list pad"},
+    {"WriteFileBuffer", nothing, [] { WriteFileBuffer(1, 1, some_bytes, 65, &some_number); }, "list list count list"},
+    {"ReadFileBuffer", nothing, [] { ReadFileBuffer(1, 1, some_bytes, 65, &some_number); }, ""},
     {"SendSspMessage", third_is_current, [] { SendSspMessage(3, 0, "\0\0\0\x10", 4); }, "list pad"},
     {"ReceiveSspMessage",
      [] {
          third_is_current();
          EXPECT_EQ(SendSspMessage(3, 0, "\0\0\0\x10", 4), 0);
      },
-     [] { ReceiveSspMessage(3, 0, bytes.data(), 65, 100, &number); }, "list +pad queue queue queue -pad"},
+     [] { ReceiveSspMessage(3, 0, some_bytes, 65, 100, &some_number); }, "list +pad queue queue queue -pad"},
 
     // Receiving.
     {"SetOnDataReceivedHandler", nothing, [] { SetOnDataReceivedHandler(1, 0, data, nullptr); },
@@ -208,8 +204,8 @@ const Case application[] = {
      "list list list list info list records records"},
     {"SetDataReceivingDisabled", [] { EXPECT_EQ(SetDataReceivingEnabled(1, 0, 1), 0); },
      [] { SetDataReceivingEnabled(1, 0, 0); }, "list info list pad"},
-    {"GetDataPacketsAvailable", received_before, [] { GetDataPacketsAvailable(1, 0, &number); }, "list"},
-    {"GetDataPacketsAvailableOfNoInterface", nothing, [] { GetDataPacketsAvailable(1, 8, &number); },
+    {"GetDataPacketsAvailable", received_before, [] { GetDataPacketsAvailable(1, 0, &some_number); }, "list"},
+    {"GetDataPacketsAvailableOfNoInterface", nothing, [] { GetDataPacketsAvailable(1, 8, &some_number); },
      "+list records records -list"},
     {"FlushDataPackets", received_before, [] { FlushDataPackets(1, 0); }, "list list list pad"},
     {"FlushDataPacketsOfNoInterface", nothing, [] { FlushDataPackets(1, 8); }, "+list records records -list"},
@@ -245,16 +241,16 @@ const Case blocks[] = {
     {"core_create_signature_rectangle", nothing,
      on_a_record([](vx_device* device) { return core_create_signature_rectangle(device, 0, 0, 0, 0, 0); }), "pad"},
     {"core_feature_read", nothing,
-     on_a_record([](vx_device* device) { return core_feature_read(device, bytes.data(), 64); }), ""},
+     on_a_record([](vx_device* device) { return core_feature_read(device, some_bytes, 64); }), ""},
     {"core_feature_write", nothing,
-     on_a_record([](vx_device* device) { return core_feature_write(device, bytes.data(), 64); }), ""},
+     on_a_record([](vx_device* device) { return core_feature_write(device, some_bytes, 64); }), ""},
     {"core_output_write", nothing,
-     on_a_record([](vx_device* device) { return core_output_write(device, bytes.data(), 64); }), "pad"},
-    {"core_input_read", nothing,
-     on_a_record([](vx_device* device) { return core_input_read(device, bytes.data(), 64); }), "pad"},
+     on_a_record([](vx_device* device) { return core_output_write(device, some_bytes, 64); }), "pad"},
+    {"core_input_read", nothing, on_a_record([](vx_device* device) { return core_input_read(device, some_bytes, 64); }),
+     "pad"},
     {"core_input_read_of_a_closed_record", nothing, on_a_record([](vx_device* device) {
          __core_close_dev(device);
-         return core_input_read(device, bytes.data(), 64);
+         return core_input_read(device, some_bytes, 64);
      }),
      "pad"},
     {"core_initialize", library_is_stopped,
@@ -275,11 +271,10 @@ const Case blocks[] = {
          core_set_device_to_current(settings.data());
      },
      ""},
-    {"core_get_hid_feature_report", nothing, [] { core_get_hid_feature_report(0, bytes.data(), 64); }, "pad"},
-    {"core_set_hid_feature_report", nothing, [] { core_set_hid_feature_report(0, bytes.data(), 64); }, "pad"},
-    {"core_get_hid_input_report", nothing, [] { core_get_hid_input_report(0, bytes.data(), 64); }, "pad"},
-    {"core_set_unsync_hid_output_report", nothing, [] { core_set_unsync_hid_output_report(0, bytes.data(), 64); },
-     "pad"},
+    {"core_get_hid_feature_report", nothing, [] { core_get_hid_feature_report(0, some_bytes, 64); }, "pad"},
+    {"core_set_hid_feature_report", nothing, [] { core_set_hid_feature_report(0, some_bytes, 64); }, "pad"},
+    {"core_get_hid_input_report", nothing, [] { core_get_hid_input_report(0, some_bytes, 64); }, "pad"},
+    {"core_set_unsync_hid_output_report", nothing, [] { core_set_unsync_hid_output_report(0, some_bytes, 64); }, "pad"},
     {"core_get_max_packet_size_of_input_report", nothing, [] { core_get_max_packet_size_of_input_report(); }, ""},
     {"core_get_max_packet_size_of_out_endpoint", nothing, [] { core_get_max_packet_size_of_out_endpoint(); }, ""},
     {"core_enable_ssp_biodata_sending", nothing, [] { core_enable_ssp_biodata_sending(); }, ""},
@@ -301,13 +296,13 @@ const Case blocks[] = {
     {"core_receive_ssp_message", third_is_current,
      [] {
          unsigned int size = 65;
-         core_receive_ssp_message(0, bytes.data(), &size, 5);
+         core_receive_ssp_message(0, some_bytes, &size, 5);
      },
      "pad"},
     {"core_clear_ssp_input_queue", third_is_current, [] { core_clear_ssp_input_queue(); }, "pad"},
     {"print_bits", nothing, [] { print_bits(5); }, "bits"},
-    {"print_bytes", nothing, [] { print_bytes(bytes.data(), 5); }, "bytes"},
-    {"print_wchar_to_asci", nothing, [] { print_wchar_to_asci(text.data()); }, "text"},
+    {"print_bytes", nothing, [] { print_bytes(some_bytes, 5); }, "bytes"},
+    {"print_wchar_to_asci", nothing, [] { print_wchar_to_asci(some_text); }, "text"},
     {"uni_queue", nothing,
      [] {
          uni_queue* const queue = init_uni_queue();
@@ -367,7 +362,7 @@ TEST_F(ThreadsLocks, AreThoseOfACallbackThreadThatEnds) {
 
 TEST_F(ThreadsLocks, AreThoseOfAnUploadThread) {
     const std::string locks =
-        locks_of_the_other_thread_during([] { EXPECT_EQ(WriteFileBuffer(1, 1, bytes.data(), 65, &number), 0); });
+        locks_of_the_other_thread_during([] { EXPECT_EQ(WriteFileBuffer(1, 1, some_bytes, 65, &some_number), 0); });
     EXPECT_EQ(locks, "data list pad data count");
 }
 

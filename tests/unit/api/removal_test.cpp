@@ -6,15 +6,14 @@
 
 using api::Record;
 using api::record_of;
+using api::some_bytes;
+using api::some_number;
+using api::some_text;
 using standins::bus;
 using standins::LogCapture;
 using testing::IsEmpty;
 
 namespace {
-
-unsigned char bytes[65];
-char16_t text[64];
-unsigned int number;
 
 struct Operation {
     const char* name;
@@ -26,28 +25,32 @@ struct Operation {
 constexpr const char* no_size = "Error of getting max packet size of hid interfaces for device: 1";
 
 const Operation operations[] = {
-    {"GetSerialNumber", [](unsigned int) { return GetSerialNumber(1, text, 64, &number); },
+    {"GetSerialNumber", [](unsigned int) { return GetSerialNumber(1, some_text, 64, &some_number); },
      "Error of getting serial number for device: 1"},
-    {"GetProductName", [](unsigned int interface) { return GetProductName(1, interface, text, 64, &number); },
+    {"GetProductName", [](unsigned int interface) { return GetProductName(1, interface, some_text, 64, &some_number); },
      "Error of getting device's name for device: 1"},
-    {"GetVendorName", [](unsigned int) { return GetVendorName(1, text, 64, &number); },
+    {"GetVendorName", [](unsigned int) { return GetVendorName(1, some_text, 64, &some_number); },
      "Error of getting device's manufacturer for device: 1"},
-    {"GetProductId", [](unsigned int interface) { return GetProductId(1, interface, &number); },
+    {"GetProductId", [](unsigned int interface) { return GetProductId(1, interface, &some_number); },
      "Error of getting product ID for device: 1"},
-    {"GetVendorId", [](unsigned int) { return GetVendorId(1, &number); }, "Error of getting vendor ID for device: 1"},
-    {"GetUsbVersion", [](unsigned int) { return GetUsbVersion(1, &number); },
+    {"GetVendorId", [](unsigned int) { return GetVendorId(1, &some_number); },
+     "Error of getting vendor ID for device: 1"},
+    {"GetUsbVersion", [](unsigned int) { return GetUsbVersion(1, &some_number); },
      "Error of getting bcdDevice for device: 1"},
-    {"GetEndPointCount", [](unsigned int) { return GetEndPointCount(1, &number); },
+    {"GetEndPointCount", [](unsigned int) { return GetEndPointCount(1, &some_number); },
      "Error of getting count of hid interfaces for device: 1"},
-    {"GetFeatureReportSize", [](unsigned int interface) { return GetFeatureReportSize(1, interface, &number); },
+    {"GetFeatureReportSize", [](unsigned int interface) { return GetFeatureReportSize(1, interface, &some_number); },
      no_size},
-    {"SetFeature", [](unsigned int interface) { return SetFeature(1, interface, bytes, 65, &number); }, no_size},
-    {"GetFeature", [](unsigned int interface) { return GetFeature(1, interface, bytes, 65, &number); }, no_size},
-    {"WriteFile", [](unsigned int interface) { return WriteFile(1, interface, bytes, 65, &number); }, no_size},
-    {"ReadFile", [](unsigned int interface) { return ReadFile(1, interface, bytes, 65, &number); }, no_size},
-    {"GetUsedTransportProtocol", [](unsigned int) { return GetUsedTransportProtocol(1, &number); }, nullptr},
+    {"SetFeature", [](unsigned int interface) { return SetFeature(1, interface, some_bytes, 65, &some_number); },
+     no_size},
+    {"GetFeature", [](unsigned int interface) { return GetFeature(1, interface, some_bytes, 65, &some_number); },
+     no_size},
+    {"WriteFile", [](unsigned int interface) { return WriteFile(1, interface, some_bytes, 65, &some_number); },
+     no_size},
+    {"ReadFile", [](unsigned int interface) { return ReadFile(1, interface, some_bytes, 65, &some_number); }, no_size},
+    {"GetUsedTransportProtocol", [](unsigned int) { return GetUsedTransportProtocol(1, &some_number); }, nullptr},
     {"SetUsedTransportProtocol", [](unsigned int) { return SetUsedTransportProtocol(1, 1); }, nullptr},
-    {"GetBytesToSend", [](unsigned int) { return GetBytesToSend(1, &number); }, nullptr},
+    {"GetBytesToSend", [](unsigned int) { return GetBytesToSend(1, &some_number); }, nullptr},
 };
 
 struct Notice {
@@ -76,7 +79,7 @@ class Removal : public api::TwoPads {
     // The pad is gone and an operation has found out.
     void find_out() {
         pull_out_first();
-        EXPECT_NE(GetFeature(1, 0, bytes, 65, &reply_), 0);
+        EXPECT_NE(GetFeature(1, 0, some_bytes, 65, &reply_), 0);
         notices.clear();
         bus().take_log();
     }
@@ -105,13 +108,14 @@ class RemovalDiscovery : public Removal, public testing::WithParamInterface<Disc
 
 TEST_P(RemovalDiscovery, IsReportedOnceBeforeTheTransferReturns) {
     pull_out_first();
-    number = api::preset;
-    std::fill(std::begin(bytes), std::end(bytes), static_cast<unsigned char>(7));
+    some_number = api::preset;
+    std::fill(std::begin(some_bytes), std::end(some_bytes), static_cast<unsigned char>(7));
     const int handle = GetParam().call(0);
     ASSERT_NE(handle, 0);
     expect_one_notice();
-    EXPECT_EQ(number, api::preset);
-    EXPECT_TRUE(std::all_of(std::begin(bytes), std::end(bytes), [](unsigned char byte) { return byte == 7; }));
+    EXPECT_EQ(some_number, api::preset);
+    EXPECT_TRUE(
+        std::all_of(std::begin(some_bytes), std::end(some_bytes), [](unsigned char byte) { return byte == 7; }));
     EXPECT_EQ(record_of(handle), (Record{257, GetParam().name, GetParam().failure}));
 }
 
@@ -137,13 +141,17 @@ TEST_P(RemovalDiscovery, WithoutAHandlerOnlyFails) {
 INSTANTIATE_TEST_SUITE_P(
     Functions, RemovalDiscovery,
     testing::Values(
-        Discovery{"SetFeature", [](unsigned int interface) { return SetFeature(1, interface, bytes, 65, &number); },
+        Discovery{"SetFeature",
+                  [](unsigned int interface) { return SetFeature(1, interface, some_bytes, 65, &some_number); },
                   "Error of write HID feature for device: 1"},
-        Discovery{"GetFeature", [](unsigned int interface) { return GetFeature(1, interface, bytes, 65, &number); },
+        Discovery{"GetFeature",
+                  [](unsigned int interface) { return GetFeature(1, interface, some_bytes, 65, &some_number); },
                   "Error of read HID feature for device: 1"},
-        Discovery{"WriteFile", [](unsigned int interface) { return WriteFile(1, interface, bytes, 65, &number); },
+        Discovery{"WriteFile",
+                  [](unsigned int interface) { return WriteFile(1, interface, some_bytes, 65, &some_number); },
                   "Error of set HID output report for device: 1"},
-        Discovery{"ReadFile", [](unsigned int interface) { return ReadFile(1, interface, bytes, 65, &number); },
+        Discovery{"ReadFile",
+                  [](unsigned int interface) { return ReadFile(1, interface, some_bytes, 65, &some_number); },
                   "Error of read HID input report for device: 1"}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
@@ -152,7 +160,7 @@ class RemovedPad : public Removal, public testing::WithParamInterface<Operation>
 TEST_P(RemovedPad, FailsEveryOperationWithOneNoticeEach) {
     find_out();
     for (const unsigned int interface : {0U, 1U, 7U, 8U, 9U, 0xFFFFFFFFU}) {
-        number = api::preset;
+        some_number = api::preset;
         const int result = GetParam().call(interface);
         if (GetParam().failure == nullptr) {
             EXPECT_EQ(result, 0);
@@ -161,7 +169,7 @@ TEST_P(RemovedPad, FailsEveryOperationWithOneNoticeEach) {
         }
         ASSERT_NE(result, 0);
         expect_one_notice();
-        EXPECT_EQ(number, api::preset);
+        EXPECT_EQ(some_number, api::preset);
         EXPECT_EQ(record_of(result), (Record{257, GetParam().name, GetParam().failure}));
     }
     EXPECT_THAT(bus().log(), IsEmpty()) << "a removed pad is not asked again";
@@ -187,16 +195,16 @@ TEST_F(Removal, LastsUntilTheNextInitialize) {
     bus().plug_again(*first_);
     bus().plug_again(*further_);
     EXPECT_NE(GetVendorId(1, &reply_), 0);
-    EXPECT_NE(GetFeature(1, 0, bytes, 65, &reply_), 0);
+    EXPECT_NE(GetFeature(1, 0, some_bytes, 65, &reply_), 0);
     EXPECT_EQ(Initialize(), 0);
     EXPECT_EQ(GetVendorId(1, &reply_), 0);
-    EXPECT_EQ(GetFeature(1, 0, bytes, 65, &reply_), 0);
-    EXPECT_EQ(GetFeature(1, 1, bytes, 65, &reply_), 0);
+    EXPECT_EQ(GetFeature(1, 0, some_bytes, 65, &reply_), 0);
+    EXPECT_EQ(GetFeature(1, 1, some_bytes, 65, &reply_), 0);
 }
 
 TEST_F(Removal, LeavesTheOtherPadInUse) {
     find_out();
-    EXPECT_EQ(GetFeature(2, 0, bytes, 65, &reply_), 0);
+    EXPECT_EQ(GetFeature(2, 0, some_bytes, 65, &reply_), 0);
     EXPECT_EQ(GetVendorId(2, &reply_), 0);
     EXPECT_THAT(notices, IsEmpty());
 }

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <thread>
 
+using api::some_bytes;
 using standins::bus;
 using standins::Bytes;
 using standins::LogCapture;
@@ -14,8 +15,7 @@ using testing::IsEmpty;
 
 namespace {
 
-char text[256];
-unsigned char bytes[64];
+char core_text[256];
 
 struct Request {
     const char* name;
@@ -24,19 +24,19 @@ struct Request {
 };
 
 const Request requests[] = {
-    {"core_get_serial_number", [] { return core_get_serial_number(text); }},
-    {"core_get_pad_name", [] { return core_get_pad_name(text); }},
-    {"core_get_pad_manufacturer", [] { return core_get_pad_manufacturer(text); }},
+    {"core_get_serial_number", [] { return core_get_serial_number(core_text); }},
+    {"core_get_pad_name", [] { return core_get_pad_name(core_text); }},
+    {"core_get_pad_manufacturer", [] { return core_get_pad_manufacturer(core_text); }},
     {"core_get_pad_product_id", core_get_pad_product_id},
     {"core_get_vendor_id", core_get_vendor_id},
     {"core_get_pad_bcd_device", core_get_pad_bcd_device},
     {"core_get_count_of_hid_interfaces", core_get_count_of_hid_interfaces},
     {"core_get_max_packet_size_of_out_endpoint", core_get_max_packet_size_of_out_endpoint},
     {"core_get_max_packet_size_of_input_report", core_get_max_packet_size_of_input_report},
-    {"core_set_hid_feature_report", [] { return core_set_hid_feature_report(0, bytes, 64); }},
-    {"core_get_hid_feature_report", [] { return core_get_hid_feature_report(0, bytes, 64); }},
-    {"core_set_unsync_hid_output_report", [] { return core_set_unsync_hid_output_report(0, bytes, 64); }},
-    {"core_get_hid_input_report", [] { return core_get_hid_input_report(0, bytes, 64); }},
+    {"core_set_hid_feature_report", [] { return core_set_hid_feature_report(0, some_bytes, 64); }},
+    {"core_get_hid_feature_report", [] { return core_get_hid_feature_report(0, some_bytes, 64); }},
+    {"core_set_unsync_hid_output_report", [] { return core_set_unsync_hid_output_report(0, some_bytes, 64); }},
+    {"core_get_hid_input_report", [] { return core_get_hid_input_report(0, some_bytes, 64); }},
 };
 
 class AnyRequest : public api::Test, public testing::WithParamInterface<Request> {
@@ -62,7 +62,7 @@ TEST_P(AnyRequest, AnswersRemovedOnceThePadIsKnownToBe) {
     standins::HidInterface& pad = bus().plug(pad_of_type(9));
     Initialize();
     bus().unplug(pad);
-    EXPECT_EQ(core_get_hid_feature_report(0, bytes, 64), -20);
+    EXPECT_EQ(core_get_hid_feature_report(0, some_bytes, 64), -20);
     bus().plug_again(pad);
     EXPECT_EQ(GetParam().call(), -20);
 }
@@ -184,7 +184,7 @@ struct TransferRequest {
 
 class TransferRequests : public api::TwoPads, public testing::WithParamInterface<TransferRequest> {
   protected:
-    static int call(unsigned int interface, int size = 64) { return GetParam().call(interface, bytes, size); }
+    static int call(unsigned int interface, int size = 64) { return GetParam().call(interface, some_bytes, size); }
 
     void expect_refused(int result, const std::string& reason, const LogCapture& log) {
         EXPECT_EQ(result, -1) << reason;
@@ -298,7 +298,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(Queries, AFeatureWriteToThePadIsAnnounced) {
     start(pad_of_type(9));
     const LogCapture log;
-    core_set_hid_feature_report(0, bytes, 33);
+    core_set_hid_feature_report(0, some_bytes, 33);
     EXPECT_EQ(log.count("Going to call hid_feature_write(data_size: 33)"), 1);
 }
 

@@ -12,31 +12,29 @@ void PrintTo(const DeviceCall& call, std::ostream* stream) {
     *stream << call.name;
 }
 
-std::array<char16_t, 64> text;
-std::array<unsigned char, 65> bytes;
-unsigned int number;
-
 std::vector<DeviceCall> device_calls() {
     return {
-        {"GetSerialNumber", [](unsigned int device) { return GetSerialNumber(device, text.data(), 64, &number); }},
-        {"GetProductName", [](unsigned int device) { return GetProductName(device, 0, text.data(), 64, &number); }},
-        {"GetVendorName", [](unsigned int device) { return GetVendorName(device, text.data(), 64, &number); }},
-        {"GetProductId", [](unsigned int device) { return GetProductId(device, 0, &number); }},
-        {"GetVendorId", [](unsigned int device) { return GetVendorId(device, &number); }},
-        {"GetUsbVersion", [](unsigned int device) { return GetUsbVersion(device, &number); }},
-        {"GetEndPointCount", [](unsigned int device) { return GetEndPointCount(device, &number); }},
-        {"GetFeatureReportSize", [](unsigned int device) { return GetFeatureReportSize(device, 0, &number); }},
-        {"GetUsedTransportProtocol", [](unsigned int device) { return GetUsedTransportProtocol(device, &number); }},
+        {"GetSerialNumber", [](unsigned int device) { return GetSerialNumber(device, some_text, 64, &some_number); }},
+        {"GetProductName", [](unsigned int device) { return GetProductName(device, 0, some_text, 64, &some_number); }},
+        {"GetVendorName", [](unsigned int device) { return GetVendorName(device, some_text, 64, &some_number); }},
+        {"GetProductId", [](unsigned int device) { return GetProductId(device, 0, &some_number); }},
+        {"GetVendorId", [](unsigned int device) { return GetVendorId(device, &some_number); }},
+        {"GetUsbVersion", [](unsigned int device) { return GetUsbVersion(device, &some_number); }},
+        {"GetEndPointCount", [](unsigned int device) { return GetEndPointCount(device, &some_number); }},
+        {"GetFeatureReportSize", [](unsigned int device) { return GetFeatureReportSize(device, 0, &some_number); }},
+        {"GetUsedTransportProtocol",
+         [](unsigned int device) { return GetUsedTransportProtocol(device, &some_number); }},
         {"SetUsedTransportProtocol", [](unsigned int device) { return SetUsedTransportProtocol(device, 1); }},
-        {"GetBytesToSend", [](unsigned int device) { return GetBytesToSend(device, &number); }},
-        {"SetFeature", [](unsigned int device) { return SetFeature(device, 0, bytes.data(), 65, &number); }},
-        {"GetFeature", [](unsigned int device) { return GetFeature(device, 0, bytes.data(), 65, &number); }},
-        {"WriteFile", [](unsigned int device) { return WriteFile(device, 0, bytes.data(), 65, &number); }},
-        {"ReadFile", [](unsigned int device) { return ReadFile(device, 0, bytes.data(), 65, &number); }},
-        {"WriteFileBuffer", [](unsigned int device) { return WriteFileBuffer(device, 1, bytes.data(), 65, &number); }},
-        {"SendSspMessage", [](unsigned int device) { return SendSspMessage(device, 0, bytes.data(), 4); }},
+        {"GetBytesToSend", [](unsigned int device) { return GetBytesToSend(device, &some_number); }},
+        {"SetFeature", [](unsigned int device) { return SetFeature(device, 0, some_bytes, 65, &some_number); }},
+        {"GetFeature", [](unsigned int device) { return GetFeature(device, 0, some_bytes, 65, &some_number); }},
+        {"WriteFile", [](unsigned int device) { return WriteFile(device, 0, some_bytes, 65, &some_number); }},
+        {"ReadFile", [](unsigned int device) { return ReadFile(device, 0, some_bytes, 65, &some_number); }},
+        {"WriteFileBuffer",
+         [](unsigned int device) { return WriteFileBuffer(device, 1, some_bytes, 65, &some_number); }},
+        {"SendSspMessage", [](unsigned int device) { return SendSspMessage(device, 0, some_bytes, 4); }},
         {"ReceiveSspMessage",
-         [](unsigned int device) { return ReceiveSspMessage(device, 0, bytes.data(), 65, 10, &number); }},
+         [](unsigned int device) { return ReceiveSspMessage(device, 0, some_bytes, 65, 10, &some_number); }},
     };
 }
 
@@ -115,14 +113,14 @@ TEST_P(CallOfPulledPad, BeforeTheSwitchTellsEachTime) {
         expect_told(2);
     }
     EXPECT_THAT(bus().take_log(), IsEmpty()) << "it is not asked again";
-    EXPECT_EQ(GetVendorId(1, &number), 0) << "the other pad is not concerned";
+    EXPECT_EQ(GetVendorId(1, &some_number), 0) << "the other pad is not concerned";
     expect_told(2);
     EXPECT_THAT(bus().log("hid_open_path"), Each("hid_open_path(1-1:1.0)"));
 }
 
 TEST_P(CallOfPulledPad, BetweenClosingAndOpeningTells) {
-    ASSERT_EQ(GetVendorId(2, &number), 0); // open from now on
-    ASSERT_EQ(GetVendorId(1, &number), 0);
+    ASSERT_EQ(GetVendorId(2, &some_number), 0); // open from now on
+    ASSERT_EQ(GetVendorId(1, &some_number), 0);
     bus().take_log();
     bus().hooks.open_path = [this](const std::string& path) {
         if (path == "1-2:1.0") {
@@ -138,41 +136,41 @@ TEST_P(CallOfPulledPad, BetweenClosingAndOpeningTells) {
 // A pad that stays current is not reopened: the transfers find out, what is known without the pad is answered.
 TEST_F(PulledPad, IsFoundByTheFirstCallThatReachesAClosedInterface) {
     pull_first();
-    EXPECT_EQ(message_of(GetFeature(1, 1, bytes.data(), 65, &number)),
+    EXPECT_EQ(message_of(GetFeature(1, 1, some_bytes, 65, &some_number)),
               "Error of read HID feature for device: 1"); // not opened so far
     EXPECT_EQ(notices_->take(), Devices{1});
-    EXPECT_EQ(message_of(GetProductId(1, 0, &number)), "Error of getting product ID for device: 1");
+    EXPECT_EQ(message_of(GetProductId(1, 0, &some_number)), "Error of getting product ID for device: 1");
     EXPECT_EQ(notices_->take(), Devices{1});
     bus().take_log();
     for (const unsigned int interface : {0U, 1U}) {
-        EXPECT_NE(core_get_hid_feature_report(interface, bytes.data(), 64), 0);
+        EXPECT_NE(core_get_hid_feature_report(interface, some_bytes, 64), 0);
     }
     EXPECT_THAT(bus().log("hid_open_path"), Each("hid_open_path(1-1:1.0)")) << "the interface is not asked again";
 }
 
 TEST_F(PulledPad, IsFoundByTheFirstMessageToAClosedInterface) {
     pull_first();
-    EXPECT_NE(SendSspMessage(1, 1, bytes.data(), 4), 0);
+    EXPECT_NE(SendSspMessage(1, 1, some_bytes, 4), 0);
     EXPECT_EQ(notices_->take(), Devices{1});
-    EXPECT_NE(GetProductId(1, 0, &number), 0);
+    EXPECT_NE(GetProductId(1, 0, &some_number), 0);
 }
 
 TEST_F(PulledPad, IsNotMeantByTheNumberBehindTheLastInterface) {
-    EXPECT_NE(GetFeature(1, 2, bytes.data(), 65, &number), 0);
-    EXPECT_NE(SendSspMessage(1, 2, bytes.data(), 4), 0);
+    EXPECT_NE(GetFeature(1, 2, some_bytes, 65, &some_number), 0);
+    EXPECT_NE(SendSspMessage(1, 2, some_bytes, 4), 0);
     EXPECT_EQ(notices_->take(), Devices{});
-    EXPECT_EQ(GetProductId(1, 0, &number), 0);
-    EXPECT_EQ(GetFeature(1, 0, bytes.data(), 65, &number), 0);
+    EXPECT_EQ(GetProductId(1, 0, &some_number), 0);
+    EXPECT_EQ(GetFeature(1, 0, some_bytes, 65, &some_number), 0);
 }
 
 TEST_F(PulledPad, LeavesTheCurrentPadWhatItWas) {
     bus().unplug(*second_);
-    EXPECT_NE(GetVendorId(2, &number), 0);
+    EXPECT_NE(GetVendorId(2, &some_number), 0);
     unsigned int next = 0;
     EXPECT_EQ(EnumerateDevicesNext(&next), 0);
     EXPECT_EQ(next, 0U) << "pad 2 comes behind pad 1, and it has gone";
     EXPECT_EQ(notices_->take(), (Devices{2, 2}));
-    EXPECT_EQ(GetFeature(1, 0, bytes.data(), 65, &number), 0);
+    EXPECT_EQ(GetFeature(1, 0, some_bytes, 65, &some_number), 0);
 }
 
 // Pulled while the library starts.
@@ -186,11 +184,11 @@ TEST_F(PulledPad, DuringTheSearchIsListedAndTold) {
         return std::optional<int>();
     };
     ASSERT_EQ(Initialize(), 0);
-    EXPECT_EQ(GetDeviceCount(&number), 2);
+    EXPECT_EQ(GetDeviceCount(&some_number), 2);
     notices_.emplace();
-    EXPECT_EQ(GetFeature(2, 0, bytes.data(), 65, &number), 0) << "the pad behind it";
+    EXPECT_EQ(GetFeature(2, 0, some_bytes, 65, &some_number), 0) << "the pad behind it";
     EXPECT_EQ(notices_->take(), Devices{});
-    EXPECT_NE(GetProductId(1, 0, &number), 0);
+    EXPECT_NE(GetProductId(1, 0, &some_number), 0);
     EXPECT_EQ(notices_->take(), Devices{1});
 }
 
@@ -204,30 +202,30 @@ TEST_F(PulledPad, DuringTheSearchHidesNoneBehindIt) {
     };
     bus().plug(standins::pad_of_type(9, "1-3:1.0", 0, L"SN0003"));
     ASSERT_EQ(Initialize(), 0);
-    EXPECT_EQ(GetDeviceCount(&number), 3);
+    EXPECT_EQ(GetDeviceCount(&some_number), 3);
     notices_.emplace();
-    EXPECT_EQ(GetFeature(3, 0, bytes.data(), 65, &number), 0);
-    EXPECT_EQ(GetFeature(1, 0, bytes.data(), 65, &number), 0);
-    EXPECT_NE(GetProductId(2, 0, &number), 0);
+    EXPECT_EQ(GetFeature(3, 0, some_bytes, 65, &some_number), 0);
+    EXPECT_EQ(GetFeature(1, 0, some_bytes, 65, &some_number), 0);
+    EXPECT_NE(GetProductId(2, 0, &some_number), 0);
     EXPECT_EQ(notices_->take(), Devices{2});
 }
 
 // The start of receiving.
 
-struct Start {
+struct StartOfPad {
     unsigned int device;
     unsigned int interface;
     bool is_known; // before the start
-    friend void PrintTo(const Start& start, std::ostream* stream) {
+    friend void PrintTo(const StartOfPad& start, std::ostream* stream) {
         *stream << start.device << '/' << start.interface << (start.is_known ? " known" : "");
     }
 };
 
-class StartOnPulledPad : public PulledPad, public testing::WithParamInterface<Start> {};
+class StartOnPulledPad : public PulledPad, public testing::WithParamInterface<StartOfPad> {};
 
 INSTANTIATE_TEST_SUITE_P(Interfaces, StartOnPulledPad,
-                         testing::Values(Start{1, 0, false}, Start{1, 1, false}, Start{1, 0, true}, Start{1, 1, true},
-                                         Start{2, 0, false}, Start{2, 0, true}));
+                         testing::Values(StartOfPad{1, 0, false}, StartOfPad{1, 1, false}, StartOfPad{1, 0, true},
+                                         StartOfPad{1, 1, true}, StartOfPad{2, 0, false}, StartOfPad{2, 0, true}));
 
 TEST_P(StartOnPulledPad, EndsByItselfAndTellsOnce) {
     const unsigned int device = GetParam().device;
@@ -239,9 +237,9 @@ TEST_P(StartOnPulledPad, EndsByItselfAndTellsOnce) {
         bus().unplug(*second_);
     }
     if (GetParam().is_known) {
-        EXPECT_NE(GetFeature(device, 0, bytes.data(), 65, &number), 0);
+        EXPECT_NE(GetFeature(device, 0, some_bytes, 65, &some_number), 0);
         notices_->take();
-        EXPECT_EQ(GetProductId(3 - device, 0, &number), 0); // so that the start has to switch
+        EXPECT_EQ(GetProductId(3 - device, 0, &some_number), 0); // so that the start has to switch
     }
     bus().take_log();
     EXPECT_EQ(SetDataReceivingEnabled(device, interface, 1), 0);
@@ -278,7 +276,7 @@ TEST_F(PulledPad, BesideAnotherReceivingInterfaceIsTold) {
     EXPECT_TRUE(comes_true([&] { return notices_->count() >= 2; })) << "by both threads";
     EXPECT_TRUE(is_quiet("1-1:1.0"));
     EXPECT_TRUE(is_quiet("1-1:1.1"));
-    EXPECT_NE(GetProductId(1, 0, &number), 0);
+    EXPECT_NE(GetProductId(1, 0, &some_number), 0);
 }
 
 // What a receive thread has read from last, on that thread.
@@ -307,9 +305,9 @@ TEST_F(PulledPad, ThatASelectionFindsEndsTheReceivingOfItsFirstInterfaceAlone) {
         ASSERT_TRUE(gates[interface].somebody_waits());
     }
     pull_first();
-    EXPECT_EQ(core_get_hid_feature_report(0, bytes.data(), 64), -20) << "who asks the core tells nobody";
-    EXPECT_EQ(GetProductId(2, 0, &number), 0);
-    EXPECT_NE(GetProductId(1, 0, &number), 0);
+    EXPECT_EQ(core_get_hid_feature_report(0, some_bytes, 64), -20) << "who asks the core tells nobody";
+    EXPECT_EQ(GetProductId(2, 0, &some_number), 0);
+    EXPECT_NE(GetProductId(1, 0, &some_number), 0);
     EXPECT_EQ(notices_->take(), Devices{1});
     const LogCapture& log = overhear();
     for (const int interface : {0, 1}) {
@@ -339,15 +337,15 @@ TEST_F(PulledPad, IsNotToldAgainInsideTheCallback) {
         }
         unsigned int reply = 0;
         EXPECT_NE(GetProductId(device, 0, &reply), 0);
-        EXPECT_NE(GetFeature(device, 0, bytes.data(), 65, &reply), 0);
+        EXPECT_NE(GetFeature(device, 0, some_bytes, 65, &reply), 0);
         std::thread([&] { EXPECT_NE(GetProductId(device, 0, &reply), 0); }).join();
     };
     SetOnDeviceRemovedHandler(callback, &self);
     bus().unplug(*second_);
-    EXPECT_NE(GetProductId(2, 0, &number), 0);
+    EXPECT_NE(GetProductId(2, 0, &some_number), 0);
     EXPECT_EQ(times, 1);
     EXPECT_EQ(told_elsewhere, 1) << "another thread's call tells on its thread";
-    EXPECT_NE(GetProductId(2, 0, &number), 0);
+    EXPECT_NE(GetProductId(2, 0, &some_number), 0);
     EXPECT_EQ(times, 2) << "outside of the callback it is told again";
 }
 
@@ -381,7 +379,7 @@ TEST_F(PulledPad, ThatIsSwitchedToHoldsUpNobodyElse) {
         }
         return std::optional<int>();
     };
-    std::thread switching([] { EXPECT_NE(GetProductId(2, 0, &number), 0); });
+    std::thread switching([] { EXPECT_NE(GetProductId(2, 0, &some_number), 0); });
     ASSERT_TRUE(gates[0].somebody_waits());
     std::atomic<bool> over = false;
     std::thread others([&over] {
@@ -418,7 +416,7 @@ TEST_F(PulledPad, IsNotMistakenForOneThatIsJustBeingReopened) {
         EXPECT_EQ(GetFeature(2, 0, report.data(), 65, &reply), 0);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // it waits by now, or soon
-    EXPECT_EQ(GetProductId(1, 0, &number), 0) << "and the first pad becomes current meanwhile";
+    EXPECT_EQ(GetProductId(1, 0, &some_number), 0) << "and the first pad becomes current meanwhile";
     gates[0].open();
     switching.join();
     second.join();
@@ -426,7 +424,7 @@ TEST_F(PulledPad, IsNotMistakenForOneThatIsJustBeingReopened) {
 }
 
 TEST_F(PulledPad, OrBusyPadIsSelectedWithoutWaiting) {
-    ASSERT_EQ(GetProductId(2, 0, &number), 0);
+    ASSERT_EQ(GetProductId(2, 0, &some_number), 0);
     bus().take_log();
     bus().hooks.get_feature = [this](HidInterface& pad, std::span<unsigned char>) {
         if (&pad == second_) {

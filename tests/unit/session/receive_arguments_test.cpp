@@ -14,15 +14,15 @@ void PrintTo(const Function& function, std::ostream* out) {
     *out << function.name;
 }
 
-unsigned int number;
-
 const Function functions[] = {
     {"SetOnDataReceivedHandler",
      [](unsigned int device, unsigned int interface) {
          return SetOnDataReceivedHandler(device, interface, Receiver::receive, nullptr);
      }},
     {"GetDataPacketsAvailable",
-     [](unsigned int device, unsigned int interface) { return GetDataPacketsAvailable(device, interface, &number); }},
+     [](unsigned int device, unsigned int interface) {
+         return GetDataPacketsAvailable(device, interface, &some_number);
+     }},
     {"FlushDataPackets", FlushDataPackets},
 };
 

@@ -55,9 +55,6 @@ void PrintTo(const Request& request, std::ostream* out) {
 
 class OfAFurtherInterface : public Interleaving, public testing::WithParamInterface<Request> {};
 
-std::array<unsigned char, 65> bytes;
-unsigned int reply;
-
 TEST_P(OfAFurtherInterface, BearsASwitchAtAnyPoint) {
     const auto switch_away_and_back = [] {
         select(2);
@@ -68,11 +65,11 @@ TEST_P(OfAFurtherInterface, BearsASwitchAtAnyPoint) {
 
 INSTANTIATE_TEST_SUITE_P(
     Requests, OfAFurtherInterface,
-    testing::Values(Request{"SetFeature", [] { return SetFeature(1, 1, bytes.data(), 65, &reply); }},
-                    Request{"GetFeature", [] { return GetFeature(1, 1, bytes.data(), 65, &reply); }},
-                    Request{"WriteFile", [] { return WriteFile(1, 1, bytes.data(), 65, &reply); }},
-                    Request{"ReadFile", [] { return ReadFile(1, 1, bytes.data(), 65, &reply); }},
-                    Request{"SendSspMessage", [] { return SendSspMessage(1, 1, bytes.data(), 4); }}),
+    testing::Values(Request{"SetFeature", [] { return SetFeature(1, 1, some_bytes, 65, &some_number); }},
+                    Request{"GetFeature", [] { return GetFeature(1, 1, some_bytes, 65, &some_number); }},
+                    Request{"WriteFile", [] { return WriteFile(1, 1, some_bytes, 65, &some_number); }},
+                    Request{"ReadFile", [] { return ReadFile(1, 1, some_bytes, 65, &some_number); }},
+                    Request{"SendSspMessage", [] { return SendSspMessage(1, 1, some_bytes, 4); }}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
 class WithTheTearDown : public Interleaving, public testing::WithParamInterface<Request> {};
@@ -87,14 +84,14 @@ TEST_P(WithTheTearDown, DoesNoHarmAtAnyPoint) {
     EXPECT_THAT(errors_.text(), Not(HasSubstr("dev_shared is NULL..."))) << "it went on without the core";
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, WithTheTearDown,
-                         testing::Values(Request{"Start", [] { return SetDataReceivingEnabled(1, 0, 1); }},
-                                         Request{"Stop", [] { return SetDataReceivingEnabled(1, 0, 0); }},
-                                         Request{"Flush", [] { return FlushDataPackets(1, 0); }},
-                                         Request{"Available", [] { return GetDataPacketsAvailable(1, 0, &reply); }},
-                                         Request{"Handler",
-                                                 [] { return SetOnDataReceivedHandler(1, 0, nullptr, nullptr); }}),
-                         [](const auto& tested) { return std::string(tested.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Calls, WithTheTearDown,
+    testing::Values(Request{"Start", [] { return SetDataReceivingEnabled(1, 0, 1); }},
+                    Request{"Stop", [] { return SetDataReceivingEnabled(1, 0, 0); }},
+                    Request{"Flush", [] { return FlushDataPackets(1, 0); }},
+                    Request{"Available", [] { return GetDataPacketsAvailable(1, 0, &some_number); }},
+                    Request{"Handler", [] { return SetOnDataReceivedHandler(1, 0, nullptr, nullptr); }}),
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 } // namespace
 } // namespace receive_test
