@@ -7,7 +7,7 @@ using namespace vxpadctl;
 
 namespace {
 
-Bytes parsed(std::string_view text) {
+Bytes bytes_of(std::string_view text) {
     Bytes bytes;
     parse_hex(text, bytes);
     return bytes;
@@ -18,7 +18,7 @@ Bytes parsed(std::string_view text) {
 TEST(ParseHex, TakesEveryWayOfWritingBytes) {
     const Bytes expected{0x1f, 0x00, 0xab};
     for (const char* text : {"1f00ab", "1F00AB", "0x1f00ab", "1f:00:ab", "1f 00 ab", "0x1f,0x00,0xab"}) {
-        EXPECT_EQ(parsed(text), expected) << text;
+        EXPECT_EQ(bytes_of(text), expected) << text;
     }
 }
 
@@ -30,7 +30,7 @@ TEST(ParseHex, Appends) {
 
 TEST(ParseHex, RefusesEverythingElse) {
     for (const char* text : {"", "1", "1f0", "0x", "zz", "1g", "+1", "-1", "1f::2a", "1f:", " 1f"}) {
-        EXPECT_THROW(parsed(text), std::invalid_argument) << text;
+        EXPECT_THROW(bytes_of(text), std::invalid_argument) << text;
     }
 }
 

@@ -10,13 +10,13 @@ using testing::StartsWith;
 
 namespace {
 
-const std::vector<std::uint8_t> packet{0x80, 0x01, 0x02, 0xff, 0xfe};
+const std::vector<std::uint8_t> one_packet{0x80, 0x01, 0x02, 0xff, 0xfe};
 
 std::optional<std::int64_t> value(const std::string& field) {
-    return parse_layout("f=" + field).at(0).read(packet);
+    return parse_layout("f=" + field).at(0).read(one_packet);
 }
 
-template <typename Parse> std::string refusal(Parse parse) {
+template <typename Parse> std::string layout_refusal(Parse parse) {
     try {
         parse();
     } catch (const std::invalid_argument& error) {
@@ -26,12 +26,10 @@ template <typename Parse> std::string refusal(Parse parse) {
 }
 
 std::string refused(const std::string& text) {
-    return refusal([&] { parse_layout(text); });
+    return layout_refusal([&] { parse_layout(text); });
 }
 
 class LayoutFile : public vxpadctl_test::Scratch {};
-
-} // namespace
 
 TEST(Layout, HasFieldsWithNames) {
     const Layout layout = parse_layout("x=2:u16le,pen_2-up=4095:i8");
@@ -91,10 +89,10 @@ TEST_F(LayoutFile, HasFieldsInLinesAndComments) {
 }
 
 TEST_F(LayoutFile, TellsTheLineThatIsWrong) {
-    EXPECT_THAT(refusal([&] { read_layout(write("pad.layout", "x=2:u8\n# a comment\ny=4:u9\n")); }),
+    EXPECT_THAT(layout_refusal([&] { read_layout(write("pad.layout", "x=2:u8\n# a comment\ny=4:u9\n")); }),
                 HasSubstr("pad.layout:3: 'y=4:u9'"));
-    EXPECT_THAT(refusal([&] { read_layout(write("pad.layout", "# nothing\n")); }), HasSubstr("no field at all"));
-    EXPECT_THAT(refusal([&] { read_layout(directory_ / "missing"); }), HasSubstr("No such file"));
+    EXPECT_THAT(layout_refusal([&] { read_layout(write("pad.layout", "# nothing\n")); }), HasSubstr("no field at all"));
+    EXPECT_THAT(layout_refusal([&] { read_layout(directory_ / "missing"); }), HasSubstr("No such file"));
 }
 
 TEST(Layout, OfVirtualPadsComesAsAFile) {
@@ -106,3 +104,5 @@ TEST(Layout, OfVirtualPadsComesAsAFile) {
         EXPECT_EQ(found->type, field.type) << field.name;
     }
 }
+
+} // namespace

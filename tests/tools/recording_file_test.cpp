@@ -43,8 +43,6 @@ class RecordingFile : public vxpadctl_test::Scratch {
     std::string file_ = directory_ / "pad.rec";
 };
 
-} // namespace
-
 TEST_F(RecordingFile, IsWrittenAsDocumented) {
     Recorder recorder{file_, stdout};
     recorder.begin(pad_100(), 1, 20);
@@ -168,3 +166,5 @@ TEST_F(RecordingFile, CannotReachTheTerminalRaw) {
     EXPECT_THAT(failure([&] { load_recording(file); }),
                 AllOf(HasSubstr("bad:2: "), Not(HasSubstr("\033")), Not(HasSubstr("\a"))));
 }
+
+} // namespace

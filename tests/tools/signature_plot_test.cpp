@@ -13,13 +13,13 @@ using testing::StartsWith;
 
 namespace {
 
-RecordedPacket packet(std::vector<std::uint8_t> bytes) {
+RecordedPacket recorded(std::vector<std::uint8_t> bytes) {
     return {std::chrono::microseconds(0), std::move(bytes)};
 }
 
 // x, y and pressure
-const std::vector<RecordedPacket> two_strokes{packet({9, 9, 0}), packet({1, 2, 3}), packet({4, 5, 6}),
-                                              packet({4, 5, 0}), packet({4, 5, 0}), packet({7, 8, 9})};
+const std::vector<RecordedPacket> two_strokes{recorded({9, 9, 0}), recorded({1, 2, 3}), recorded({4, 5, 6}),
+                                              recorded({4, 5, 0}), recorded({4, 5, 0}), recorded({7, 8, 9})};
 
 std::size_t count(std::string_view text, std::string_view what) {
     std::size_t found = 0;
@@ -46,7 +46,7 @@ TEST(SignaturePlot, WithoutPressureThePenIsNeverUp) {
 
 TEST(SignaturePlot, PacketsThatAreTooShortAreCounted) {
     std::vector<RecordedPacket> packets = two_strokes;
-    packets.insert(packets.begin() + 2, {packet({1, 2}), packet({})});
+    packets.insert(packets.begin() + 2, {recorded({1, 2}), recorded({})});
     const Signature signature = signature_in(packets, parse_layout("x=0:u8,y=1:u8,pressure=2:u8"));
     EXPECT_EQ(signature.too_short, 2U);
     EXPECT_EQ(signature.strokes.size(), 2U);
@@ -55,7 +55,7 @@ TEST(SignaturePlot, PacketsThatAreTooShortAreCounted) {
 
 TEST(SignaturePlot, NoPressureAtAllIsNoStroke) {
     EXPECT_THAT(signature_in(two_strokes, parse_layout("x=0:u8,y=1:u8,pressure=2:i8,z=1:u8")).strokes, Not(IsEmpty()));
-    const std::vector<RecordedPacket> lifted{packet({1, 2, 0}), packet({1, 2, 0x80})};
+    const std::vector<RecordedPacket> lifted{recorded({1, 2, 0}), recorded({1, 2, 0x80})};
     EXPECT_THAT(signature_in(lifted, parse_layout("x=0:u8,y=1:u8,pressure=2:i8")).strokes, IsEmpty());
 }
 

@@ -47,8 +47,6 @@ class Terminal : public testing::Test {
     OwnedFile file_;
 };
 
-} // namespace
-
 TEST_F(Terminal, LinesAreDrawnOverThoseBefore) {
     ASSERT_TRUE(file_);
     TerminalView view{file_.get()};
@@ -95,3 +93,5 @@ TEST(TerminalView, ProgressTellsPartSpeedAndTimeLeft) {
     EXPECT_THAT(progress_line(0, 102400, 2), HasSubstr("] 0 %  0.0 KB/s"));
     EXPECT_THAT(progress_line(102399, 102400, 2), HasSubstr("] 99 %"));
 }
+
+} // namespace

@@ -13,7 +13,7 @@ using testing::Contains;
 namespace {
 
 // Vendor, product and, where the ids alone do not make a pad, the maker.
-using Pad = std::tuple<std::uint32_t, std::uint32_t, std::string>;
+using RulePad = std::tuple<std::uint32_t, std::uint32_t, std::string>;
 
 std::vector<std::string> rule_lines() {
     std::vector<std::string> lines;
@@ -24,8 +24,8 @@ std::vector<std::string> rule_lines() {
     return lines;
 }
 
-std::set<Pad> all_pads() {
-    std::set<Pad> pads;
+std::set<RulePad> all_pads() {
+    std::set<RulePad> pads;
     for (const std::uint32_t vendor : usb_ids::shared_vendors) {
         for (const auto& product : usb_ids::shared_products) {
             pads.emplace(vendor, product.product_id, "");
@@ -48,7 +48,7 @@ std::set<Pad> all_pads() {
 TEST(UdevRules, GiveEveryPadToTheUserAtTheSeatAndToNobodyElse) {
     static const std::regex rule(R"re(ATTR\{idVendor\}=="([0-9a-f]{4})", ATTR\{idProduct\}=="([0-9a-f]{4})", )re"
                                  R"re((?:ATTR\{manufacturer\}=="(\w+)\*", )?MODE="0660", TAG\+="uaccess")re");
-    std::set<Pad> found;
+    std::set<RulePad> found;
     for (const std::string& line : rule_lines()) {
         std::smatch match;
         if (std::regex_match(line, match, rule)) {

@@ -46,8 +46,6 @@ class UsbBus : public testing::Test {
     std::vector<SearchedId> ids_{{{0xf1a0, 0x1001}}, {{0xf1a0, 0x1002}}, {{0xf1a5, 0x7c03}, "Acme"}};
 };
 
-} // namespace
-
 TEST_F(UsbBus, FindsTheWantedDevicesOnly) {
     plug("1-1", {0xf1a0, 0x1002}, 5);
     plug("1-2", {0xf1a0, 0x9999}, 6);
@@ -107,3 +105,5 @@ TEST_F(UsbBus, TellsDeniedAccess) {
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
 }
+
+} // namespace
