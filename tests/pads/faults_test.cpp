@@ -78,7 +78,7 @@ TEST_P(FaultyTransfer, IsGivenUpWhenThePadStalls) {
         const auto seconds = seconds_of([&] { result = GetParam().call(interface); });
         EXPECT_EQ(failure(result), invalid_handle(GetParam().function, GetParam().failure));
         EXPECT_GE(seconds, 1);
-        EXPECT_LT(seconds, 3);
+        EXPECT_LT(seconds, patience(3));
         to_pad("clear-faults", pad);
         EXPECT_EQ(GetParam().call(interface), 0) << "the interface has been opened again";
     }
@@ -91,7 +91,7 @@ TEST_P(FaultyTransfer, IsGivenUpWhenThePadStaysSilent) {
     const auto seconds = seconds_of([&] { result = GetParam().call(0); });
     EXPECT_EQ(failure(result), invalid_handle(GetParam().function, GetParam().failure));
     EXPECT_GE(seconds, 1);
-    EXPECT_LT(seconds, 3);
+    EXPECT_LT(seconds, patience(3));
     expect_sound_pad();
 }
 
@@ -119,7 +119,7 @@ TEST_F(Faults, RepliesThatStayShortAreGivenUp) {
         EXPECT_EQ(answer.reply, reply_untouched);
         EXPECT_EQ(answer.buffer, Bytes(65, untouched));
         EXPECT_GE(seconds, 1);
-        EXPECT_LT(seconds, 3);
+        EXPECT_LT(seconds, patience(3));
         to_pad("clear-faults", pad);
     }
     expect_sound_pad();
@@ -179,7 +179,7 @@ TEST_F(Faults, SilentInputIsNoInput) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(read(ReadFile, 1, 0).reply, reply_untouched);
     }
-    EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), 3);
+    EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), patience(3));
     EXPECT_EQ(count(), 1);
     SetOnDeviceRemovedHandler(nullptr, nullptr);
     heal();
@@ -224,7 +224,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(FaultySearch, EndsWithADocumentedResult) {
     Deinitialize();
     fault(GetParam().fault);
-    EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), GetParam().seconds);
+    EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), patience(GetParam().seconds));
     EXPECT_TRUE(IsInitialized());
     EXPECT_EQ(count(), GetParam().pads);
     if (GetParam().pads == 0) {
@@ -253,7 +253,7 @@ INSTANTIATE_TEST_SUITE_P(All, FaultyStrings,
 TEST_P(FaultyStrings, LeaveAUsablePad) {
     Deinitialize();
     fault(GetParam());
-    EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), 4);
+    EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), patience(4));
     ASSERT_GE(count(), 1);
     for (const auto& [name, call, prefix] : device_calls()) {
         const auto failed = failure(call(1));
@@ -272,7 +272,7 @@ TEST_P(FaultyStrings, LeaveAUsablePad) {
 
 TEST_F(Faults, TheLastCommandEndsWhenThePadStaysSilent) {
     fault("silence,on=get-feature");
-    EXPECT_LT(seconds_of([] { EXPECT_EQ(Deinitialize(), 0); }), 6);
+    EXPECT_LT(seconds_of([] { EXPECT_EQ(Deinitialize(), 0); }), patience(6));
     EXPECT_FALSE(IsInitialized());
     heal();
     EXPECT_EQ(Initialize(), 0);

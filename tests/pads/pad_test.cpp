@@ -1,5 +1,7 @@
 #include "pad_test.hpp"
 
+#include "kernel_pads.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -225,8 +227,25 @@ int write_file(unsigned int device, unsigned int interface, const Bytes& report)
     return write(WriteFile, device, interface, report);
 }
 
+namespace {
+
+// All in one go, for the kernel looks at pads that come at the same time at once.
+void ask_pad(const std::string& request, int pad) {
+    emulator::request(request + " " + std::to_string(pad));
+}
+
+} // namespace
+
 std::string to_pad(const std::string& request, int pad, const std::string& rest) {
-    return emulator::request(request + " " + std::to_string(pad) + (rest.empty() ? "" : " ") + rest);
+    const bool moves = request == "plug" || request == "unplug";
+    if (moves) {
+        wait_for_kernel(); // for a pad that a fault has pulled out
+    }
+    const auto reply = emulator::request(request + " " + std::to_string(pad) + (rest.empty() ? "" : " ") + rest);
+    if (moves) {
+        wait_for_kernel();
+    }
+    return reply;
 }
 
 std::string hex(const Bytes& bytes) {
@@ -258,33 +277,44 @@ std::string state_of(int pad, const std::string& name) {
 }
 
 bool is_plugged(int pad) {
-    return state_of(pad, "plugged") == "1";
+    const bool plugged = state_of(pad, "plugged") == "1";
+    if (!plugged) {
+        wait_for_kernel();
+    }
+    return plugged;
 }
 
 void heal() {
-    int pad = 0;
+    wait_for_kernel();
+    int pads = 0;
     for (const auto& line : lines(emulator::request("list"))) {
-        ++pad;
-        to_pad("clear-faults", pad);
+        ++pads;
+        ask_pad("clear-faults", pads);
         if (line.find(" unplugged ") != std::string::npos) {
-            to_pad("plug", pad);
+            ask_pad("plug", pads);
         }
-        to_pad("log", pad);
+    }
+    wait_for_kernel();
+    for (int pad = 1; pad <= pads; ++pad) {
+        ask_pad("log", pad);
     }
 }
 
 void plug_only(const std::vector<int>& pads) {
+    wait_for_kernel();
     int pad = 0;
     for (const auto& line : lines(emulator::request("list"))) {
         ++pad;
-        to_pad("clear-faults", pad);
+        ask_pad("clear-faults", pad);
         if (line.find(" unplugged ") == std::string::npos) {
-            to_pad("unplug", pad);
+            ask_pad("unplug", pad);
         }
     }
+    wait_for_kernel();
     for (const int wanted : pads) {
-        to_pad("plug", wanted);
+        ask_pad("plug", wanted);
     }
+    wait_for_kernel();
 }
 
 void run_at_once(unsigned int threads, const std::function<void(unsigned int thread)>& action) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "control_client.hpp"
+#include "kernel_pads.hpp"
 #include "vxpadcom/vxpadcom.h"
 
 #include <atomic>
@@ -90,8 +91,9 @@ bool is_plugged(int pad);
 void heal();                                  // plugs everything in, removes all faults, empties all logs
 void plug_only(const std::vector<int>& pads); // as they were at first, without faults
 
-template <typename Condition> bool wait_for(Condition condition, std::chrono::milliseconds patience = 10s) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+template <typename Condition> bool wait_for(Condition condition, std::chrono::milliseconds at_most = 10s) {
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::duration<double>(patience(1)) * at_most.count() / 1000;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
@@ -108,7 +110,7 @@ void run_at_once(unsigned int threads, const std::function<void(unsigned int thr
 // many it has. `prepare` plugs the pad in, `check` looks at what is left each time.
 template <typename Prepare, typename Action, typename Check>
 int pull_out_at_each_transfer(int pad, Prepare prepare, Action action, Check check) {
-    for (int transfers = 0; transfers < 1000; ++transfers) {
+    for (int transfers = 0; transfers < 1000; transfers = next_moment(transfers)) {
         SCOPED_TRACE("pulled out at transfer " + std::to_string(transfers));
         prepare();
         to_pad("fault", pad, "unplug,count=1,after=" + std::to_string(transfers));

@@ -133,7 +133,7 @@ TEST_P(FaultyExchange, EndsAsDocumentedAndLeavesAUsablePad) {
     const auto time_out = GetParam().expected == receive_fails ? short_time_out : long_time_out;
     const auto seconds = seconds_of([&] { got = exchange_messages(components_request, time_out); });
     EXPECT_EQ(got, GetParam().expected);
-    EXPECT_LT(seconds, GetParam().at_most);
+    EXPECT_LT(seconds, patience(GetParam().at_most));
     to_pad("clear-faults", pad());
     if (std::string(GetParam().fault) == "junk") { // it has no end
         to_pad("unplug", pad());
@@ -212,7 +212,7 @@ TEST_P(SspFaults, AFloodWithoutATokenEndsWithTheTimeOut) {
     EXPECT_EQ(exchange_messages(components_request, ample), right_answer);
     fault("junk");
     MessageAnswer got;
-    EXPECT_LT(seconds_of([&] { got = exchange_messages(components_request, short_time_out); }), 30);
+    EXPECT_LT(seconds_of([&] { got = exchange_messages(components_request, short_time_out); }), patience(30));
     EXPECT_EQ(got, receive_fails);
     fault("unplug,count=1");
     exchange_messages(components_request);
@@ -383,7 +383,7 @@ TEST_P(FaultyReply, IsReadOnlyAsFarAsItCame) {
     EXPECT_LT(seconds_of([&] {
                   EXPECT_EQ(result_of(description.ask, Bytes{signpad_id, 0xff, 0xff, 0x10, 1}), -1);
               }),
-              3);
+              patience(3));
     EXPECT_EQ(description.ask(device), 0);
 }
 

@@ -25,7 +25,7 @@ class SspUnplug : public SspPad {
                 plug_only({pad()});
                 prepare();
             },
-            [&] { EXPECT_LT(seconds_of(action), bound); },
+            [&] { EXPECT_LT(seconds_of(action), patience(bound)); },
             [&] {
                 check();
                 expect_sound_pad();
@@ -143,7 +143,7 @@ TEST_P(SspUnplugCall, EndsAtAnyTransfer) {
         pad(), [] { prepare(); },
         [&] {
             Removals removals;
-            EXPECT_LT(seconds_of([&] { got = GetParam().run(); }), bound);
+            EXPECT_LT(seconds_of([&] { got = GetParam().run(); }), patience(bound));
             EXPECT_EQ(removals.take(), got == Failure{} ? std::vector<unsigned int>{} : the_pad);
         },
         [&] { EXPECT_EQ(got, GetParam().failed); });
@@ -271,7 +271,7 @@ TEST_P(SspUnplug, IsSeenByEveryRequestFromThenOn) {
     EXPECT_EQ(ssp_common_check_configuration_state(record.get()), -4);
     for (const auto& [name, ask] : requests) {
         int result = 0;
-        EXPECT_LT(seconds_of([&, call = ask] { result = call(record.get()); }), bound) << name;
+        EXPECT_LT(seconds_of([&, call = ask] { result = call(record.get()); }), patience(bound)) << name;
         EXPECT_LT(result, 0) << name;
     }
 }

@@ -16,7 +16,7 @@ constexpr double bound = 8;
 // Any call, also one that fails.
 int bounded(const std::string& name, const std::function<int()>& call) {
     int result = 0;
-    EXPECT_LT(seconds_of([&] { result = call(); }), bound) << name;
+    EXPECT_LT(seconds_of([&] { result = call(); }), patience(bound)) << name;
     return result;
 }
 

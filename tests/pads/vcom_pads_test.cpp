@@ -124,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(FaultyVcomSearch, EndsWithADocumentedResult) {
     plug_only({pad});
     fault(GetParam().fault);
-    EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), GetParam().seconds);
+    EXPECT_LT(seconds_of([] { EXPECT_EQ(Initialize(), 0); }), patience(GetParam().seconds));
     EXPECT_EQ(count(), GetParam().pads);
     for (const auto& [name, call, message] : device_calls()) {
         const auto failed = failure(call(1));
@@ -303,7 +303,7 @@ TEST_F(VcomReports, FailAsDocumentedAndGoOn) {
                   fails("SetFeature") ? invalid_handle("SetFeature", "Error of write HID feature for device: 1")
                                       : Failure{});
         ReadAnswer answer{};
-        EXPECT_LT(seconds_of([&] { answer = read(GetFeature, 1, 0); }), 3);
+        EXPECT_LT(seconds_of([&] { answer = read(GetFeature, 1, 0); }), patience(3));
         if (fails("GetFeature")) {
             EXPECT_EQ(failure(answer.result), invalid_handle("GetFeature", "Error of read HID feature for device: 1"));
             EXPECT_EQ(answer.buffer, Bytes(65, untouched));
