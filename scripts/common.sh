@@ -95,14 +95,6 @@ failed_tests() {
     ' "$1"
 }
 
-# sanitizer_reports PRESET: what sanitizers had to say, which a test may have caught together with the rest.
-sanitizer_reports() {
-    local report
-    for report in "$root/build/$1/sanitizer-reports"/*; do
-        [ ! -f "$report" ] || { echo "${report##*/}:" && head -n 100 "$report"; }
-    done
-}
-
 # cases_of PRESET: how many test cases the programs of the last ctest have run.
 cases_of() {
     awk '/^\[=+\] [0-9]+ tests? from .* ran\./ { cases += $2 } END { print cases + 0 }' \
@@ -114,14 +106,10 @@ cases_of() {
 test_preset() {
     local preset=$1 log=$logs/test-$1.log status=0
     shift
-    rm -f "$root/build/$preset/sanitizer-reports"/*
     followed "test-$preset" "${runner[@]}" ctest --preset "$preset" --parallel $((2 * jobs)) --timeout 300 \
         --no-tests=error --test-output-size-failed 50000000 "$@" || status=$?
     if [ "$status" -ne 0 ]; then
-        {
-            sanitizer_reports "$preset"
-            failed_tests "$log"
-        } >&2
+        failed_tests "$log" >&2
         printf 'The whole output is in %s\n' "$log" >&2
     fi
     # shellcheck disable=SC2034 # read by the scripts
