@@ -123,6 +123,8 @@ UsbDevice vcom_pad(std::string name = "usb1", std::size_t which = 0);
 // one while a thread of the library takes its copy.
 template <class Signature> class Hook;
 
+inline std::mutex hooks_mutex; // nothing else is locked while it is
+
 template <class Result, class... Arguments> class Hook<Result(Arguments...)> {
   public:
     Hook() = default;
@@ -132,7 +134,7 @@ template <class Result, class... Arguments> class Hook<Result(Arguments...)> {
     Hook(const Hook& other) : function_(other.function()) {}
     Hook& operator=(const Hook& other) {
         auto replaced = other.function(); // destroyed without the lock
-        const std::lock_guard guard(mutex_);
+        const std::lock_guard guard(hooks_mutex);
         function_.swap(replaced);
         return *this;
     }
@@ -145,11 +147,10 @@ template <class Result, class... Arguments> class Hook<Result(Arguments...)> {
     using Shared = std::shared_ptr<std::function<Result(Arguments...)>>;
 
     Shared function() const {
-        const std::lock_guard guard(mutex_);
+        const std::lock_guard guard(hooks_mutex);
         return function_;
     }
 
-    mutable std::mutex mutex_;
     Shared function_;
 };
 
