@@ -28,6 +28,9 @@ class TakenLocks : public Receiving, public testing::WithParamInterface<Case> {
   protected:
     void SetUp() override {
         Receiving::SetUp();
+        if (VXPAD_SANITIZED != 0) {
+            GTEST_SKIP() << "lock lines are switched on while threads look at the environment, which is a race";
+        }
         UsbDevice vcom = standins::vcom_pad("usb1");
         model_ = described_as(10);
         third_ = &bus().plug(std::move(vcom));
