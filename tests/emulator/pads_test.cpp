@@ -1,5 +1,6 @@
 // Runs under vxpad-emulator with the pads that CMakeLists.txt plugs in, and looks at them through libusb, hidapi and
 // plain system calls.
+#include "eventually.hpp"
 #include "pads.hpp"
 
 #include <algorithm>
@@ -99,15 +100,8 @@ std::string hex(const Bytes& bytes) {
     return text;
 }
 
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds patience = 5s) {
-    const auto deadline = Clock::now() + patience;
-    while (!condition()) {
-        if (Clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
+bool eventually(const std::function<bool()>& condition) {
+    return program::eventually(condition, 5s);
 }
 
 std::size_t descriptors_of(const std::string& process) {

@@ -1,5 +1,6 @@
 // Runs under vxpad-emulator with the pads that CMakeLists.txt plugs in, and reads what they play through libusb and
 // hidapi alone.
+#include "eventually.hpp"
 #include "pads.hpp"
 
 #include <algorithm>
@@ -27,6 +28,7 @@ using Bytes = std::vector<unsigned char>;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 using emulator::request;
+using program::eventually;
 using namespace pads;
 
 // The pads of CMakeLists.txt.
@@ -50,17 +52,6 @@ std::string state_of(int pad, const std::string& name) {
     }
     const auto value = start + name.size() + 2;
     return text.substr(value, text.find(' ', value) - value);
-}
-
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds patience = 10s) {
-    const auto deadline = Clock::now() + patience;
-    while (!condition()) {
-        if (Clock::now() > deadline) {
-            return false;
-        }
-        usleep(1000);
-    }
-    return true;
 }
 
 bool has_finished(int pad) {

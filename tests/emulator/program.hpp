@@ -1,6 +1,8 @@
 // vxpad-emulator as a program that a test starts and ends.
 #pragma once
 
+#include "eventually.hpp"
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -21,17 +23,6 @@ namespace program {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
-
-inline bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds patience = 10s) {
-    const auto deadline = Clock::now() + patience;
-    while (!condition()) {
-        if (Clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 class Program : public testing::Test {
   protected:
