@@ -64,25 +64,14 @@ class UsbfsRequests : public testing::Test {
     // The error of the reply, or -1 where none came.
     int ask(usbfs_request request, const Bytes& payload = {}, const std::vector<const Fd*>& passed = {}) {
         request.payload = static_cast<std::uint32_t>(payload.size());
-        std::array<iovec, 2> parts{
-            {{&request, sizeof request}, {const_cast<unsigned char*>(payload.data()), payload.size()}}};
-        alignas(cmsghdr) std::array<char, CMSG_SPACE(2 * sizeof(int))> control{};
-        msghdr message{};
-        message.msg_iov = parts.data();
-        message.msg_iovlen = parts.size();
-        if (!passed.empty()) {
-            message.msg_control = control.data();
-            message.msg_controllen = CMSG_SPACE(passed.size() * sizeof(int));
-            cmsghdr* header = CMSG_FIRSTHDR(&message);
-            header->cmsg_level = SOL_SOCKET;
-            header->cmsg_type = SCM_RIGHTS;
-            header->cmsg_len = CMSG_LEN(passed.size() * sizeof(int));
-            for (std::size_t i = 0; i < passed.size(); ++i) {
-                const int fd = passed[i]->get();
-                std::memcpy(CMSG_DATA(header) + i * sizeof fd, &fd, sizeof fd);
-            }
+        const auto* head = reinterpret_cast<const unsigned char*>(&request);
+        Bytes bytes(head, head + sizeof request);
+        bytes.insert(bytes.end(), payload.begin(), payload.end());
+        std::vector<int> numbers;
+        for (const Fd* fd : passed) {
+            numbers.push_back(fd->get());
         }
-        emulator::check(static_cast<int>(::sendmsg(client_.get(), &message, MSG_NOSIGNAL)), "sendmsg");
+        emulator::check(static_cast<int>(fuzz::send_with(client_.get(), bytes, numbers, MSG_NOSIGNAL)), "sendmsg");
         pads_.run();
         usbfs_reply reply{};
         const auto size = ::recv(client_.get(), &reply, sizeof reply, MSG_DONTWAIT);

@@ -50,24 +50,9 @@ Fd nonsense(unsigned int kind) {
 }
 
 void send_with(int socket, const Bytes& bytes, const std::vector<Fd>& passed) {
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(4 * sizeof(int))> control{};
-    iovec part{const_cast<unsigned char*>(bytes.data()), bytes.size()};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    if (!passed.empty()) {
-        message.msg_control = control.data();
-        message.msg_controllen = CMSG_SPACE(passed.size() * sizeof(int));
-        cmsghdr* header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(passed.size() * sizeof(int));
-        std::vector<int> numbers;
-        std::transform(passed.begin(), passed.end(), std::back_inserter(numbers),
-                       [](const Fd& fd) { return fd.get(); });
-        std::memcpy(CMSG_DATA(header), numbers.data(), numbers.size() * sizeof(int));
-    }
-    static_cast<void>(::sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT));
+    std::vector<int> numbers;
+    std::transform(passed.begin(), passed.end(), std::back_inserter(numbers), [](const Fd& fd) { return fd.get(); });
+    static_cast<void>(fuzz::send_with(socket, bytes, numbers, MSG_NOSIGNAL | MSG_DONTWAIT));
 }
 
 Bytes received(int fd) {

@@ -9,8 +9,10 @@
 #include "pad/pad_settings.hpp"
 #include "usb/bus.hpp"
 
+#include <array>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -85,6 +87,29 @@ inline emulator::Fd connect_to(const std::string& path) {
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     require(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "a connection");
     return socket;
+}
+
+constexpr std::size_t most_passed = 4;
+
+// Bytes, and descriptors that go along with them: what sendmsg() says.
+inline ssize_t send_with(int socket, std::span<const unsigned char> bytes, const std::vector<int>& passed, int flags) {
+    require(passed.size() <= most_passed, "room for descriptors");
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(most_passed * sizeof(int))> control{};
+    iovec part{const_cast<unsigned char*>(bytes.data()), bytes.size()};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (!passed.empty()) {
+        const std::size_t size = passed.size() * sizeof(int);
+        message.msg_control = control.data();
+        message.msg_controllen = CMSG_SPACE(size);
+        cmsghdr* header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(size);
+        std::memcpy(CMSG_DATA(header), passed.data(), size);
+    }
+    return ::sendmsg(socket, &message, flags);
 }
 
 } // namespace fuzz

@@ -54,6 +54,32 @@ class Switches : public testing::Test {
         EXPECT_FALSE(is_traced());
     }
 
+    // Environments in which that function leaves 1 to 19 variables at the end of a page, and behind it nothing any
+    // more.
+    void in_environments_that_end(const std::function<void(const std::function<void()>& make_shorter)>& look) {
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        ASSERT_NE(memory, MAP_FAILED);
+        auto* const end = reinterpret_cast<char**>(static_cast<char*>(memory) + page);
+        for (std::ptrdiff_t kept = 1; kept < 20; ++kept) {
+            ASSERT_EQ(mprotect(memory, 2 * page, PROT_READ | PROT_WRITE), 0);
+            char** const slots = end - kept;
+            std::fill_n(slots, 40, other_.data());
+            slots[40] = nullptr;
+            char** const former = environ;
+            environ = slots;
+            EXPECT_FALSE(is_traced());
+            int result = -1;
+            look([&] {
+                slots[kept - 1] = nullptr;
+                result = mprotect(end, page, PROT_NONE);
+            });
+            environ = former;
+            ASSERT_EQ(result, 0);
+        }
+        munmap(memory, 2 * page);
+    }
+
     lines::AllSwitchesOff off_;
     std::array<char, 64> text_{"LIBVXPADCOM_DEBUG_FUNC=1"};
     std::array<char, 64> other_{"VXPAD_UNRELATED=1"};
@@ -217,25 +243,10 @@ TEST_F(Switches, AreSeenInAnEnvironmentOnTwoPages) {
 }
 
 TEST_F(Switches, AreReadNoFurtherThanTheMemoryReaches) {
-    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    auto* const end = reinterpret_cast<char**>(static_cast<char*>(memory) + page);
-    for (std::ptrdiff_t kept = 1; kept < 20; ++kept) {
-        ASSERT_EQ(mprotect(memory, 2 * page, PROT_READ | PROT_WRITE), 0);
-        char** const slots = end - kept;
-        std::fill_n(slots, 40, other_.data());
-        slots[40] = nullptr;
-        char** const former = environ;
-        environ = slots;
+    in_environments_that_end([this](const std::function<void()>& make_shorter) {
+        make_shorter();
         EXPECT_FALSE(is_traced());
-        // A shorter one at the same place, and behind it nothing any more.
-        slots[kept - 1] = nullptr;
-        ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
-        EXPECT_FALSE(is_traced());
-        environ = former;
-    }
-    munmap(memory, 2 * page);
+    });
 }
 
 TEST_F(Switches, AreSeenFromWhicheverThread) {
@@ -442,26 +453,9 @@ TEST_F(SwitchesInsideACallByHand, AreSeenInAnySlotAsTheNextFunctionIsEntered) {
 }
 
 TEST_F(SwitchesInsideACallByHand, AreReadNoFurtherThanTheMemoryReaches) {
-    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    auto* const end = reinterpret_cast<char**>(static_cast<char*>(memory) + page);
-    for (std::ptrdiff_t kept = 1; kept < 20; ++kept) {
-        ASSERT_EQ(mprotect(memory, 2 * page, PROT_READ | PROT_WRITE), 0);
-        char** const slots = end - kept;
-        std::fill_n(slots, 40, other_.data());
-        slots[40] = nullptr;
-        char** const former = environ;
-        environ = slots;
-        EXPECT_FALSE(is_traced());
-        EXPECT_EQ(is_traced_around([&] {
-                      slots[kept - 1] = nullptr;
-                      mprotect(end, page, PROT_NONE);
-                  }),
-                  (std::pair{false, false}));
-        environ = former;
-    }
-    munmap(memory, 2 * page);
+    in_environments_that_end([this](const std::function<void()>& make_shorter) {
+        EXPECT_EQ(is_traced_around(make_shorter), (std::pair{false, false}));
+    });
 }
 
 } // namespace
