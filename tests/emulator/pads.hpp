@@ -11,8 +11,20 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace pads {
+
+using Bytes = std::vector<unsigned char>;
+
+inline std::string hex(const Bytes& bytes) {
+    std::string text;
+    for (const auto byte : bytes) {
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    return text;
+}
 
 struct CloseUsb {
     void operator()(libusb_device_handle* handle) const { libusb_close(handle); }

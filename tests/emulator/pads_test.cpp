@@ -1,32 +1,26 @@
-// Runs under vxpad-emulator with the pads that CMakeLists.txt plugs in, and looks at them through libusb, hidapi and
-// plain system calls.
+// Runs under vxpad-emulator with the pads that CMakeLists.txt plugs in, and looks at them through libusb and
+// hidapi.
+#include "classic_pads.hpp"
 #include "eventually.hpp"
-#include "pads.hpp"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <hidapi.h>
 #include <libusb.h>
-#include <linux/usbdevice_fs.h>
 #include <map>
 #include <memory>
 #include <numeric>
-#include <optional>
-#include <set>
 #include <spawn.h>
 #include <string>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -34,54 +28,10 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 using emulator::request;
 using namespace pads;
-
-// The pads of CMakeLists.txt.
-constexpr int main_pad = 1;      // type 16, two interfaces, status shows a new mode after 3 polls
-constexpr int oldest_pad = 2;    // type 1
-constexpr int strings_pad = 3;   // strings that are long, odd or missing
-constexpr int hostile_pad = 4;   // 40 interfaces
-constexpr int loop_back_pad = 5; // 32 interfaces, unknown commands are no requests
-constexpr int pad_count = 5;
-constexpr int main_interfaces = 2;
-
-std::string hid_path(int pad, int interface) {
-    return "1-" + std::to_string(pad) + ":1." + std::to_string(interface);
-}
-Hid open_hid(int pad, int interface) {
-    return Hid(hid_open_path(hid_path(pad, interface).c_str()));
-}
-int write_feature(const Hid& device, Bytes report, std::size_t size = 64) {
-    report.resize(size);
-    report.insert(report.begin(), 0);
-    return hid_send_feature_report(device.get(), report.data(), report.size());
-}
-
-// The report without its id; shorter when less came, nothing after a failure.
-std::optional<Bytes> read_feature(const Hid& device) {
-    Bytes report(65);
-    const int size = hid_get_feature_report(device.get(), report.data(), report.size());
-    if (size < 0) {
-        return std::nullopt;
-    }
-    return Bytes(report.begin() + 1, report.begin() + size);
-}
-
-std::optional<Bytes> ask(const Hid& device, const Bytes& report) {
-    if (write_feature(device, report) != 65) {
-        return std::nullopt;
-    }
-    return read_feature(device);
-}
-
-bool asks_version(const Hid& device) {
-    const auto reply = ask(device, {0x11});
-    return reply && reply->size() == 64 && reply->front() == 0x11 && reply->at(1) == 0;
-}
 
 Bytes read_input(const Hid& device, std::chrono::milliseconds time_out) {
     Bytes report(100);
@@ -89,15 +39,6 @@ Bytes read_input(const Hid& device, std::chrono::milliseconds time_out) {
     EXPECT_GE(size, 0);
     report.resize(static_cast<std::size_t>(std::max(size, 0)));
     return report;
-}
-
-std::string hex(const Bytes& bytes) {
-    std::string text;
-    for (const auto byte : bytes) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
-    return text;
 }
 
 bool eventually(const std::function<bool()>& condition) {
@@ -115,11 +56,6 @@ int control(const UsbHandle& handle, bool in, unsigned char* data, std::uint16_t
     return libusb_control_transfer(handle.get(), static_cast<std::uint8_t>(in ? type | LIBUSB_ENDPOINT_IN : type),
                                    in ? 0x01 : 0x09, 0x0300, 0, data, size, time_out);
 }
-
-class Pads : public pads::FreshPads {
-  protected:
-    Pads() : FreshPads{pad_count} {}
-};
 
 // ---- enumeration and strings ----
 
@@ -717,188 +653,7 @@ TEST_F(Pads, KilledProcessLeavesThePadUsable) {
     }));
 }
 
-// ---- the system calls themselves ----
-
-int open_node(int pad) {
-    const auto list = request("list");
-    const auto line = list.find("port=1-" + std::to_string(pad));
-    const auto address = std::stoi(list.substr(list.find("address=", line) + 8));
-    char path[64];
-    std::snprintf(path, sizeof path, "/dev/bus/usb/001/%03d", address);
-    return open(path, O_RDWR | O_CLOEXEC);
-}
-
-TEST_F(Pads, SystemCallsBehaveAsThoseOfTheKernel) {
-    EXPECT_LT(open("/dev/bus/usb/001/126", O_RDWR), 0);
-    EXPECT_EQ(errno, ENOENT);
-    const int node = open_node(main_pad);
-    ASSERT_GE(node, 0);
-    unsigned char data[64];
-    usbdevfs_ctrltransfer device_descriptor{0x80, 6, 0x0100, 0, 18, 1000, data};
-    EXPECT_EQ(ioctl(node, USBDEVFS_CONTROL, &device_descriptor), 18);
-    EXPECT_EQ(hex({data, data + 2}), "1201");
-    on_pad("fault", main_pad, "silence,count=1");
-    device_descriptor.timeout = 30;
-    EXPECT_EQ(ioctl(node, USBDEVFS_CONTROL, &device_descriptor), -1);
-    EXPECT_EQ(errno, ETIMEDOUT);
-    on_pad("fault", main_pad, "stall,count=1");
-    EXPECT_EQ(ioctl(node, USBDEVFS_CONTROL, &device_descriptor), -1);
-    EXPECT_EQ(errno, EPIPE);
-
-    EXPECT_EQ(ioctl(node, USBDEVFS_GET_SPEED, nullptr), -1);
-    EXPECT_EQ(errno, ENOTTY);
-    void* reaped = nullptr;
-    EXPECT_EQ(ioctl(node, USBDEVFS_REAPURBNDELAY, &reaped), -1);
-    EXPECT_EQ(errno, EAGAIN);
-
-    usbdevfs_ioctl detach{0, USBDEVFS_DISCONNECT, nullptr};
-    EXPECT_EQ(ioctl(node, USBDEVFS_IOCTL, &detach), 0);
-    usbdevfs_bulktransfer input{0x81, sizeof data, 1000, data};
-    on_pad("input", main_pad, "0 77");
-    EXPECT_EQ(ioctl(node, USBDEVFS_BULK, &input), 64);
-    EXPECT_EQ(data[0], 0x77);
-
-    usbdevfs_urb urb;
-    std::memset(&urb, 0, sizeof urb);
-    urb.type = USBDEVFS_URB_TYPE_INTERRUPT;
-    urb.endpoint = 0x81;
-    urb.buffer = data;
-    urb.buffer_length = sizeof data;
-    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), 0);
-    EXPECT_EQ(ioctl(node, USBDEVFS_DISCARDURB, &urb), 0);
-    EXPECT_EQ(ioctl(node, USBDEVFS_DISCARDURB, &urb), -1);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(ioctl(node, USBDEVFS_REAPURB, &reaped), 0);
-    EXPECT_EQ(reaped, &urb);
-    EXPECT_EQ(urb.status, -ENOENT);
-    EXPECT_EQ(ioctl(node, USBDEVFS_REAPURBNDELAY, &reaped), -1);
-    EXPECT_EQ(errno, EAGAIN);
-
-    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), 0);
-    pollfd entry{node, POLLOUT, 0};
-    EXPECT_EQ(poll(&entry, 1, 0), 0) << "nothing can be reaped";
-    on_pad("unplug", main_pad);
-    EXPECT_EQ(poll(&entry, 1, 1000), 1);
-    EXPECT_NE(entry.revents & POLLERR, 0);
-    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), -1);
-    EXPECT_EQ(errno, ENODEV);
-    EXPECT_EQ(ioctl(node, USBDEVFS_REAPURB, &reaped), 0) << "what is done can be reaped after an unplug";
-    EXPECT_EQ(urb.status, -ESHUTDOWN);
-    EXPECT_EQ(ioctl(node, USBDEVFS_REAPURB, &reaped), -1);
-    EXPECT_EQ(errno, ENODEV);
-    close(node);
-}
-
-TEST_F(Pads, StandardRequestsAreAnsweredAndOthersStall) {
-    const int node = open_node(main_pad);
-    ASSERT_GE(node, 0);
-    usbdevfs_ioctl detach{0, USBDEVFS_DISCONNECT, nullptr}; // or interface 0 is busy
-    EXPECT_EQ(ioctl(node, USBDEVFS_IOCTL, &detach), 0);
-    unsigned char data[64] = {};
-    struct Request {
-        std::uint8_t type;
-        std::uint8_t request;
-        std::uint16_t value;
-        std::uint16_t index;
-        std::uint16_t length;
-        int result; // bytes, or -1: it stalls
-    };
-    constexpr Request requests[] = {
-        {0x80, 0, 0, 0, 2, 2},        // status
-        {0x80, 8, 0, 0, 1, 1},        // configuration
-        {0x00, 9, 1, 0, 0, 0},        // and to set it
-        {0x00, 9, 2, 0, 0, -1},       // there is one only
-        {0x81, 10, 0, 0, 1, 1},       // interface
-        {0x01, 11, 0, 0, 0, 0},       // and to set it
-        {0x01, 11, 1, 0, 0, -1},      // there is one setting only
-        {0x02, 1, 0, 0x81, 0, 0},     // end of a halt
-        {0x80, 6, 0x0201, 0, 9, -1},  // a second configuration
-        {0x80, 6, 0x0f00, 0, 5, -1},  // a descriptor that is not there
-        {0x80, 77, 0, 0, 1, -1},      // no request at all
-        {0xa1, 1, 0x0100, 0, 64, 64}, // an input report
-        {0xa1, 2, 0, 0, 1, 1},        // idle rate
-        {0x21, 10, 0, 0, 0, 0},       // and to set it
-        {0xa1, 77, 0, 0, 1, -1},      // no request at all
-        {0x21, 9, 0x0400, 0, 64, -1}, // a report of no type
-        {0x21, 77, 0, 0, 0, -1},      // no request at all
-        {0xc0, 1, 0, 0, 1, -1},       // a maker's own
-    };
-    for (const auto& one : requests) {
-        usbdevfs_ctrltransfer transfer{one.type, one.request, one.value, one.index, one.length, 1000, data};
-        EXPECT_EQ(ioctl(node, USBDEVFS_CONTROL, &transfer), one.result)
-            << int{one.type} << ' ' << int{one.request} << ' ' << one.value;
-        if (one.result < 0) {
-            EXPECT_EQ(errno, EPIPE);
-        }
-    }
-    close(node);
-}
-
-TEST_F(Pads, InterfacesAreClaimedAndLeftAsTheKernelHasIt) {
-    const int node = open_node(main_pad);
-    ASSERT_GE(node, 0);
-    const auto fails = [&](unsigned long request, auto argument, int error) {
-        const int result = ioctl(node, request, &argument);
-        const int failure = errno;
-        EXPECT_EQ(result, error == 0 ? 0 : -1);
-        EXPECT_EQ(result == 0 ? 0 : failure, error);
-    };
-    constexpr unsigned int none = 99;
-    fails(USBDEVFS_RELEASEINTERFACE, 0U, EINVAL); // nobody has it
-    fails(USBDEVFS_CLAIMINTERFACE, none, ENOENT);
-    usbdevfs_disconnect_claim claim{};
-    claim.interface = none;
-    fails(USBDEVFS_DISCONNECT_CLAIM, claim, EINVAL);
-    claim.interface = 0;
-    claim.flags = USBDEVFS_DISCONNECT_CLAIM_IF_DRIVER;
-    std::strcpy(claim.driver, "usbfs");
-    fails(USBDEVFS_DISCONNECT_CLAIM, claim, EBUSY); // the kernel's own has it
-    claim.flags = USBDEVFS_DISCONNECT_CLAIM_EXCEPT_DRIVER;
-    std::strcpy(claim.driver, "usbhid");
-    fails(USBDEVFS_DISCONNECT_CLAIM, claim, EBUSY);
-    claim.flags = 0;
-    fails(USBDEVFS_DISCONNECT_CLAIM, claim, 0);
-    fails(USBDEVFS_CLAIMINTERFACE, 0U, 0); // again
-    fails(USBDEVFS_IOCTL, usbdevfs_ioctl{0, USBDEVFS_CONNECT, nullptr}, EBUSY);
-    fails(USBDEVFS_IOCTL, usbdevfs_ioctl{static_cast<int>(none), USBDEVFS_CONNECT, nullptr}, EINVAL);
-    fails(USBDEVFS_IOCTL, usbdevfs_ioctl{static_cast<int>(none), USBDEVFS_DISCONNECT, nullptr}, EINVAL);
-    fails(USBDEVFS_SETINTERFACE, usbdevfs_setinterface{0, 0}, 0);
-    fails(USBDEVFS_SETINTERFACE, usbdevfs_setinterface{0, 1}, EINVAL);
-    fails(USBDEVFS_SETINTERFACE, usbdevfs_setinterface{none, 0}, ENOENT);
-    fails(USBDEVFS_CLEAR_HALT, 0x81U, 0);
-    fails(USBDEVFS_CLEAR_HALT, 0x5fU, ENOENT);
-    EXPECT_EQ(ioctl(node, USBDEVFS_RESET, nullptr), 0);
-
-    unsigned char data[64] = {};
-    usbdevfs_urb urb;
-    std::memset(&urb, 0, sizeof urb);
-    urb.buffer = data;
-    urb.buffer_length = sizeof data;
-    urb.type = USBDEVFS_URB_TYPE_INTERRUPT;
-    urb.endpoint = 0x8f; // which is not there
-    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), -1);
-    EXPECT_EQ(errno, ENOENT);
-    urb.type = USBDEVFS_URB_TYPE_ISO;
-    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), -1);
-    urb.type = USBDEVFS_URB_TYPE_CONTROL;
-    urb.endpoint = 0;
-    data[0] = 0x80;
-    data[7] = 1; // 256 bytes, for which there is no room
-    EXPECT_EQ(ioctl(node, USBDEVFS_SUBMITURB, &urb), -1);
-    EXPECT_EQ(errno, EINVAL);
-    close(node);
-}
-
-TEST_F(Pads, OtherFilesAreLeftAlone) {
-    for (int i = 0; i < 200; ++i) { // more than the table of the library below has entries
-        EXPECT_LT(open("/dev/vxpad-none", O_RDONLY), 0);
-    }
-    const int null = open("/dev/null", O_RDWR);
-    ASSERT_GE(null, 0);
-    EXPECT_EQ(write(null, "x", 1), 1);
-    close(null);
-    EXPECT_TRUE(asks_version(open_hid(main_pad, 0)));
-}
+// ---- control requests ----
 
 TEST_F(Pads, ControlRequestsAreChecked) {
     for (const auto* line : {"nonsense", "", "plug", "plug 0", "plug 99", "plug 1", "fault 1 nonsense", "fault 1 short",

@@ -19,7 +19,6 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 using emulator::request;
@@ -34,15 +33,6 @@ constexpr int pad_count = 4;
 
 constexpr unsigned char in_endpoint = 0x81;
 constexpr unsigned char out_endpoint = 0x02;
-
-std::string hex(const Bytes& bytes) {
-    std::string text;
-    for (const auto byte : bytes) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
-    return text;
-}
 
 Bytes operator+(Bytes first, const Bytes& second) {
     first.insert(first.end(), second.begin(), second.end());
