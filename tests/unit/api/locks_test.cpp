@@ -28,7 +28,7 @@ class TakenLocks : public Receiving, public testing::WithParamInterface<Case> {
   protected:
     void SetUp() override {
         Receiving::SetUp();
-        if (VXPAD_SANITIZED != 0) {
+        if (VXPAD_THREAD_SANITIZER != 0) {
             GTEST_SKIP() << "lock lines are switched on while threads look at the environment, which is a race";
         }
         UsbDevice vcom = standins::vcom_pad("usb1");
