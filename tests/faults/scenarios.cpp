@@ -652,7 +652,7 @@ void receive_hid(Run& run) {
 void receive_vcom(Run& run) {
     VcomPad pad(10, 0, 64);
     expect_pads(run, 1);
-    pad.model.replace = [&pad, done = false](const Bytes& message) mutable -> std::optional<std::vector<Bytes>> {
+    pad.model.replace = [done = false](const Bytes& message) mutable -> std::optional<std::vector<Bytes>> {
         if (message == base(1, {0x11, 1, 0}) && !std::exchange(done, true)) {
             return std::vector<Bytes>{base(1, {0x11, 1}), pen(Bytes(64, 7)), pen(Bytes(64, 7)), pen(Bytes(64, 7))};
         }

@@ -243,7 +243,7 @@ TEST_F(Switches, AreSeenInAnEnvironmentOnTwoPages) {
 }
 
 TEST_F(Switches, AreReadNoFurtherThanTheMemoryReaches) {
-    in_environments_that_end([this](const std::function<void()>& make_shorter) {
+    in_environments_that_end([](const std::function<void()>& make_shorter) {
         make_shorter();
         EXPECT_FALSE(is_traced());
     });
@@ -453,7 +453,7 @@ TEST_F(SwitchesInsideACallByHand, AreSeenInAnySlotAsTheNextFunctionIsEntered) {
 }
 
 TEST_F(SwitchesInsideACallByHand, AreReadNoFurtherThanTheMemoryReaches) {
-    in_environments_that_end([this](const std::function<void()>& make_shorter) {
+    in_environments_that_end([](const std::function<void()>& make_shorter) {
         EXPECT_EQ(is_traced_around(make_shorter), (std::pair{false, false}));
     });
 }
