@@ -27,7 +27,7 @@ namespace {
 // Ends all threads of the library, the upload threads too, and waits for the calls that use a pad. Without the list's
 // lock: they may be inside callbacks.
 void stop_read_threads() {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     {
         VX_LOCK(lock, &dev_list_short_lock);
         interface_state::close();
@@ -41,8 +41,8 @@ void stop_read_threads() {
     detached_thread::wait_for_all();
 }
 
-void tear_down() {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "__deinitialize")};
+int tear_down() {
+    trace::Scope scope{VX_HERE_AS("__deinitialize")};
     std::atomic_ref{interface_routine_terminate}.store(1);
     stop_read_threads();
     {
@@ -54,6 +54,7 @@ void tear_down() {
     log_delivery::forget_callback();
     removal::set_callback(nullptr, nullptr);
     core_uninitialize();
+    return scope.exit(0);
 }
 
 // A thread that the tear-down waits for would wait for itself. It is inside a callback that must not do so.
@@ -103,7 +104,7 @@ wchar_tools::Text shown(const char16_t* text, int units) {
 } // namespace
 
 int Initialize() {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     if (!expect_no_own_call(VX_HERE)) {
         return scope.exit(0);
     }
@@ -122,7 +123,7 @@ int Initialize() {
 }
 
 int Deinitialize() {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     if (!expect_no_own_call(VX_HERE)) {
         return scope.exit(0);
     }
@@ -133,7 +134,7 @@ int Deinitialize() {
 }
 
 bool IsInitialized() {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     VX_LOCK(lock, &dev_list_short_lock);
     const bool initialized = device_list::table() != nullptr;
     if (initialized) {

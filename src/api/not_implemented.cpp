@@ -5,32 +5,32 @@
 static constexpr char not_implemented[] = "Function %s() not implemented yet.";
 
 int AddComDevice(void* /*argument_1*/, unsigned int /*argument_2*/, void* /*argument_3*/) {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     VX_INFO(not_implemented, __func__);
     return scope.exit(0);
 }
 
 int ReadFileBuffer(unsigned int /*device*/, unsigned int /*end_point_id_mask*/, void* /*dst*/,
                    unsigned int /*dst_length*/, unsigned int* /*reply*/) {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     VX_INFO(not_implemented, __func__);
     return scope.exit(0);
 }
 
 int SetOnDeviceArrivedHandler(vxpad_device_callback /*callback*/, void* /*user_specific*/) {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     VX_INFO(not_implemented, __func__);
     return scope.exit(0);
 }
 
 int TriggerOnDeviceArrivedEvents() {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     VX_INFO(not_implemented, __func__);
     return scope.exit(0);
 }
 
 int LogDeviceStatistics(unsigned int /*device*/) {
-    trace::Scope scope{VX_HERE};
+    trace::Entry scope{VX_HERE};
     VX_ERROR(not_implemented, __func__);
     return scope.exit(0);
 }

@@ -21,7 +21,7 @@ class GrowingPause {
     }
 
   private:
-    trace::Location where_;
+    const trace::Location& where_;
     useconds_t cap_us_; // 0: none
     useconds_t pause_us_ = 1000;
 };

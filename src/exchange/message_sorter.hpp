@@ -33,7 +33,7 @@ class MessageSorter {
     bool strike_off(bool is_report);
     bool answers_an_earlier_question(const message_cutter::Frame& answer, bool is_old);
 
-    trace::Location where_;
+    const trace::Location& where_;
     vx_device& device_;
     ReadFor read_for_;
     Stopwatch& since_the_question_;

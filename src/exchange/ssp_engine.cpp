@@ -175,7 +175,7 @@ class Receiver {
         return 0;
     }
 
-    trace::Location where_;
+    const trace::Location& where_;
     vx_device& device_;
     unsigned int time_out_;
     unsigned char legacy_;

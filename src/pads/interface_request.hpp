@@ -30,7 +30,7 @@ class InterfaceRequest {
     int checked(int result) const;
 
   private:
-    trace::Location where_;
+    const trace::Location& where_;
     const InterfaceRequestTexts& texts_;
     vx_device* pad_;
     bool is_sound_ = false;

@@ -12,6 +12,7 @@
 class Call {
   public:
     explicit Call(const trace::Location& where) : scope_{where} {}
+    explicit Call(const trace::Location&& where) = delete;
 
     const trace::Location& where() const { return scope_.where(); }
     int exit(int result, int line = __builtin_LINE()) { return scope_.exit(result, line); }
@@ -49,7 +50,7 @@ class Call {
   private:
     int selected(int result, unsigned int device);
 
-    trace::Scope scope_;
+    trace::Entry scope_;
     std::optional<detached_thread::Counted> counted_;
     vx_device* pad_ = nullptr;
     std::optional<current_pad::Serve> served_;

@@ -56,6 +56,7 @@ std::optional<Delivery> take_frame(const Interface& interface) {
 }
 
 Pass look_at(const trace::Location& where, Interface& interface, useconds_t& delay) {
+    trace::begin_round();
     trace::Lock list_lock{&dev_list_short_lock, "&dev_list_short_lock", where};
     trace::Lock callback_lock{&interface.processing_input_report_callback_lock, interface_state::callback_lock_name,
                               where};
@@ -88,7 +89,7 @@ Pass look_at(const trace::Location& where, Interface& interface, useconds_t& del
 
 // SetDataReceivingEnabled(device, interface_number, 0), but for a receive thread that was started meanwhile.
 void stop_receiving(const CallbackThread& thread, unsigned int stopped_start) {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "SetDataReceivingEnabled")};
+    trace::Scope scope{VX_HERE_AS("SetDataReceivingEnabled")};
     VX_INFO_AT(scope.where(), "SetDataReceivingEnabled(%d, %d, %d)", thread.device, thread.interface_number, 0);
     receive_thread::stop_thread(thread.device, thread.interface_number, stopped_start);
     scope.exit(0);

@@ -20,7 +20,7 @@ Interface* find(unsigned int device, unsigned int interface_number) {
 }
 
 void ask_to_stop(unsigned int device, unsigned int interface_number) {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "__stop_thread")};
+    trace::Scope scope{VX_HERE_AS("__stop_thread")};
     if (device_list::table() == nullptr) {
         return;
     }

@@ -51,7 +51,7 @@ bool is_admitted() {
 
 // Pthread_create() keeps the result to itself.
 int create_thread(const pthread_attr_t* attributes, void* (*routine)(void*), void* argument) {
-    const trace::Location where = trace::here(__FILE_NAME__, __LINE__, "Pthread_create");
+    const trace::Location& where = VX_HERE_AS("Pthread_create");
     pthread_t thread;
     const int result = pthread_create(&thread, attributes, routine, argument);
     if (result == 0) {

@@ -14,6 +14,7 @@ class Lock {
   public:
     enum class Taken { now, if_free };
     Lock(pthread_mutex_t* mutex, const char* expression, const Location& where, Taken taken = Taken::now);
+    Lock(pthread_mutex_t* mutex, const char* expression, const Location&& where, Taken taken = Taken::now) = delete;
     ~Lock() { unlock(); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
@@ -25,7 +26,7 @@ class Lock {
   private:
     pthread_mutex_t* mutex_;
     const char* expression_;
-    Location where_;
+    const Location& where_;
     bool held_ = false;
 };
 

@@ -133,7 +133,8 @@ void hand_over(const Message& message, const Pair& to) {
     outbox.delivering = false;
 }
 
-void hand_over_all() {
+// Apart, so that a lock which nothing waits for is released with little ado.
+[[gnu::noinline]] void hand_over_all() {
     outbox.last_words.empty([](const Message& message) {
         // Whoever registers another callback meanwhile may have freed what the former was given.
         if (outbox.registration == registrations) {

@@ -135,11 +135,33 @@ void fatal_error(const Location& where, int error_number, const char* text) {
     err_sys("error: %s", text);
 }
 
-void Scope::write_enter() const {
-    print_line(function_colour, where_, "%s(): enter.", where_.function);
+void begin_round() {
+    static_cast<void>(switches::is_on_in_any_slot(Switch::functions));
 }
 
-void Scope::write_exit() const {
+// The looks by themselves: what they seldom lead to is apart.
+void Scope::tell_enter() const {
+    if (!switches::are_still_off()) [[unlikely]] {
+        tell_enter_after_full_look();
+    }
+}
+
+void Scope::tell_enter_after_full_look() const {
+    if (switches::is_on_in_any_slot(Switch::functions)) [[unlikely]] {
+        print_line(function_colour, where_, "%s(): enter.", where_.function);
+    }
+}
+
+void Scope::tell_exit() const {
+    if (!switches::are_still_off()) [[unlikely]] {
+        tell_exit_after_full_look();
+    }
+}
+
+void Scope::tell_exit_after_full_look() const {
+    if (!switches::is_on_in_any_slot(Switch::functions)) {
+        return;
+    }
     char result[64] = "";
     if (const int* number = std::get_if<int>(&result_)) {
         std::snprintf(result, sizeof result, " returned int: %d.", *number);
@@ -150,7 +172,8 @@ void Scope::write_exit() const {
     } else if (const auto* pointer = std::get_if<const void*>(&result_)) {
         std::snprintf(result, sizeof result, " returned pointer: %p.", *pointer);
     }
-    print_line(function_colour, {where_.file, exit_line_, where_.function}, "%s(): exit.%s", where_.function, result);
+    const int line = exit_line_ != 0 ? exit_line_ : where_.line;
+    print_line(function_colour, {where_.file, line, where_.function}, "%s(): exit.%s", where_.function, result);
 }
 
 } // namespace trace

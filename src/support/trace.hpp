@@ -5,8 +5,6 @@
 // nor are its arguments evaluated.
 #pragma once
 
-#include "support/switches.hpp"
-
 #include <variant>
 
 namespace trace {
@@ -17,10 +15,13 @@ struct Location {
     const char* function;
 };
 
-constexpr Location here(const char* file, int line, const char* function) {
-    return {file, line, function};
-}
-#define VX_HERE ::trace::here(__FILE_NAME__, __LINE__, __func__)
+// A location that stays for ever, so that guards only remember which.
+#define VX_HERE_AS(function_name)                                                                                      \
+    (*__extension__({                                                                                                  \
+        static constexpr ::trace::Location location_{__FILE_NAME__, __LINE__, (function_name)};                        \
+        &location_;                                                                                                    \
+    }))
+#define VX_HERE VX_HERE_AS(__func__)
 
 // Who wants an information message just now.
 struct Listeners {
@@ -71,16 +72,9 @@ enum class Style {
 // the lines of locks that are held inside it. Without exit() the line names no result.
 class Scope {
   public:
-    explicit Scope(const Location& where) : where_{where}, exit_line_{where.line} {
-        if (switches::is_on_at_entry(switches::Switch::functions)) [[unlikely]] {
-            write_enter();
-        }
-    }
-    ~Scope() {
-        if (switches::is_on(switches::Switch::functions)) [[unlikely]] {
-            write_exit();
-        }
-    }
+    explicit Scope(const Location& where) : where_{where} { tell_enter(); }
+    explicit Scope(const Location&& where) = delete;
+    ~Scope() { tell_exit(); }
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
 
@@ -94,6 +88,10 @@ class Scope {
         return result;
     }
 
+  protected:
+    enum class Enters { library };
+    Scope(const Location& where, Enters /*what*/) : where_{where} { tell_enter_after_full_look(); }
+
   private:
     template <typename T> T remember(T result, int line) {
         result_ = result;
@@ -101,13 +99,25 @@ class Scope {
         return result;
     }
 
-    void write_enter() const;
-    void write_exit() const;
+    void tell_enter() const;
+    void tell_enter_after_full_look() const;
+    void tell_exit() const;
+    void tell_exit_after_full_look() const;
 
-    Location where_;
-    int exit_line_;
+    const Location& where_;
+    int exit_line_ = 0; // where exit() was called
     std::variant<std::monostate, int, bool, long, const void*> result_;
 };
+
+// The scope of a function that applications call, or that begins a thread's next round.
+class Entry : public Scope {
+  public:
+    explicit Entry(const Location& where) : Scope{where, Enters::library} {}
+    explicit Entry(const Location&& where) = delete;
+};
+
+// What a thread calls that goes round inside one scope: all that an entry would see is seen.
+void begin_round();
 
 // The local time as "14:03:27.045".
 struct Timestamp {

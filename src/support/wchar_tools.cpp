@@ -13,8 +13,7 @@ namespace {
 
 // The process's LC_CTYPE stays as the environment has it.
 template <typename Unit> void fill_log_text(wchar_tools::Text& target, const Unit* text) {
-    trace::Lock lock{&print_wchar_to_asci_lock, "&print_wchar_to_asci_lock",
-                     trace::here(__FILE_NAME__, __LINE__, "print_wchar_to_asci")};
+    trace::Lock lock{&print_wchar_to_asci_lock, "&print_wchar_to_asci_lock", VX_HERE_AS("print_wchar_to_asci")};
     target = {};
     std::setlocale(LC_CTYPE, "");
     const int with_terminator = wstr_length(text) + 1;

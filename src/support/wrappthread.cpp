@@ -8,22 +8,26 @@
 namespace {
 
 // The text is "<function in lower case>()"; errno carries the code that the call returned.
-void check(const trace::Location& where, int result, const char* call) {
-    if (result != 0) {
-        trace::system_error(where, result, "%s()", call);
-        errno = result;
-    }
+[[gnu::noinline]] void tell(const trace::Location& where, int result, const char* call) {
+    trace::system_error(where, result, "%s()", call);
+    errno = result;
 }
 
 } // namespace
 
-#define CHECKED(call, ...) check(VX_HERE, call(__VA_ARGS__), #call)
+#define CHECKED(call, ...)                                                                                             \
+    do {                                                                                                               \
+        if (const int result_ = call(__VA_ARGS__); result_ != 0) [[unlikely]] {                                        \
+            tell(VX_HERE, result_, #call);                                                                             \
+        }                                                                                                              \
+    } while (false)
 
 void Pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*routine)(void*), void* argument) {
     const int result = pthread_create(thread, attributes, routine, argument);
-    check(VX_HERE, result, "pthread_create");
     if (result == 0) {
         VX_INFO("pthread_create return -> %d", result);
+    } else {
+        tell(VX_HERE, result, "pthread_create");
     }
 }
 

@@ -14,20 +14,26 @@ namespace {
 
 constexpr std::size_t file_chunk = 4096;
 
-// Tries three times and then ends the process: nothing that the library does can go on without memory.
-template <typename Allocate> void* allocate(const trace::Location& where, const char* name, Allocate attempt) {
-    useconds_t delay = 100;
-    int last_error = 0;
-    for (int attempts = 0; attempts != 3; ++attempts) {
+// Tries twice more and then ends the process: nothing that the library does can go on without memory.
+template <typename Allocate>
+[[gnu::noinline]] void* allocate_after_failure(const trace::Location& where, const char* name, Allocate attempt) {
+    constexpr useconds_t last_delay = 1100;
+    for (useconds_t delay = 100;; delay += 500) {
+        const int last_error = errno;
+        trace::plain_error(where, "allocate memory by %s -> FAILURE, going to try again after usleep(%d)", name, delay);
+        usleep(delay);
+        if (delay == last_delay) {
+            trace::fatal_error(where, last_error, name);
+        }
         if (void* block = attempt()) {
             return block;
         }
-        last_error = errno;
-        trace::plain_error(where, "allocate memory by %s -> FAILURE, going to try again after usleep(%d)", name, delay);
-        usleep(delay);
-        delay += 500;
     }
-    trace::fatal_error(where, last_error, name);
+}
+
+template <typename Allocate> void* allocate(const trace::Location& where, const char* name, Allocate attempt) {
+    void* block = attempt();
+    return block != nullptr ? block : allocate_after_failure(where, name, attempt);
 }
 
 // malloc(0) may give null, which is no failure.

@@ -38,7 +38,7 @@ int __core_open_dev(vx_device* device) {
 }
 
 bool open_close::opens(vx_device& device) {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "core_open_dev")};
+    trace::Scope scope{VX_HERE_AS("core_open_dev")};
     const trace::Lock lock{device.device_lock, "device->device_lock", scope.where()};
     const bool is_open = __core_open_dev(&device) == 0;
     scope.exit(0);

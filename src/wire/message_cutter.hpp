@@ -70,7 +70,7 @@ class Cutter {
     std::optional<std::size_t> go_on_with(const Frame& message);
     std::optional<std::size_t> carry(std::span<const unsigned char> beginning, std::size_t missing);
 
-    trace::Location where_;
+    const trace::Location& where_;
     std::span<unsigned char> room_;
     Tail tail_; // before the parser moves what was received
     std::unique_ptr<uni_queue, QueueDestroyer> frames_;

@@ -118,6 +118,10 @@ template <typename Way> std::optional<std::size_t> count_changes(const unsigned 
 
 // Goes on through a block, behind the first places, which were seen before. Returns whether there is a stop.
 template <typename Way> bool look_at(const unsigned char* block, std::size_t seen, Stretch& stretch) {
+    if (bits_of(places_of_markers(block)) >> seen == 0) {
+        stretch.end += block_size - seen;
+        return false;
+    }
     const unsigned int changes = bits_of(Way::changes(block)) >> seen;
     const unsigned int stops = bits_of(Way::stops(block)) >> seen;
     if (stops == 0) {
@@ -296,7 +300,7 @@ int ssp_transport_token_to_base_message_data(void* tt_data, size_t tt_data_size,
     auto* received = static_cast<unsigned char*>(tt_data);
     const Bytes bytes{received, tt_data_size};
 
-    std::size_t token = scan<Unescaping>(bytes, 0).end;
+    std::size_t token = begins_with(bytes, start_of_frame) ? 0 : scan<Unescaping>(bytes, 0).end;
     if (token == bytes.size()) {
         return scope.exit(-1);
     }

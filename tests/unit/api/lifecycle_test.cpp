@@ -150,6 +150,24 @@ TEST_F(Lifecycle, TheTearDownReleasesTheListBeforeItLocksTheRecords) {
     }
 }
 
+TEST_F(Lifecycle, TheTearDownTellsItsResult) {
+    const standins::EnvironmentGuard on("LIBVXPADCOM_DEBUG_FUNC", "1");
+    standins::OutputCapture output(STDOUT_FILENO);
+    Deinitialize();
+    EXPECT_THAT(output.text(), HasSubstr("__deinitialize(): exit. returned int: 0.\n"));
+}
+
+TEST_F(Lifecycle, TheTearDownDestroysNoQueueThatWasNeverMade) {
+    plug(1);
+    Initialize();
+    const standins::EnvironmentGuard on("LIBVXPADCOM_DEBUG_FUNC", "1");
+    standins::OutputCapture output(STDOUT_FILENO);
+    Deinitialize();
+    const std::string printed = output.text();
+    EXPECT_THAT(printed, HasSubstr("core_close_all_devs_clear_mem(): enter."));
+    EXPECT_THAT(printed, Not(HasSubstr("destroy_uni_queue()")));
+}
+
 TEST_F(Lifecycle, TheFirstPadIsSelected) {
     plug(2);
     EXPECT_THAT(said_during([] { Initialize(); }), HasSubstr("Was switched to device: 1\n"));
@@ -227,7 +245,8 @@ TEST_F(Lifecycle, TheSelectedPadIsTheCursor) {
     unsigned int reply = 0;
     EnumerateDevicesStart(&reply);
     EXPECT_EQ(GetVendorId(2, &reply), 0);
-    EnumerateDevicesNext(&reply);
+    EXPECT_THAT(said_during([&] { EnumerateDevicesNext(&reply); }),
+                HasSubstr("Current device: 2, pad_settings: 000000000000000001HID: "));
     EXPECT_EQ(reply, 3U);
     EXPECT_EQ(SetUsedTransportProtocol(1, 0), 0);
     EnumerateDevicesNext(&reply);

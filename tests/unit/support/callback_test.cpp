@@ -15,11 +15,13 @@
 #include <chrono>
 #include <cstdio>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
 
 using standins::OutputCapture;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -318,6 +320,26 @@ TEST_F(Callback, HearsNothingOfATearDownOnceAnotherIsRegistered) {
     };
     Initialize();
     EXPECT_EQ(heard.messages, 0);
+    Deinitialize();
+}
+
+// Whoever takes it away may free what it was given, also where messages of another thread still wait behind a lock.
+TEST_F(Callback, HearsNothingThatWaitedOnceItIsTakenAway) {
+    standins::bus().plug(standins::pad_of_type(9));
+    Initialize();
+    RegisterLoggingCallBackProcedure(as_callback(keep), nullptr);
+    std::vector<std::string> heard;
+    standins::bus().hooks.send_feature = [&](standins::HidInterface&, std::span<const unsigned char>) {
+        std::thread([] { RegisterLoggingCallBackProcedure(nullptr, nullptr); }).join();
+        heard = texts();
+        return std::optional<int>();
+    };
+    std::array<unsigned char, 65> report{};
+    unsigned int reply = 0;
+    EXPECT_EQ(SetFeature(1, 0, report.data(), report.size(), &reply), 0);
+    const std::string waiting = "info: core_set_hid_feature_report(): Going to call hid_feature_write(data_size: 65)\n";
+    EXPECT_THAT(heard, AllOf(testing::Not(IsEmpty()), testing::Not(testing::Contains(waiting))));
+    EXPECT_EQ(texts(), heard);
     Deinitialize();
 }
 

@@ -36,6 +36,7 @@ struct ReadWatch {
     std::atomic<int> fail_from = -1; // number of the first read that fails
 };
 ReadWatch watch;
+std::atomic<bool> closes_behind = false; // whoever reads to the end or writes finds the descriptor closed
 
 } // namespace
 
@@ -50,7 +51,18 @@ extern "C" ssize_t read(int descriptor, void* buffer, size_t count) {
     }
     const ssize_t got = syscall(SYS_read, descriptor, buffer, count);
     watch.results.push_back(got);
+    if (got == 0 && closes_behind) {
+        close(descriptor);
+    }
     return got;
+}
+
+extern "C" ssize_t write(int descriptor, const void* buffer, size_t count) {
+    const ssize_t written = syscall(SYS_write, descriptor, buffer, count);
+    if (closes_behind) {
+        close(descriptor);
+    }
+    return written;
 }
 
 namespace {
@@ -256,6 +268,21 @@ TEST_F(Files, LoadClosesItsFile) {
     EXPECT_EQ(after, before);
 }
 
+TEST_F(Files, LoadGivesWhatItReadThoughTheFileCannotBeClosed) {
+    const std::string name = file_with({1, 2, 3});
+    unsigned int size = 0;
+    Image image(nullptr, &std::free);
+    EXPECT_THAT(errors_of([&] {
+                    watch.on = closes_behind = true;
+                    image.reset(load_file(name.c_str(), &size));
+                    watch.on = closes_behind = false;
+                }),
+                HasSubstr("Cannot close file: " + name));
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(size, 3U);
+    EXPECT_EQ(std::vector(image.get(), image.get() + 3), (std::vector<unsigned char>{1, 2, 3}));
+}
+
 TEST_F(Files, LoadRefusesNullArguments) {
     unsigned int size = 4711;
     const std::string errors = errors_of([&] {
@@ -300,6 +327,17 @@ TEST_F(Files, SaveCreatesWithMode0644BeforeTheUmask) {
         ASSERT_EQ(stat(name.c_str(), &facts), 0);
         EXPECT_EQ(facts.st_mode & 07777U, 0644U & ~mask);
     }
+}
+
+TEST_F(Files, SaveReportsWhatItCannotClose) {
+    const std::string name = path("new");
+    EXPECT_THAT(errors_of([&] {
+                    closes_behind = true;
+                    EXPECT_EQ(save_file(name.c_str(), "ab", 2), 2);
+                    closes_behind = false;
+                }),
+                HasSubstr("Cannot close file: " + name));
+    EXPECT_THAT(content_of(name), ElementsAre('a', 'b'));
 }
 
 TEST_F(Files, SaveReportsWhatItCannotOpenOrWrite) {

@@ -4,6 +4,7 @@
 #include "base/library_range.hpp"
 #include "captures.hpp"
 #include "standins.hpp"
+#include "vxpadcom/internals/uni_queue.h"
 #include "vxpadcom/vxpadcom.h"
 
 #include <dlfcn.h>
@@ -346,12 +347,22 @@ TEST_F(Refusals, OfAQueueEndARequestAtOnce) {
     }
 }
 
-void initialize_and_refuse() {
+void initialize() {
     bus().reset();
     bus().plug(standins::pad_of_type(9));
     Initialize();
+}
+
+// Till the process ends: what counts lines, for one, writes them down then.
+void refuse_for_good() {
+    std::atexit([] { memory.for_good = false; });
     memory.for_good = true;
     memory.granted = 0;
+}
+
+void initialize_and_refuse() {
+    initialize();
+    refuse_for_good();
 }
 
 void ignore_message(void*, const char16_t*) {}
@@ -359,12 +370,9 @@ void ignore_message(void*, const char16_t*) {}
 TEST_F(Refusals, ForGoodEndTheProcessWithTheLineWhereACallLogs) {
     EXPECT_EXIT(
         {
-            bus().reset();
-            bus().plug(standins::pad_of_type(9));
-            Initialize();
+            initialize();
             RegisterLoggingCallBackProcedure(reinterpret_cast<void*>(&ignore_message), nullptr);
-            memory.for_good = true;
-            memory.granted = 0;
+            refuse_for_good();
             IsInitialized(); // it says so while it holds the list's lock
         },
         testing::ExitedWithCode(1), HasSubstr("error: malloc()"));
@@ -397,6 +405,22 @@ TEST_F(Refusals, OfAMessagesMemoryAreToldToTheLoggingCallback) {
     heard.erase(found);
     EXPECT_EQ(heard, expected);
     Deinitialize();
+}
+
+// A queue and its records come from calloc(), which the line of a refused one names.
+TEST_F(Refusals, OfAQueuesBlocksNameTheirAllocator) {
+    const auto refused = [](const std::function<void()>& call) {
+        standins::OutputCapture capture(STDERR_FILENO);
+        memory.granted = 0;
+        call();
+        grant_everything();
+        return capture.text();
+    };
+    const std::string line = "allocate memory by calloc() -> FAILURE, going to try again after usleep(100)";
+    uni_queue* queue = nullptr;
+    EXPECT_THAT(refused([&] { queue = init_uni_queue(); }), HasSubstr(line));
+    EXPECT_THAT(refused([&] { add_uni_frame(queue, nullptr, 0); }), HasSubstr(line));
+    destroy_uni_queue(queue);
 }
 
 TEST_F(Refusals, ForGoodEndTheProcessWithTheLineWhereReceivingStarts) {

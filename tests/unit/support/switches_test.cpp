@@ -1,14 +1,19 @@
 // Whatever changes a trace switch, the very next trace point sees it.
+#include "standins.hpp"
 #include "support/lines.hpp"
 
 #include "vxpadcom/vxpadcom.h"
 
 #include <gmock/gmock.h>
+#include <spawn.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <functional>
@@ -280,6 +285,43 @@ TEST_F(Switches, AreSeenWhenTheCallingThreadIsInterruptedToSetThem) {
     environ = former;
 }
 
+// In rounds of a thread that stays inside one function; it is the thread itself that writes.
+TEST_F(Switches, AreSeenInAnySlotAsAThreadBeginsAnotherRound) {
+    static std::array<char, 64> filling{"VXPAD_FILLING=1"};
+    static std::array<char, 64> lock_switch{"LIBVXPADCOM_DEBUG_MUTEX=1"};
+    alignas(512) static std::array<char*, 41> slots; // on one page, and slot 3 is none of the last
+    std::fill_n(slots.begin(), 40, filling.data());
+    static std::atomic<int> round;
+    round = 0;
+    auto& bus = standins::bus();
+    bus.reset();
+    bus.plug(standins::pad_of_type(9));
+    bus.hooks.usleep = [](unsigned int) {
+        if (++round == 10) {
+            slots[3] = lock_switch.data();
+        } else if (round == 11) {
+            slots[3] = filling.data();
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    };
+    char** const former = std::exchange(environ, slots.data());
+    const std::string text = lines::written(STDOUT_FILENO, [] {
+        EXPECT_EQ(Initialize(), 0);
+        round = 0;
+        EXPECT_EQ(SetOnDataReceivedHandler(
+                      1, 0, [](void*, unsigned int, unsigned int, const void*, unsigned int) {}, nullptr),
+                  0);
+        while (round < 20) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_EQ(Deinitialize(), 0);
+    });
+    environ = former;
+    bus.reset();
+    EXPECT_NE(text.find("pirc_routine(): >>>>>>>>     going to pthread_mutex_lock() -> &dev_list_short_lock"),
+              std::string::npos);
+}
+
 TEST_F(Switches, AreReadByManyThreadsAtOnce) {
     constexpr int threads = 4;
     for (int round = 0; round < 20; ++round) {
@@ -352,6 +394,48 @@ class SwitchesInsideACall : public Switches {
     static inline std::function<void()> change_;
 };
 
+// Runs this test alone in a process that is started with 700 variables, which take two pages at least. 0 if it passes.
+int status_among_700_variables() {
+    std::vector<std::string> variables;
+    for (int i = 0; i < 700; ++i) {
+        variables.push_back("VXPAD_STARTED_WITH_" + std::to_string(i) + "=1");
+    }
+    std::vector<char*> slots;
+    for (std::string& variable : variables) {
+        slots.push_back(variable.data());
+    }
+    slots.push_back(nullptr);
+    const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+    std::string program = "/proc/self/exe";
+    std::string filter = std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name();
+    const std::array arguments{program.data(), filter.data(), static_cast<char*>(nullptr)};
+    pid_t child = 0;
+    int status = posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments.data(), slots.data());
+    if (status == 0) {
+        waitpid(child, &status, 0);
+    }
+    return status;
+}
+
+TEST_F(SwitchesInsideACall, AreSeenInTheEnvironmentThatTheProcessWasStartedWith) {
+    if (getenv("VXPAD_STARTED_WITH_0") == nullptr) {
+        EXPECT_EQ(status_among_700_variables(), 0);
+        return;
+    }
+    char** const slots = environ;
+    for (const std::size_t at : {0U, 350U, 699U}) {
+        char* const former = std::exchange(slots[at], text_.data());
+        EXPECT_TRUE(is_traced()) << at;
+        slots[at] = former;
+        EXPECT_FALSE(is_traced()) << at;
+    }
+    char* const last = slots[699];
+    EXPECT_EQ(is_traced_around([&] { slots[699] = text_.data(); }), only_exit);
+    EXPECT_EQ(is_traced_around([&] { slots[699] = nullptr; }), only_enter);
+    EXPECT_EQ(is_traced_around([&] { slots[699] = text_.data(); }), only_exit);
+    slots[699] = last;
+}
+
 // In slots of the test's own, which the C library's functions must not be given.
 class SwitchesInsideACallByHand : public SwitchesInsideACall {
   protected:
@@ -386,6 +470,36 @@ TEST_F(SwitchesInsideACall, AreSeenWhenTheyAreSetAndTakenAway) {
         unsetenv(lines::function_switch);
         setenv("VXPAD_UNRELATED", std::string(static_cast<std::size_t>(round) * 7, 'x').c_str(), 1);
     }
+}
+
+TEST_F(SwitchesInsideACall, AreSeenWhenAnotherThreadSetsThem) {
+    setenv("VXPAD_UNRELATED", "1", 1);
+    const auto on_another_thread = [](auto change) {
+        return [change] {
+            std::thread{[&] {
+                change();
+                IsInitialized(); // looks at all of them
+            }}.join();
+        };
+    };
+    EXPECT_EQ(is_traced_around(on_another_thread([] { setenv(lines::function_switch, "1", 1); })), only_exit);
+    EXPECT_EQ(is_traced_around(on_another_thread([] { setenv(lines::function_switch, "0", 1); })), only_enter);
+    EXPECT_EQ(is_traced_around(on_another_thread([] { setenv(lines::function_switch, "1", 1); })), only_exit);
+    EXPECT_EQ(is_traced_around(on_another_thread([] { unsetenv(lines::function_switch); })), only_enter);
+}
+
+TEST_F(SwitchesInsideACall, AreSeenBeforeALastVariableThatIsSetAnew) {
+    setenv("VXPAD_UNRELATED", "1", 1);
+    setenv("VXPAD_OTHER", "1", 1);
+    EXPECT_EQ(is_traced_around([] {
+                  unsetenv("VXPAD_UNRELATED");
+                  unsetenv("VXPAD_OTHER");
+                  setenv(lines::function_switch, "1", 1);
+                  setenv("VXPAD_OTHER", "1", 1);
+              }),
+              only_exit);
+    unsetenv(lines::function_switch);
+    unsetenv("VXPAD_OTHER");
 }
 
 TEST_F(SwitchesInsideACall, AreSeenInMemoryThatHeldTheLastVariable) {

@@ -200,19 +200,20 @@ TEST_F(Trace, EachUseOfTheExceptionRecordsTakesTheirLockTwice) {
                                         function + "(): ########   was called pthread_mutex_lock() -> " + lock,
                                         function + "(): <<<<<<<< was called pthread_mutex_unlock() -> " + lock};
     };
-    const auto twice = [](const std::vector<std::string>& once) {
-        std::vector<std::string> all = once;
-        all.insert(all.end(), once.begin(), once.end());
+    const auto twice = [&](const std::string& function) {
+        std::vector<std::string> all = lock_lines("init_exceptions");
+        const std::vector<std::string> own = lock_lines(function);
+        all.insert(all.end(), own.begin(), own.end());
         return all;
     };
     std::vector<Line> printed;
     errors_of([&] { printed = output_of(fail_to_translate); });
-    EXPECT_EQ(lines::texts(printed), twice(lock_lines("exception")));
+    EXPECT_EQ(lines::texts(printed), twice("exception"));
     unsigned int code = 0;
-    EXPECT_EQ(lines::texts(output_of([&] { GetExceptionCode(1, &code); })), twice(lock_lines("GetExceptionCode")));
+    EXPECT_EQ(lines::texts(output_of([&] { GetExceptionCode(1, &code); })), twice("GetExceptionCode"));
     std::array<char16_t, 256> text{};
     EXPECT_EQ(lines::texts(output_of([&] { GetExceptionName(1, text.data(), 256, &code); })),
-              twice(lock_lines("GetExceptionName")));
+              twice("GetExceptionName"));
 }
 
 TEST_F(Trace, OutputLinesCarryThreadTimeFileAndLineInColumns) {

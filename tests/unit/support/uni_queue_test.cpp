@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using standins::EnvironmentGuard;
@@ -188,6 +189,20 @@ TEST_F(Queue, UnlockingWithoutALockReportsTheMutexError) {
     make_lock_errors_visible();
     EXPECT_THAT(said([&] { EXPECT_EQ(quiet_unlock_queue(queue_), EPERM); }),
                 HasSubstr("pthread_mutex_lock() return error!"));
+}
+
+// A mutex that the same thread holds once more.
+TEST_F(Queue, IsFreedThoughItsMutexCannotBeDestroyed) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_destroy(&queue_->mutex);
+    pthread_mutex_init(&queue_->mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    add(queue_, 3);
+    ASSERT_EQ(pthread_mutex_lock(&queue_->mutex), 0);
+    EXPECT_THAT(said([&] { destroy_uni_queue(std::exchange(queue_, nullptr)); }),
+                HasSubstr("error: pthread_mutex_init, uni_queue.cpp:"));
 }
 #endif
 

@@ -175,7 +175,8 @@ TEST(MessageCutterTest, SpeaksForItsCaller) {
     Bytes room = framed({base(1, Bytes(100, 7))});
     room.resize(20);
     testing::internal::CaptureStderr();
-    message_cutter::Cutter cutter{trace::here("caller.cpp", 4711, "reads"), room, room.size()};
+    const trace::Location caller{"caller.cpp", 4711, "reads"};
+    message_cutter::Cutter cutter{caller, room, room.size()};
     EXPECT_FALSE(cutter.next());
     EXPECT_FALSE(cutter.keep_beginning());
     const std::string said = testing::internal::GetCapturedStderr();
