@@ -120,9 +120,13 @@ void interface_routine(UploadInfo* info) {
 void start_upload(UploadInfo& info) {
     trace::Scope scope{VX_HERE};
     count_threads(VX_HERE, 1);
-    VX_LOCK(list_lock, &dev_list_short_lock);
-    const bool is_same_list = interface_state::is_open() && detached_thread::times_opened() == info.opening;
-    if (!is_same_list || detached_thread::start<interface_routine>(&info) != 0) {
+    bool has_started;
+    {
+        VX_LOCK(list_lock, &dev_list_short_lock);
+        const bool is_same_list = interface_state::is_open() && detached_thread::times_opened() == info.opening;
+        has_started = is_same_list && detached_thread::start<interface_routine>(&info) == 0;
+    }
+    if (!has_started) {
         set_terminated(true);
         count_threads(VX_HERE, -1);
         VX_ERROR("error of pthread_create() or pthread_attr_destroy()");

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr component_request::Request switch_biodata{
-    component_request::ct_signpad, 0x11, component_request::component_sender, component_request::nothing_received};
+    component_request::ct_signpad, 0x11, component_request::component_sender, component_link::nothing_received};
 constexpr int time_out_ms = 3000;
 constexpr useconds_t pause_cap_us = 500'000;
 

@@ -4,6 +4,7 @@
 #include "commands/list_reply.hpp"
 #include "vxpadcom/internals/component_link.h"
 #include "vxpadcom/internals/record.h"
+#include "vxpadcom/internals/ssp_base_message.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -16,8 +17,9 @@ using component_link::Answer;
 
 constexpr unsigned int probe_time_out_ms = 100;
 
-constexpr list_reply::Texts component_list{
+constexpr list_reply::Kind component_list{
     .message_id = 0x10,
+    .entry_size = 1,
     .wrong_id = "Wrong message ID",
     .wrong_result = "Wrong Component Protocol Result",
     .result_suffix = "",
@@ -47,9 +49,8 @@ int ssp_common_is_ssp_supported(vx_device* device) {
     if (!answer.reply || !component_link::is_base(*answer.reply)) {
         return scope.exit(0);
     }
-    const int length = static_cast<int>(answer.reply->payload().size());
-    VX_NOTE("bm_length: %d ", length);
-    return scope.exit(length > 0 ? 1 : 0);
+    VX_NOTE("bm_length: %d ", ssp_base_message_get_data_length(answer.reply->message()));
+    return scope.exit(answer.reply->payload().empty() ? 0 : 1);
 }
 
 int ssp_common_components_id_initialize_table(vx_device* device) {
@@ -67,13 +68,14 @@ int ssp_common_components_id_initialize_table(vx_device* device) {
     const Answer answer = component_link::receive_from(VX_HERE, device, component_link::reply_time_out_ms, asked,
                                                        component_list.message_id);
     if (!answer.reply) {
+        VX_ERROR("%s", component_link::no_data);
         return scope.exit(-1);
     }
     if (!component_link::expect_from(VX_HERE, *answer.reply, asked) ||
         !list_reply::expect_list(VX_HERE, *answer.reply, component_list)) {
         return scope.exit(-1);
     }
-    const auto types = list_reply::entries(*answer.reply, 1);
+    const auto types = list_reply::entries(*answer.reply, component_list);
     std::copy_n(types.begin(), std::min(types.size(), std::size(device->components_id_table)),
                 device->components_id_table);
     return scope.exit(0);

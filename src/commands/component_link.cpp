@@ -97,6 +97,7 @@ bool expect_from(const trace::Location& where, const Reply& reply, int id) {
         trace::error(where, "Error,  of ssp_base_message_check_component_id() for Base Message");
         return false;
     }
+    static_cast<void>(ssp_base_message_get_data_length(reply.message())); // logged; what counts is what came of it
     if (reply.payload().empty()) {
         trace::error(where, "Error, ssp_base_message_get_data_length() return %d", 0);
         return false;

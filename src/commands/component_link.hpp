@@ -14,6 +14,10 @@ namespace component_link {
 constexpr unsigned char protocol_success = 1;
 constexpr unsigned int reply_time_out_ms = 1000;
 
+// Two wordings of a missing reply: log filters know both.
+constexpr const char* no_data = "Error, function receive_ssp_message_and_get_data() return NULL";
+constexpr const char* nothing_received = "Error, receive_ssp_message_and_get_data() return NULL";
+
 // A reply as it came: at most 1024 bytes, zeros behind them.
 class Reply {
   public:

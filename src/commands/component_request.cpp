@@ -20,9 +20,10 @@ int send_to(const trace::Location& where, vx_device* device, int id, const Reque
     return result;
 }
 
-// A pad whose interface could not be opened again is as gone as one that the transport misses.
-bool is_lost(int result) {
-    return result == result::transport_lost || result == result::removed;
+// What a request gives for the exchange's result. A pad whose interface could not be opened again is as gone as one
+// that the transport misses.
+int failure_of(int result) {
+    return result == result::transport_lost || result == result::removed ? result::transport_lost : result::failed;
 }
 
 } // namespace
@@ -37,13 +38,13 @@ Answer perform(const trace::Location& where, vx_device* device, const Request& r
         return {id, std::nullopt};
     }
     if (const int result = send_to(where, device, id, request, data); result != 0) {
-        return {is_lost(result) ? result::transport_lost : result, std::nullopt};
+        return {failure_of(result), std::nullopt};
     }
     Answer answer =
         component_link::receive_from(where, device, component_link::reply_time_out_ms, id, request.message_id);
     if (!answer.reply) {
         trace::error(where, "%s", request.no_reply);
-        return {is_lost(answer.result) ? result::transport_lost : result::failed, std::nullopt};
+        return {failure_of(answer.result), std::nullopt};
     }
     if (!component_link::expect_from(where, *answer.reply, id)) {
         return {result::failed, std::nullopt};

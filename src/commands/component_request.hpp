@@ -18,9 +18,6 @@ struct Request {
 
 constexpr const char* component_sender = "make_and_send_ssp_component_data_sequence()";
 constexpr const char* data_sender = "make_and_send_ssp_data_sequence()";
-// Two wordings of the same: log filters know both.
-constexpr const char* no_data = "Error, function receive_ssp_message_and_get_data() return NULL";
-constexpr const char* nothing_received = "Error, receive_ssp_message_and_get_data() return NULL";
 
 // Looks the component up, sends the request with data behind its message id, receives the reply and checks that it is a
 // base message from that component with data. What the data must be is the caller's to check.

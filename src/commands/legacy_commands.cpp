@@ -5,9 +5,9 @@
 #include "exchange/stream_table.hpp"
 #include "support/clock.hpp"
 #include "support/lock.hpp"
+#include "transport/known_ids.hpp"
 #include "transport/open_close.hpp"
 #include "transport/record.hpp"
-#include "transport/usb_id_tables.hpp"
 #include "vxpadcom/internals/dev_errors.h"
 #include "vxpadcom/internals/record.h"
 #include "vxpadcom/internals/report_io.h"
@@ -57,7 +57,7 @@ class Attempts {
     }
 
   private:
-    trace::Location where_;
+    const trace::Location& where_;
     GrowingPause pause_;
     int failed_ = 0;
 };
@@ -164,7 +164,7 @@ int core_read_version(vx_device* device, dev_fw_version* version) {
         return scope.exit(-1);
     }
     VX_LOCK(lock, device->device_lock);
-    if (usb_id_tables::has_fixed_version(device->vendor_id, device->product_id)) {
+    if (known_ids::has_fixed_version(device->vendor_id, device->product_id)) {
         version->major = 1;
         version->minor = 31;
         return scope.exit(0);
@@ -196,11 +196,12 @@ int __core_get_status(vx_device* device, flags_status* status) {
     }
     const Report request = request_for(get_status);
     Report reply;
-    for (Attempts attempts{VX_HERE, pause_cap_us}; attempts.left(); attempts.pause_after_failure()) {
+    for (Attempts attempts{VX_HERE, pause_cap_us}; attempts.left();) {
         if (exchange(VX_HERE, *device, get_status, request, reply)) {
             std::memcpy(status->flags, &reply[6], sizeof status->flags);
             return scope.exit(0);
         }
+        attempts.pause_after_failure();
         if (record::was_removed(*device)) {
             break;
         }

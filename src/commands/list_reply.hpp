@@ -12,9 +12,10 @@
 
 namespace list_reply {
 
-// The lists differ in what they are called in texts.
-struct Texts {
+// The lists differ in their entries and in what they are called in texts.
+struct Kind {
     unsigned char message_id;
+    std::size_t entry_size;
     const char* wrong_id;     // with the id found and the id wanted
     const char* wrong_result; // with the result found
     const char* result_suffix;
@@ -23,10 +24,10 @@ struct Texts {
 };
 
 // Whether a list is in order; says what is not.
-bool expect_list(const trace::Location& where, const component_link::Reply& reply, const Texts& texts);
+bool expect_list(const trace::Location& where, const component_link::Reply& reply, const Kind& kind);
 
-// What of it really came.
-std::span<const unsigned char> entries(const component_link::Reply& reply, std::size_t entry_size);
+// The whole entries that really came of a list in order: one at least.
+std::span<const unsigned char> entries(const component_link::Reply& reply, const Kind& kind);
 
 template <typename Entry, std::size_t size> bool is_empty(const Entry (&table)[size]) {
     return std::all_of(std::begin(table), std::end(table), [](Entry entry) { return entry == 0; });

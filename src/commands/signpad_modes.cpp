@@ -16,11 +16,18 @@ using component_link::Answer;
 using component_request::Request;
 
 constexpr int user_input_mode_type = 13;
-constexpr unsigned char user_input = 0x10;
-constexpr unsigned char button_last_event = 0x12;
 
-constexpr list_reply::Texts mode_list{
+// A sub-command to a signpad mode that is answered by a button.
+struct Question {
+    unsigned char sub_command;
+    const char* no_button; // said with what came instead; nothing of the user's input, which is logged whatever it is
+};
+constexpr Question user_input{0x10, nullptr};
+constexpr Question button_last_event{0x12, "Error, incorrect button value"};
+
+constexpr list_reply::Kind mode_list{
     .message_id = 0x12,
+    .entry_size = sizeof(std::uint32_t),
     .wrong_id = "Wrong message_id",
     .wrong_result = "Wrong Protocol Result",
     .result_suffix = ", must be 1",
@@ -28,9 +35,9 @@ constexpr list_reply::Texts mode_list{
     .failure = "Error, incorrect count of modes in component ct_signpad",
 };
 constexpr Request list_modes{component_request::ct_signpad, mode_list.message_id, component_request::component_sender,
-                             component_request::no_data};
+                             component_link::no_data};
 constexpr Request send_to_mode{component_request::ct_signpad, 0x13, component_request::component_sender,
-                               component_request::no_data};
+                               component_link::no_data};
 
 // What the pad listed. A table that was filled by somebody else has no count and is looked at as a whole.
 std::span<const std::uint32_t> listed_modes(const vx_device& device) {
@@ -39,25 +46,25 @@ std::span<const std::uint32_t> listed_modes(const vx_device& device) {
     return count == 0 || count > table.size() ? table : table.first(count);
 }
 
-// A sub-command to a signpad mode: the button that it answers, or a negative result.
-int ask_mode_for_button(const trace::Location& where, vx_device* device, int mode_type, unsigned char sub_command) {
+// The button, or a negative result.
+int ask_mode_for_button(const trace::Location& where, vx_device* device, int mode_type, const Question& question) {
     if (!component_link::expect_device(where, device)) {
         return -1;
     }
     if (!signpad_modes::has_any(*device)) {
         return -1;
     }
-    const Answer answer = signpad_modes::perform(where, device, mode_type, sub_command);
+    const Answer answer = signpad_modes::perform(where, device, mode_type, question.sub_command);
     if (!answer.reply) {
         return answer.result;
     }
     int button = ct_signpad_mode_send_mt_uni_cmd_button_last_event_get(answer.reply->data() + signpad_modes::sub_reply,
-                                                                       sub_command);
+                                                                       question.sub_command);
     if (answer.reply->payload().size() < signpad_modes::sub_reply + 2) {
         button = -1;
     }
-    if (button < 0) {
-        trace::error(where, "Error, incorrect button value %d", button);
+    if (button < 0 && question.no_button != nullptr) {
+        trace::error(where, "%s %d", question.no_button, button);
         return button;
     }
     VX_INFO_STYLED_AT(where, trace::Style::kind_after, "button: %d", button);
@@ -103,16 +110,13 @@ int ssp_common_ct_signpad_initialize_modes_id_table(vx_device* device) {
     }
     constexpr unsigned char parameters[] = {0, 0};
     const Answer answer = component_request::perform(VX_HERE, device, list_modes, parameters);
-    if (!answer.reply) {
-        return scope.exit(answer.result);
-    }
-    if (!list_reply::expect_list(VX_HERE, *answer.reply, mode_list)) {
+    if (!answer.reply || !list_reply::expect_list(VX_HERE, *answer.reply, mode_list)) {
         return scope.exit(-1);
     }
-    const auto entries = list_reply::entries(*answer.reply, sizeof(std::uint32_t));
-    const std::size_t count = std::min(entries.size() / sizeof(std::uint32_t), std::size(device->modes_id_table));
+    const auto entries = list_reply::entries(*answer.reply, mode_list);
+    const std::size_t count = std::min(entries.size() / mode_list.entry_size, std::size(device->modes_id_table));
     for (std::size_t i = 0; i < count; ++i) {
-        device->modes_id_table[i] = little_endian::get_u32(entries.data() + i * sizeof(std::uint32_t));
+        device->modes_id_table[i] = little_endian::get_u32(entries.data() + i * mode_list.entry_size);
     }
     device->count_of_modes = static_cast<std::uint8_t>(count);
     return scope.exit(0);

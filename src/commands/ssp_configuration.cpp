@@ -19,7 +19,7 @@ using component_link::Answer;
 using component_request::Request;
 
 constexpr Request to_handler(unsigned char message_id) {
-    return {component_request::ct_conf_handler, message_id, component_request::data_sender, component_request::no_data};
+    return {component_request::ct_conf_handler, message_id, component_request::data_sender, component_link::no_data};
 }
 constexpr Request get_state = to_handler(0x10);
 constexpr Request set_variable = to_handler(0x14);

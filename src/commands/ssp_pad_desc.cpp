@@ -13,7 +13,7 @@ using component_link::Answer;
 using component_request::Request;
 
 constexpr Request request_to(component_request::ComponentType component, unsigned char message_id) {
-    return {component, message_id, component_request::component_sender, component_request::nothing_received};
+    return {component, message_id, component_request::component_sender, component_link::nothing_received};
 }
 constexpr Request get_pad_description = request_to(component_request::ct_signpad, 0x10);
 constexpr Request get_connection = request_to(component_request::ct_communication, 0x10);

@@ -26,16 +26,17 @@ void copy(char (&target)[text_size], const char* text) {
     std::snprintf(target, text_size, "%s", text);
 }
 
-// The ring needs no set-up. What stays of one are its lock events, which the log shows before each use of the ring.
-void init_exceptions(const trace::Location& where) {
-    const trace::Lock lock{&exception_list_lock, "&exception_list_lock", where};
+// The ring needs no set-up. What stays of one is what the log shows before each use of the ring.
+void init_exceptions() {
+    trace::Scope scope{VX_HERE};
+    VX_LOCK(lock, &exception_list_lock);
 }
 
 } // namespace
 
 int file(int code, const char* function, const char* message) {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "exception")};
-    init_exceptions(scope.where());
+    trace::Scope scope{VX_HERE_AS("exception")};
+    init_exceptions();
     trace::Lock lock{&exception_list_lock, "&exception_list_lock", scope.where()};
     if (!ring.initialized) {
         ring.records[0].in_use = 1; // stays empty for ever
@@ -53,7 +54,7 @@ int file(int code, const char* function, const char* message) {
 }
 
 std::optional<Record> find(const trace::Location& where, unsigned int handle) {
-    init_exceptions(where);
+    init_exceptions();
     trace::Lock lock{&exception_list_lock, "&exception_list_lock", where};
     if (handle >= slots || ring.records[handle].in_use == 0) {
         return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include "pads/current_pad.hpp"
 #include "session/call.hpp"
+#include "session/selection.hpp"
 #include "support/detached_thread.hpp"
 #include "support/memory.hpp"
 #include "support/owners.hpp"
@@ -121,7 +122,8 @@ unsigned long queued(uni_queue* queue) {
 void start_routine(ReceiveThread& thread) {
     Call call{VX_HERE};
     Removal removal = Removal::to_be_told;
-    if (call.select(thread.device) != 0 && record::was_removed(thread.pad)) {
+    if (selection::set_dev_to_current(thread.device, selection::ListLock::take) != 0 &&
+        record::was_removed(thread.pad)) {
         removal = Removal::told; // of the pad, and perhaps to another interface's thread only
         thread.running = 0;
     }
@@ -142,8 +144,11 @@ void start_routine(ReceiveThread& thread) {
     switch_pen_data(call, thread, pen_data_off, removal);
 }
 
+thread_local const ReceiveThread* own_thread = nullptr; // what the calling thread runs, where it is one of these
+
 void run(ReceiveThread* argument) {
     const std::shared_ptr<ReceiveThread> thread = std::move(argument->self);
+    own_thread = thread.get();
     start_routine(*thread);
     thread->ended.give();
 }
@@ -246,6 +251,9 @@ bool reap(const trace::Location& where, Interface& interface, std::optional<unsi
     }
     const bool by_another = !taken && !thread->left_loop.is_given();
     thread->running = 0;
+    if (thread.get() == own_thread) {
+        return true; // inside a callback that the thread runs: it leaves its loop behind that
+    }
     thread->left_loop.wait();
     if (by_another) {
         VX_INFO_AT(where, "other therad was here, silent return from %s()...", where.function);
@@ -257,6 +265,10 @@ bool reap(const trace::Location& where, Interface& interface, std::optional<unsi
 
 int start_thread(unsigned int device, unsigned int interface_number) {
     trace::Scope scope{VX_HERE};
+    if (own_thread != nullptr && own_thread->device == device && own_thread->interface_number == interface_number) {
+        VX_ERROR("receiving cannot be started by a callback that its own thread runs");
+        return scope.exit(-1);
+    }
     for (;;) {
         stop_thread(device, interface_number);
         flush_data_packets(device, interface_number);

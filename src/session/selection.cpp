@@ -112,7 +112,7 @@ int set_dev_to_current(unsigned int device, ListLock list_locking, vx_device** s
 }
 
 int set_served_dev_to_current(unsigned int device, unsigned int interface_number) {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "set_dev_to_current")};
+    trace::Scope scope{VX_HERE_AS("set_dev_to_current")};
     int result = 0;
     core_catch_is_dev_was_removed(&result);
     if (result < 0) {

@@ -42,9 +42,11 @@ void create_lock(vx_device& device) {
 }
 
 void clear(vx_device& device) {
-    destroy_uni_queue(device.ssp_input_read);
-    destroy_uni_queue(device.ssp_command_messages);
-    destroy_uni_queue(device.ssp_unfinished);
+    for (uni_queue* queue : {device.ssp_input_read, device.ssp_command_messages, device.ssp_unfinished}) {
+        if (queue != nullptr) {
+            destroy_uni_queue(queue);
+        }
+    }
     destroy_lock(device);
     if (device.vcom_device != nullptr) {
         libusb_unref_device(device.vcom_device);

@@ -182,7 +182,9 @@ class SspPad {
 
     void attach(UsbDevice& pad) {
         pad.answer = [this](UsbDevice& device, const Bytes& sent) {
-            for (const Bytes& reply : answer(unframed(sent))) {
+            const std::vector<Bytes> replies = answer(unframed(sent));
+            const auto guard = bus().lock(); // pen data may be coming on another thread
+            for (const Bytes& reply : replies) {
                 device.incoming.push_back(framed(reply));
             }
         };

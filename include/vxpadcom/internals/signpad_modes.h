@@ -10,7 +10,7 @@
 extern "C" {
 #endif
 
-VXPADCOM_API int ssp_common_ct_signpad_initialize_modes_id_table(vx_device* device);
+VXPADCOM_API int ssp_common_ct_signpad_initialize_modes_id_table(vx_device* device);  /* 0, -1 */
 VXPADCOM_API int ssp_common_ct_signpad_get_mode_id(vx_device* device, int mode_type); /* pad types 15, 16, 17 only */
 /* Looks at 3 bytes of the payload: 0, -1. */
 VXPADCOM_API int ct_signpad_mode_send_reply_check(const unsigned char* payload, int ct_cmd, int cts_mode_id);

@@ -101,6 +101,28 @@ TEST_F(ComponentIdsTest, TableSurvivesLaterFailures) {
     EXPECT_THAT(model.asked, SizeIs(1));
 }
 
+// It ends behind the header of the message that it began.
+TEST_F(ComponentIdsTest, ListWithoutAPayloadIsRefused) {
+    device()->receive_ssp_message = [](vx_device* asked, void* data, unsigned int* size, unsigned int, unsigned char,
+                                       int) {
+        asked->replies_due = 0;
+        std::fill_n(static_cast<unsigned char*>(data), 3, 0);
+        *size = 3;
+        return 0;
+    };
+    EXPECT_EQ(id_of(11), -1);
+    EXPECT_THAT(said(), Says("Error, ssp_base_message_get_data_length() return 0"));
+    EXPECT_EQ(device()->components_id_table[0], 0);
+    device()->receive_ssp_message = __receive_ssp_message;
+    EXPECT_EQ(id_of(11), 1);
+}
+
+TEST_F(ComponentIdsTest, TableOfNoPadIsNotAskedFor) {
+    EXPECT_EQ(ssp_common_components_id_initialize_table(nullptr), -1);
+    EXPECT_THAT(said(), Says("Wrong device pointers, current_device is NULL..."));
+    EXPECT_THAT(bus().log(), IsEmpty());
+}
+
 // The probe.
 
 TEST_F(ComponentIdsTest, ProbeWaits100MsForAnyBaseMessage) {

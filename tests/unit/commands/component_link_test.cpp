@@ -67,5 +67,16 @@ TEST_F(ComponentLinkTest, TransportIsReachedThroughTheRecord) {
     device()->receive_ssp_message = __receive_ssp_message;
 }
 
+TEST_F(ComponentLinkTest, NothingIsSentWithoutAPadOrItsEntry) {
+    unsigned char byte = 0;
+    EXPECT_EQ(send_ssp_message(nullptr, &byte, 1), -1);
+    EXPECT_THAT(said(), Says("Wrong device pointers, current_device is NULL..."));
+    device()->send_ssp_message = nullptr;
+    EXPECT_EQ(send_ssp_message(device(), &byte, 1), -1);
+    EXPECT_THAT(said(), Says("Wrong function pointer, current_device->send_ssp_message is NULL..."));
+    device()->send_ssp_message = __send_ssp_message;
+    EXPECT_THAT(bus().log(), IsEmpty());
+}
+
 } // namespace
 } // namespace core_test

@@ -277,6 +277,8 @@ TEST_F(LegacyCommandsTest, StatusStopsOnceThePadIsRemoved) {
     EXPECT_EQ(__core_get_status(record.get(), &status), -1);
     EXPECT_EQ(record->was_removed, 1);
     EXPECT_EQ(count(sent("27")), tries_until_time_out); // the first attempt only
+    EXPECT_EQ(attempts_pauses(), Pauses{1000});
+    EXPECT_EQ(times_said("failed, going to try again after usleep(1000)"), 1);
     EXPECT_THAT(said(), Not(Says("device pointers")));
 }
 

@@ -90,7 +90,8 @@ TEST_F(SignpadModesTest, FailedModeQueryLeavesTheTableEmptyAndIsAskedAgain) {
     for (const auto& [payload, text] :
          {Wrong{{0x13, 1, 1, 5, 0, 0, 0}, "Wrong message_id, it is 19, but must be 18"},
           Wrong{{0x12, 2, 1, 5, 0, 0, 0}, "Wrong Protocol Result 2, must be 1"},
-          Wrong{{0x12, 1, 0}, "Incorrect Count modes 0"}, Wrong{{0x12, 1, 1}, "Incorrect Count modes 1"}}) {
+          Wrong{{0x12, 1, 0}, "Incorrect Count modes 0"}, Wrong{{0x12, 1, 1}, "Incorrect Count modes 1"},
+          Wrong{{0x12, 1, 1, 5, 0, 0}, "Incorrect Count modes 1"}}) { // not even one whole entry
         reply_to(mode_query, {base(1, payload)});
         EXPECT_EQ(mode_of(5), -1);
         EXPECT_THAT(said(), Says(text));
@@ -128,6 +129,12 @@ TEST_F(SignpadModesTest, OnlyTypes15To17HaveModes) {
     }
 }
 
+TEST_F(SignpadModesTest, NoPadHasNoModes) {
+    EXPECT_EQ(ssp_common_ct_signpad_get_mode_id(nullptr, 5), -1);
+    EXPECT_EQ(ssp_common_ct_signpad_initialize_modes_id_table(nullptr), -1);
+    EXPECT_EQ(times_said("Wrong device pointers, current_device is NULL..."), 2);
+}
+
 TEST_F(SignpadModesTest, MissingModeGivesMinusTwo) {
     model.modes = {7};
     EXPECT_EQ(ssp_common_get_user_input(device()), -2);
@@ -152,10 +159,12 @@ TEST_F(SignpadModesTest, ReplyOfAnotherModeOrSubCommandIsRefused) {
                               Says("ct_cmd: 19, cts_mode_id: 0)")));
     reply_to({1, 2, 0, 0x13}, {base(1, {0x13, 1, 0, 0x12, 7})});
     EXPECT_EQ(ssp_common_get_user_input(device()), -1);
-    EXPECT_THAT(said(), Says("Wrong reply message with last event buttons state"));
+    EXPECT_THAT(said(), AllOf(Says("Wrong reply message with last event buttons state"), Says("button: -1"),
+                              Not(Says("incorrect button value"))));
+    forget();
     reply_to({1, 2, 0, 0x13}, {base(1, {0x13, 1, 1, 0x10, 7})});
     EXPECT_EQ(ssp_common_get_button_event(device(), 5), -1);
-    EXPECT_THAT(said(), Says("Error, incorrect button value -1"));
+    EXPECT_THAT(said(), AllOf(Says("Error, incorrect button value -1"), Not(Says("button: -1"))));
     reply_to({1, 2, 0, 0x13}, {base(1, {0x13, 1, 1, 0x11, 7})});
     EXPECT_EQ(ssp_common_doc_view_buttons_refresh(device()), -1);
 }

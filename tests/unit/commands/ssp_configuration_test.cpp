@@ -381,6 +381,15 @@ TEST_F(SspConfigurationTest, HexStringChecksItsSizes) {
     EXPECT_EQ(get_hex_string_from_data_for_conf_var_set(text, 8, data.data(), 0x7FFFFFFF), nullptr);
 }
 
+TEST_F(SspConfigurationTest, HexStringNeedsBothBuffers) {
+    const Bytes data(4);
+    char text[8];
+    std::memset(text, 'x', sizeof text);
+    EXPECT_EQ(get_hex_string_from_data_for_conf_var_set(nullptr, 8, data.data(), 4), nullptr);
+    EXPECT_EQ(get_hex_string_from_data_for_conf_var_set(text, 8, nullptr, 4), nullptr);
+    EXPECT_EQ(std::string(text, sizeof text), "xxxxxxxx");
+}
+
 TEST_F(SspConfigurationTest, ReplyChecks) {
     EXPECT_EQ(cmduni_reply_check_cc(Bytes{0x14, 1}.data(), 0x14), 0);
     EXPECT_EQ(cmduni_reply_check_cc(Bytes{0x14, 2}.data(), 0x14), -1);

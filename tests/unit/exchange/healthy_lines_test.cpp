@@ -37,7 +37,7 @@ TEST_F(HealthyLinesTest, SendAndReceive) {
 
 TEST_F(HealthyLinesTest, ComponentRequest) {
     EXPECT_EQ(ssp_common_get_conf_state(record->get()), 3);
-    EXPECT_THAT(said(), SizeIs(19));
+    EXPECT_THAT(said(), SizeIs(21));
     EXPECT_EQ(times_said(asked_for_kind), 2);
 }
 

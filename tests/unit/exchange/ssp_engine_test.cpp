@@ -287,6 +287,15 @@ TEST_P(SspEngineTest, TimeOutGivesItsCodeAndReopens) {
     EXPECT_EQ(record()->was_removed, 0);
 }
 
+TEST_P(SspEngineTest, ClockThatCannotBeReadEndsACall) {
+    stay_silent();
+    feed(framed(pen({1})));
+    bus().gettimeofday_result = -1;
+    EXPECT_NE(receive(record()).result, 0);
+    EXPECT_LT(reads(), 10U);
+    bus().gettimeofday_result = 0;
+}
+
 TEST_P(SspEngineTest, OnlyOtherMessagesEndInTheTimeOutOfTheEngine) {
     bus().cost_us["hid_get_feature_report"] = 60'000;
     bus().cost_us["libusb_bulk_transfer"] = 60'000;

@@ -167,5 +167,66 @@ TEST_F(VcomReportsTest, CoreReportsGoOverVcom) {
     EXPECT_EQ(core_output_write(record->get(), data.data(), 64), -1); // it is closed now
 }
 
+// A record with both transports: VCOM comes first in everything.
+class BothTransportsTest : public CoreTest {
+  protected:
+    BothTransportsTest() {
+        bus().cost_us["libusb_bulk_transfer"] = 1000;
+        hid_pad.path.copy((*record)->hid_path, hid_pad.path.size());
+    }
+
+    void TearDown() override {
+        record.reset();
+        CoreTest::TearDown();
+    }
+
+    static Lines opens_and_closes() {
+        Lines log = bus().take_log();
+        std::erase_if(log, [](const std::string& line) {
+            return line.find("_open") == std::string::npos && line.find("_close") == std::string::npos;
+        });
+        return log;
+    }
+
+    HidInterface& hid_pad = bus().plug(pad_of_type(plain_type));
+    UsbDevice& vcom_device = bus().plug(vcom_pad());
+    std::optional<VcomRecord> record{std::in_place, vcom_device};
+};
+
+TEST_F(BothTransportsTest, AreOpenedAndClosedInThatOrder) {
+    EXPECT_EQ(__core_open_dev(record->get()), 0);
+    EXPECT_THAT(opens_and_closes(), ElementsAre(usb_opened(), opened(hid_pad.path)));
+    __core_close_dev(record->get());
+    EXPECT_THAT(opens_and_closes(), ElementsAre(usb_closed(), closed(hid_pad.path)));
+}
+
+TEST_F(BothTransportsTest, HidIsOpenedWhateverVcomGave) {
+    bus().hooks.usb = [](UsbDevice&, std::string_view function) {
+        return function == "libusb_open" ? std::optional<int>(LIBUSB_ERROR_IO) : std::nullopt;
+    };
+    EXPECT_EQ(__core_open_dev(record->get()), -1);
+    EXPECT_THAT(said(), Says("Error, vcom_open_dev() returned NULL"));
+    EXPECT_EQ((*record)->vcom_handle, nullptr);
+    EXPECT_NE((*record)->hid, nullptr);
+}
+
+TEST_F(BothTransportsTest, ReportsGoOverVcom) {
+    ASSERT_EQ(__core_open_dev(record->get()), 0);
+    vcom_device.answer = [](UsbDevice& device, const Bytes&) {
+        device.incoming.push_back(framed({legacy(counting(64))}));
+    };
+    bus().take_log();
+    Bytes data(512, 0x5A);
+    EXPECT_EQ(core_feature_write(record->get(), data.data(), 64), 0);
+    EXPECT_EQ(core_output_write(record->get(), data.data(), 64), 0);
+    vcom_device.incoming.clear();
+    EXPECT_EQ(core_feature_read(record->get(), data.data(), 64), 0);
+    EXPECT_EQ(core_input_read(record->get(), data.data(), 512), 0);
+    for (const char* const transfer : {"hid_send_feature_report", "hid_get_feature_report", "hid_read"}) {
+        EXPECT_THAT(bus().log(transfer), IsEmpty());
+    }
+    EXPECT_THAT(vcom_device.outgoing, SizeIs(3));
+}
+
 } // namespace
 } // namespace core_test

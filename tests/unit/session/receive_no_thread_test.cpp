@@ -97,6 +97,14 @@ TEST_P(NoThread, ForAnUploadStopsIt) {
     EXPECT_EQ(reply_, 650U);
 }
 
+TEST_P(NoThread, ForAnUploadIsCountedOffWithNoOtherLockHeld) {
+    WriteFileBuffer(1, 1, "", 1, &reply_);
+    stack = GetParam();
+    const Bytes buffer(65);
+    EXPECT_EQ(lock_lines::own_locks_during([&] { EXPECT_EQ(WriteFileBuffer(1, 1, buffer.data(), 65, &reply_), 0); }),
+              "list list count list count");
+}
+
 TEST_P(NoThread, KeepsNobodyWaitingInTheTearDown) {
     stack = GetParam();
     SetDataReceivingEnabled(1, 0, 1);

@@ -85,6 +85,7 @@ TEST_F(ReceiveThread, LogsItsStartUpAndItsEnd) {
     const LogCapture& log = overhear();
     ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
     EXPECT_EQ(log.count("info: start_routine(): the queue size before starting thread is: 0"), 1);
+    EXPECT_EQ(log.count("info: start_routine(): "), 2) << "and what tells of pen data";
     EXPECT_EQ(log.count("info: start_routine(): Sending of SSP Biodata was enabled"), 1) << "the start waits for it";
     SetDataReceivingEnabled(1, 0, 0);
     EXPECT_TRUE(
@@ -262,6 +263,26 @@ class RemovedWhileReceiving : public Receiving {
 };
 std::atomic<int> RemovedWhileReceiving::notices;
 std::function<void()> RemovedWhileReceiving::on_removal;
+
+TEST_F(RemovedWhileReceiving, MayStopItselfInTheCallbackButNotStart) {
+    static std::atomic<int> stopped;
+    static std::atomic<int> started;
+    stopped = started = 1;
+    const LogCapture& log = overhear();
+    ASSERT_EQ(SetDataReceivingEnabled(1, 0, 1), 0);
+    on_removal = [] {
+        started = SetDataReceivingEnabled(1, 0, 1);
+        stopped = SetDataReceivingEnabled(1, 0, 0);
+    };
+    pull_out_first();
+    EXPECT_TRUE(has_ended(log));
+    EXPECT_GE(notices, 1);
+    EXPECT_EQ(stopped, 0);
+    EXPECT_EQ(started, -1);
+    EXPECT_EQ(log.count("error: start_thread(): receiving cannot be started by a callback that its own thread runs"),
+              1);
+    EXPECT_EQ(SetDataReceivingEnabled(1, 0, 0), 0) << "nobody waits for it twice";
+}
 
 TEST_F(RemovedWhileReceiving, EndsTheThreadAndTellsTheApplicationOnIt) {
     static std::thread::id thread;
