@@ -8,6 +8,24 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
 endif()
 target_compile_definitions(vxpadcom_settings INTERFACE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
 
+# vxpadcom_harden(TARGET...): for what is installed and what it is made of. A sanitizer watches more closely than these,
+# and what counts lines shall not count theirs.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES C CXX)
+function(vxpadcom_harden)
+  if(VXPADCOM_SANITIZE OR VXPADCOM_COVERAGE)
+    return()
+  endif()
+  foreach(target IN LISTS ARGN)
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(${target} PRIVATE -fstack-protector-strong)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+      target_compile_options(${target} PRIVATE -fcf-protection)
+    endif()
+    target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
+  endforeach()
+endfunction()
+
 if(VXPADCOM_SANITIZE)
   add_compile_options(-fsanitize=${VXPADCOM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${VXPADCOM_SANITIZE})

@@ -26,6 +26,7 @@
 #define VXPADCOM_VXPADCOM_H
 
 #include "vxpadcom/export.h"
+#include "vxpadcom/version.h"
 
 #include <stdbool.h>
 
@@ -88,6 +89,10 @@ VXPADCOM_API extern char* lib_exception_type;
 /*
  * Finds the pads that are plugged in and selects the first. It begins with everything that Deinitialize() does, so it
  * also serves as a new search; register callbacks afterwards. Always 0: ask GetDeviceCount() what was found.
+ *
+ * A pad is known by its USB ids: those that are built in, and in front of them those of files in /etc/vxpadcom/ids.d
+ * and $XDG_CONFIG_HOME/vxpadcom/ids.d, or of the file or folder that VXPADCOM_IDS in the environment names. They are
+ * read each time. docs/ids.md describes them.
  */
 VXPADCOM_API int Initialize(void);
 
@@ -96,6 +101,9 @@ VXPADCOM_API int Deinitialize(void);
 
 /* True between Initialize() and Deinitialize(). */
 VXPADCOM_API bool IsInitialized(void);
+
+/* Version of the loaded library, as "0.1.0"; VXPADCOM_VERSION_STRING is that of the header. The text is static. */
+VXPADCOM_API const char* vxpadcom_version(void);
 
 /*
  * Returns the number of pads. Unlike other functions this one returns its answer: *reply is never written, but reply
@@ -220,9 +228,9 @@ VXPADCOM_API int ReadFileBuffer(unsigned int device, unsigned int end_point_id_m
  * - A data callback may call every function but Initialize(), Deinitialize() and EnumerateDevicesStart() where that
  *   searches again: they would wait for the very thread that calls them, and do nothing but log that. It may replace
  *   or remove itself.
- * - A device-removed callback may run on a receiving thread. It must not call those three there either, nor
- *   SetDataReceivingEnabled() for the interface that it may be running for. Inside an ordinary call of the
- *   application it may search again.
+ * - A device-removed callback may run on a receiving thread. It must not call those three there either. It may stop the
+ *   receiving that it runs for, which then ends as the callback returns, but not start it: that fails. Inside an
+ *   ordinary call of the application it may search again.
  * - A callback that is slow delays nobody but its own interface, whose queue grows.
  * The three functions stop all threads of the library and return when these have left; so no callback runs on them
  * afterwards. A call of the application that is inside its device-removed callback is not waited for.

@@ -4,6 +4,7 @@
 #include "pads/current_pad.hpp"
 #include "pads/hid_search.hpp"
 #include "support/owners.hpp"
+#include "transport/known_ids.hpp"
 #include "transport/record.hpp"
 #include "vxpadcom/internals/hid_search.h"
 #include "vxpadcom/internals/legacy_commands.h"
@@ -104,7 +105,7 @@ bool stays_open(vx_device& pad) {
 
 // core_reopen_devs(); the choice is that of current_pad::make_current().
 int reopen(vx_registry* pads, trace::Lock& choice) {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "core_reopen_devs")};
+    trace::Scope scope{VX_HERE_AS("core_reopen_devs")};
     vx_device* current = pads == nullptr ? nullptr : registry::acting_device(*pads);
     if (current == nullptr) {
         VX_INFO_AT(scope.where(), "dev_shared->current_device is NULL");
@@ -198,6 +199,7 @@ int core_initialize() {
     if (libusb_init(nullptr) != 0) {
         VX_ERROR("error: Can't initialize libusb by libusb_init()\n");
     }
+    known_ids::read_files(VX_HERE);
     scope.exit(true);
     return core_true;
 }
@@ -292,7 +294,7 @@ int core_set_device_to_current(const char* settings) {
 }
 
 int current_pad::make_current(const char* settings, trace::Lock& choice) {
-    trace::Scope scope{trace::here(__FILE_NAME__, __LINE__, "core_set_device_to_current")};
+    trace::Scope scope{VX_HERE_AS("core_set_device_to_current")};
     const Serve none{nullptr}; // the pad that becomes current is reopened and checked
     vx_registry* pads = registry::get();
     if (pads == nullptr) {

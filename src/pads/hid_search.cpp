@@ -2,9 +2,11 @@
 
 #include "pads/registration.hpp"
 #include "pads/registry.hpp"
+#include "support/id_lines.hpp"
 #include "support/owners.hpp"
 #include "support/text.hpp"
 #include "support/wchar_tools.hpp"
+#include "transport/known_ids.hpp"
 #include "transport/record.hpp"
 #include "vxpadcom/internals/component_link.h"
 #include "vxpadcom/internals/dev_errors.h"
@@ -51,7 +53,20 @@ class HidSearch {
     int result() const { return result_; }
 
     // False ends the search.
-    bool visit(const vx_usb_id& id, const hid_device_info& interface) {
+    bool look_for(const vx_usb_id& id, const id_lines::Id* found_by) {
+        const Enumeration list{
+            hid_enumerate(static_cast<unsigned short>(id.vendor_id), static_cast<unsigned short>(id.product_id))};
+        for (const hid_device_info* interface = list.get(); interface != nullptr; interface = interface->next) {
+            if (!visit(id, found_by, *interface)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+  private:
+    // False ends the search.
+    bool visit(const vx_usb_id& id, const id_lines::Id* found_by, const hid_device_info& interface) {
         vx_device device{};
         text::print(device.hid_path, "%s", interface.path);
         device.hid = hid_open_path(interface.path);
@@ -67,7 +82,7 @@ class HidSearch {
             return false;
         }
         text::print(device.device_uid, "%x%x%s", device.vendor_id, device.product_id, device.serial_number);
-        if (!registration::derive_pad_type(where_, device)) {
+        if (!registration::derive_pad_type(where_, device, found_by)) {
             // Never cleared on purpose: behind an unknown device nothing more of this search is registered.
             skip_ = true;
         }
@@ -84,7 +99,6 @@ class HidSearch {
         return true;
     }
 
-  private:
     void describe(vx_device& device, const vx_usb_id& id, const hid_device_info& interface) {
         text::print(device.manufacturer, "%s", read_string(where_, device.hid, hid_get_manufacturer_string).text);
         text::print(device.product, "%s ", read_string(where_, device.hid, hid_get_product_string).text);
@@ -116,7 +130,7 @@ class HidSearch {
         }
     }
 
-    trace::Location where_;
+    const trace::Location& where_;
     vx_registry& pads_;
     int result_ = -1;
     bool skip_ = false;
@@ -138,16 +152,24 @@ int search_hid_devices(vx_registry* pads) {
     hid_search::close_left_open();
 
     HidSearch search{scope.where(), *pads};
+    for (const id_lines::Id& id : known_ids::added()) {
+        if (id.transport != id_lines::Transport::hid) {
+            continue;
+        }
+        VX_INFO("looking for an id of a file: vendor_id -> %x, product_id -> %x", id.vendor_id, id.product_id);
+        if (!search.look_for({id.vendor_id, id.product_id}, &id)) {
+            return scope.exit(search.result());
+        }
+    }
     for (int j = 0; hid_device_list[j].vendor_id != 0; ++j) {
         const vx_usb_id& id = hid_device_list[j];
+        if (known_ids::find_added(id.vendor_id, id.product_id) != nullptr) {
+            continue;
+        }
         VX_INFO("looking for hid_device_list[j].vendor_id -> %x, hid_device_list[j].product_id -> %x", id.vendor_id,
                 id.product_id);
-        const Enumeration list{
-            hid_enumerate(static_cast<unsigned short>(id.vendor_id), static_cast<unsigned short>(id.product_id))};
-        for (const hid_device_info* interface = list.get(); interface != nullptr; interface = interface->next) {
-            if (!search.visit(id, *interface)) {
-                return scope.exit(search.result());
-            }
+        if (!search.look_for(id, nullptr)) {
+            break;
         }
     }
     return scope.exit(search.result());

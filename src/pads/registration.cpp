@@ -1,5 +1,7 @@
 #include "pads/registration.hpp"
 
+#include "support/id_lines.hpp"
+#include "transport/known_ids.hpp"
 #include "transport/record.hpp"
 #include "transport/usb_id_tables.hpp"
 #include "vxpadcom/internals/registration.h"
@@ -64,8 +66,11 @@ Added add_pad(vx_registry& pads, const vx_device& found) {
 
 } // namespace
 
-bool derive_pad_type(const trace::Location& where, vx_device& device) {
-    const auto [type, unknown] = usb_id_tables::pad_type(device.vendor_id, device.product_id);
+bool derive_pad_type(const trace::Location& where, vx_device& device, const id_lines::Id* found_by) {
+    const id_lines::Id* told = known_ids::find_added(device.vendor_id, device.product_id);
+    const id_lines::Id* line = told != nullptr ? told : found_by;
+    const auto [type, unknown] = line != nullptr ? usb_id_tables::PadType{line->pad_type, std::nullopt}
+                                                 : usb_id_tables::pad_type(device.vendor_id, device.product_id);
     device.pad_type = type;
     const bool classic = type == 1 || type == 8;
     device.model_param_1 = classic ? 690 : 0;
@@ -118,8 +123,8 @@ void core_pad_settings_population(char* dst, unsigned int pad_type, const char* 
     };
 
     constexpr const char* prefix = "000000000000000001";
-    constexpr unsigned int known_types[] = {1, 8, 9, 10, 11, 12, 13, 15, 16, 17};
-    if (std::find(std::begin(known_types), std::end(known_types), pad_type) == std::end(known_types)) {
+    const auto& known_types = id_lines::pad_types;
+    if (std::find(known_types.begin(), known_types.end(), pad_type) == known_types.end()) {
         append(prefix);
         append("no pad");
         return;

@@ -2,13 +2,15 @@
 #pragma once
 
 #include "pads/registry.hpp"
+#include "support/id_lines.hpp"
 #include "vxpadcom/internals/record.h"
 #include "vxpadcom/internals/registry.h"
 
 namespace registration {
 
-// Fills pad_type and the model parameters from the record's ids; an unknown id is reported and gives false.
-bool derive_pad_type(const trace::Location& where, vx_device& device);
+// Fills pad_type and the model parameters from the record's ids; an unknown id is reported and gives false. A device
+// that was found by an id of a file has at least that one's type: a VCOM pad may tell other ids than it shows.
+bool derive_pad_type(const trace::Location& where, vx_device& device, const id_lines::Id* found_by);
 
 enum class Transport : int { hid = 0, vcom = 1 };
 enum class SearchResult { unchanged, is_count_of_devices };

@@ -5,8 +5,10 @@
 #include "exchange/left_over.hpp"
 #include "pads/registration.hpp"
 #include "pads/registry.hpp"
+#include "support/id_lines.hpp"
 #include "support/owners.hpp"
 #include "support/text.hpp"
+#include "transport/known_ids.hpp"
 #include "transport/record.hpp"
 #include "vxpadcom/internals/component_link.h"
 #include "vxpadcom/internals/legacy_commands.h"
@@ -163,15 +165,43 @@ void claim(const trace::Location& where, const vx_device& record, libusb_device*
     }
 }
 
+void set_debug_level() {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    libusb_set_debug(nullptr, LIBUSB_LOG_LEVEL_ERROR);
+#pragma GCC diagnostic pop
+}
+
 class VcomSearch {
   public:
     VcomSearch(const trace::Location& where, vx_registry& pads, std::uint32_t named_vendor)
         : where_{where}, pads_{pads}, named_vendor_{named_vendor} {}
 
     int result() const { return result_; }
-    void found_empty_bus() { result_ = 0; }
 
-    void visit(const vx_usb_id& id, libusb_device* device) {
+    // False ends the search.
+    bool look_for(const vx_usb_id& id, const id_lines::Id* found_by) {
+        set_debug_level();
+        const DeviceList bus;
+        if (bus.count < 0) {
+            report(where_, "libusb_get_device_list", static_cast<int>(bus.count));
+            return true;
+        }
+        if (bus.count == 0) {
+            VX_INFO_AT(where_, "No usb devices");
+            result_ = 0;
+            return false;
+        }
+        VX_INFO_AT(where_, "Count of devices on USB bus: %d", static_cast<int>(bus.count));
+        for (libusb_device* device : bus.span()) {
+            visit(id, found_by, device);
+        }
+        VX_INFO_AT(where_, "before libusb_free_device_list(list, 1);");
+        return true;
+    }
+
+  private:
+    void visit(const vx_usb_id& id, const id_lines::Id* found_by, libusb_device* device) {
         libusb_device_descriptor descriptor{};
         if (const int result = libusb_get_device_descriptor(device, &descriptor); result != 0) {
             report(where_, "libusb_get_device_descriptor", result);
@@ -186,7 +216,7 @@ class VcomSearch {
             return;
         }
         VX_INFO_AT(where_, "was found device: %x:%x", descriptor.idVendor, descriptor.idProduct);
-        const bool is_pad = identify(record, device, descriptor) && describe(record, device);
+        const bool is_pad = identify(record, found_by, device, descriptor) && describe(record, found_by, device);
         // Talking to the pad may have replaced the handle that was opened above.
         libusb_device_handle* handle = record.vcom_handle;
         record.vcom_handle = nullptr;
@@ -200,11 +230,12 @@ class VcomSearch {
         VX_INFO_AT(where_, "before free(desc);");
     }
 
-  private:
-    // What the device says of itself, before a word is spoken with it as a pad.
-    bool identify(vx_device& record, libusb_device* device, const libusb_device_descriptor& descriptor) {
+    // What the device says of itself, before a word is spoken with it as a pad. One that a file names needs no maker.
+    bool identify(vx_device& record, const id_lines::Id* found_by, libusb_device* device,
+                  const libusb_device_descriptor& descriptor) {
         text::print(record.manufacturer, "%s", String(where_, record.vcom_handle, descriptor.iManufacturer).text);
-        if (descriptor.idVendor == named_vendor_ && !expect_pad_maker(where_, record, descriptor.idVendor)) {
+        if (found_by == nullptr && descriptor.idVendor == named_vendor_ &&
+            !expect_pad_maker(where_, record, descriptor.idVendor)) {
             return false;
         }
         text::print(record.product, "%s", String(where_, record.vcom_handle, descriptor.iProduct).text);
@@ -215,7 +246,7 @@ class VcomSearch {
     }
 
     // What the pad says of itself.
-    bool describe(vx_device& record, libusb_device* device) {
+    bool describe(vx_device& record, const id_lines::Id* found_by, libusb_device* device) {
         claim(where_, record, device);
         record.vcom_device = libusb_ref_device(device);
         record::create_lock(record);
@@ -232,7 +263,7 @@ class VcomSearch {
         }
         record.was_removed = 0;
         text::print(record.device_uid, "%x%x%s", record.vendor_id, record.product_id, record.serial_number);
-        if (!registration::derive_pad_type(where_, record)) {
+        if (!registration::derive_pad_type(where_, record, found_by)) {
             // Never cleared on purpose: behind an unknown device nothing more of this search is registered.
             skip_ = true;
         }
@@ -251,7 +282,7 @@ class VcomSearch {
         }
     }
 
-    trace::Location where_;
+    const trace::Location& where_;
     vx_registry& pads_;
     std::uint32_t named_vendor_;
     int result_ = -1;
@@ -264,13 +295,6 @@ std::span<const vx_usb_id> ids() {
     return {std::begin(vcom_device_list), end};
 }
 
-void set_debug_level() {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-    libusb_set_debug(nullptr, LIBUSB_LOG_LEVEL_ERROR);
-#pragma GCC diagnostic pop
-}
-
 } // namespace
 
 int search_vcom_devices(vx_registry* pads) {
@@ -280,25 +304,24 @@ int search_vcom_devices(vx_registry* pads) {
     }
     const auto list = ids();
     VcomSearch search{VX_HERE, *pads, list.empty() ? 0 : list.back().vendor_id};
-    for (const vx_usb_id& id : list) {
-        VX_INFO("looking for vcom_device_list[j].vendor_id -> %x, vcom_device_list[j].product_id -> %x", id.vendor_id,
-                id.product_id);
-        set_debug_level();
-        const DeviceList bus;
-        if (bus.count < 0) {
-            report(VX_HERE, "libusb_get_device_list", static_cast<int>(bus.count));
+    for (const id_lines::Id& id : known_ids::added()) {
+        if (id.transport != id_lines::Transport::vcom) {
             continue;
         }
-        if (bus.count == 0) {
-            VX_INFO("No usb devices");
-            search.found_empty_bus();
+        VX_INFO("looking for an id of a file: vendor_id -> %x, product_id -> %x", id.vendor_id, id.product_id);
+        if (!search.look_for({id.vendor_id, id.product_id}, &id)) {
+            return scope.exit(search.result());
+        }
+    }
+    for (const vx_usb_id& id : list) {
+        if (known_ids::find_added(id.vendor_id, id.product_id) != nullptr) {
+            continue;
+        }
+        VX_INFO("looking for vcom_device_list[j].vendor_id -> %x, vcom_device_list[j].product_id -> %x", id.vendor_id,
+                id.product_id);
+        if (!search.look_for(id, nullptr)) {
             break;
         }
-        VX_INFO("Count of devices on USB bus: %d", static_cast<int>(bus.count));
-        for (libusb_device* device : bus.span()) {
-            search.visit(id, device);
-        }
-        VX_INFO("before libusb_free_device_list(list, 1);");
     }
     return scope.exit(search.result());
 }

@@ -1,5 +1,4 @@
-// What follows from the USB ids: which of them the searches look for, pad types and the per-model facts that hang on
-// them.
+// What follows from the USB ids: which of them the searches look for, and pad types.
 #pragma once
 
 #include VXPADCOM_USB_IDS_FILE
@@ -70,11 +69,6 @@ constexpr PadType pad_type(std::uint32_t vendor_id, std::uint32_t product_id) {
         return type_among(usb_ids::classic_products, product_id);
     }
     return {0, Unknown::vendor};
-}
-
-// The one model that cannot be asked for its firmware version.
-constexpr bool has_fixed_version(std::uint32_t vendor_id, std::uint32_t product_id) {
-    return pad_type(vendor_id, product_id).type == 1;
 }
 
 } // namespace usb_id_tables

@@ -1,8 +1,9 @@
-// The USB ids of the pads: the only file that knows them.
+// The USB ids of the pads that are built in: the only file that knows them.
 //
-// The vendor ids below are placeholders that the public USB id list (usb.ids) assigns to nobody. To drive a maker's
-// real pads, copy this file, put the real ids in and configure with -DVXPADCOM_USB_IDS=/path/to/the/copy. Everything
-// that depends on ids (search tables, pad types, udev rules, virtual pads) follows from here.
+// The vendor ids below are placeholders that the public USB id list (usb.ids) assigns to nobody. A maker's real pads
+// are told in a file that an administrator adds (docs/ids.md). To build the ids in instead, copy this file, put them in
+// and configure with -DVXPADCOM_USB_IDS=/path/to/the/copy. Everything that depends on ids (search tables, pad types,
+// udev rules, virtual pads) follows from here.
 #pragma once
 
 #include <array>

@@ -67,7 +67,8 @@ std::map<std::string, char> names_in_library() {
         std::string kind;
         std::string name;
         fields >> address >> kind >> name;
-        if (!is_added_by_a_sanitizer(name)) {
+        name.resize(std::min(name.find('@'), name.size()));  // the version
+        if (!is_added_by_a_sanitizer(name) && kind != "A") { // the names of the versions
             names[name] = kind.front();
         }
     }
@@ -77,13 +78,7 @@ std::map<std::string, char> names_in_library() {
 enum class Kind { function, data };
 
 // Every declaration that is marked as exported.
-std::map<std::string, Kind> names_in_headers() {
-    std::string header;
-    for (const auto& file : std::filesystem::recursive_directory_iterator(PUBLIC_HEADERS)) {
-        if (file.is_regular_file()) {
-            header += content_of(file.path().c_str());
-        }
-    }
+std::map<std::string, Kind> names_in(std::string header) {
     for (auto start = header.find("/*"); start != std::string::npos; start = header.find("/*", start)) {
         header.erase(start, header.find("*/", start) + 2 - start);
     }
@@ -101,6 +96,29 @@ std::map<std::string, Kind> names_in_headers() {
         names[std::string(begin, last.end())] = declaration.starts_with("extern ") ? Kind::data : Kind::function;
     }
     return names;
+}
+
+// The version that each name of the library carries.
+std::map<std::string, std::string> versions_in_library() {
+    std::map<std::string, std::string> versions;
+    for (const std::string& line : lines_of(output_of(std::string(NM) + " -D --defined-only " + LIBRARY_FILE))) {
+        const auto name = line.substr(line.rfind(' ') + 1);
+        const auto at = name.find('@');
+        if (!is_added_by_a_sanitizer(name)) {
+            versions[name.substr(0, at)] = at == std::string::npos ? "" : name.substr(at);
+        }
+    }
+    return versions;
+}
+
+std::map<std::string, Kind> names_in_headers() {
+    std::string headers;
+    for (const auto& file : std::filesystem::recursive_directory_iterator(PUBLIC_HEADERS)) {
+        if (file.is_regular_file()) {
+            headers += content_of(file.path().c_str());
+        }
+    }
+    return names_in(headers);
 }
 
 template <class Names> std::set<std::string> keys(const Names& names) {
@@ -137,6 +155,18 @@ TEST(ExportedNames, OfTheHeaderAreThoseOfTheList) {
     EXPECT_THAT(only_in_first(header, list), IsEmpty()) << "declared, not listed";
 }
 
+// So that an application which is linked to a building block can be told from one that is not.
+TEST(ExportedNames, CarryAVersionThatTellsTheApplicationsFromTheBuildingBlocks) {
+    const auto for_applications = names_in(content_of(PUBLIC_HEADERS "/vxpadcom.h"));
+    ASSERT_GT(for_applications.size(), 40U);
+    for (const auto& [name, version] : versions_in_library()) {
+        if (name.starts_with("VXPADCOM_")) {
+            continue; // the versions themselves
+        }
+        EXPECT_EQ(version, for_applications.contains(name) ? "@@VXPADCOM_0" : "@@VXPADCOM_PRIVATE") << name;
+    }
+}
+
 TEST(ExportedNames, AreFunctionsOrWritableDataAsDeclared) {
     const auto library = names_in_library();
     for (const auto& [name, kind] : names_in_headers()) {
@@ -171,8 +201,8 @@ TEST(ExportedNames, OfFunctionsAreNotLookedUpByTheLibraryItself) {
     EXPECT_THAT(looked_up, IsEmpty());
 }
 
-// Sanitizers register and allocate for themselves.
-#if !VXPAD_SANITIZED
+// Sanitizers, and what counts lines, register and allocate for themselves.
+#if !VXPAD_INSTRUMENTED
 std::vector<std::string> imports_like(const std::string& beginning) {
     std::vector<std::string> found;
     for (const std::string& line : lines_of(output_of(std::string(NM) + " -D --undefined-only " + LIBRARY_FILE))) {

@@ -21,10 +21,10 @@ namespace {
 
 std::set<std::string> known_names() {
     // Functions of the exported layer that have a name in the log without being exported.
-    std::set<std::string> names{"exception",      "set_dev_to_current", "get_current_dev",  "looking_for_device",
-                                "__deinitialize", "stop_read_threads",  "start_thread",     "stop_thread",
-                                "__stop_thread",  "flush_data_packets", "start_routine",    "read_file",
-                                "pirc_routine",   "start_upload",       "interface_routine"};
+    std::set<std::string> names{"exception",          "init_exceptions", "set_dev_to_current", "get_current_dev",
+                                "looking_for_device", "__deinitialize",  "stop_read_threads",  "start_thread",
+                                "stop_thread",        "__stop_thread",   "flush_data_packets", "start_routine",
+                                "read_file",          "pirc_routine",    "start_upload",       "interface_routine"};
     std::ifstream list{EXPORTS_LIST};
     for (std::string name; std::getline(list, name);) {
         names.insert(name);

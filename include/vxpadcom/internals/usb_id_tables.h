@@ -12,7 +12,8 @@
 extern "C" {
 #endif
 
-/* USB ids to search for; a list ends with a pair whose vendor_id is 0. */
+/* USB ids to search for; a list ends with a pair whose vendor_id is 0. Ids of files (docs/ids.md) are searched for
+ * before them and do not show here. */
 typedef struct vx_usb_id {
     uint32_t vendor_id;
     uint32_t product_id;

@@ -1,0 +1,12 @@
+# The version's one owner is the header that applications include.
+set(version_header ${CMAKE_CURRENT_SOURCE_DIR}/include/vxpadcom/version.h)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${version_header})
+file(READ ${version_header} version_text)
+set(version_parts "")
+foreach(part MAJOR MINOR PATCH)
+  if(NOT version_text MATCHES "#define VXPADCOM_VERSION_${part} ([0-9]+)\n")
+    message(FATAL_ERROR "${version_header} does not define VXPADCOM_VERSION_${part}")
+  endif()
+  list(APPEND version_parts ${CMAKE_MATCH_1})
+endforeach()
+list(JOIN version_parts . vxpadcom_version)
