@@ -1,6 +1,7 @@
 #include "base/text.hpp"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstddef>
 #include <stdexcept>
@@ -12,26 +13,44 @@ namespace {
 
 constexpr std::string_view hex_digits = "0123456789abcdef";
 
-// Decodes one UTF-8 sequence and removes it from the text.
-char32_t take_code_point(std::string_view& text) {
-    const auto lead = static_cast<unsigned char>(text.front());
-    const std::size_t length = lead < 0x80 ? 1 : lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc2 ? 2 : 0;
-    if (length == 0 || lead > 0xf4 || text.size() < length) {
-        throw std::invalid_argument("text is not UTF-8");
-    }
-    char32_t code_point = length == 1 ? lead : lead & (0x7fU >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        const auto next = static_cast<unsigned char>(text[i]);
-        if ((next & 0xc0) != 0x80) {
-            throw std::invalid_argument("text is not UTF-8");
-        }
-        code_point = code_point << 6 | (next & 0x3fU);
-    }
-    text.remove_prefix(length);
-    return code_point;
-}
-
 } // namespace
+
+std::optional<char32_t> take_character(std::string_view& utf8) {
+    struct Lead {
+        unsigned int first, last;     // bytes that a character may begin with
+        std::size_t size;             // bytes of the character
+        unsigned int lowest, highest; // its second byte
+    };
+    static constexpr std::array<Lead, 9> leads{{
+        {0x00, 0x7f, 1, 0, 0},
+        {0xc2, 0xdf, 2, 0x80, 0xbf},
+        {0xe0, 0xe0, 3, 0xa0, 0xbf},
+        {0xe1, 0xec, 3, 0x80, 0xbf},
+        {0xed, 0xed, 3, 0x80, 0x9f}, // the rest are halves of UTF-16 pairs
+        {0xee, 0xef, 3, 0x80, 0xbf},
+        {0xf0, 0xf0, 4, 0x90, 0xbf},
+        {0xf1, 0xf3, 4, 0x80, 0xbf},
+        {0xf4, 0xf4, 4, 0x80, 0x8f},
+    }};
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned int>(static_cast<unsigned char>(utf8[i])); };
+    const unsigned int first = byte(0);
+    const auto* lead = std::ranges::find_if(leads, [&](const Lead& l) { return first >= l.first && first <= l.last; });
+    std::size_t taken = 1;
+    char32_t character = first;
+    if (lead != leads.end() && lead->size > 1) {
+        character = first & (0x7fU >> lead->size);
+        for (; taken < std::min(lead->size, utf8.size()); ++taken) {
+            const unsigned int next = byte(taken);
+            if (next < (taken == 1 ? lead->lowest : 0x80U) || next > (taken == 1 ? lead->highest : 0xbfU)) {
+                break;
+            }
+            character = character << 6 | (next & 0x3fU);
+        }
+    }
+    const bool is_whole = lead != leads.end() && taken == lead->size;
+    utf8.remove_prefix(taken);
+    return is_whole ? std::optional(character) : std::nullopt;
+}
 
 std::string hex(std::span<const std::uint8_t> bytes) {
     std::string result;
@@ -96,12 +115,15 @@ std::u16string parse_string(std::string_view text) {
         if (text.front() == '\\' && text.size() > 1) {
             text.remove_prefix(1);
         }
-        const auto code_point = take_code_point(text);
-        if (code_point < 0x10000) {
-            result += static_cast<char16_t>(code_point);
+        const auto character = take_character(text);
+        if (!character) {
+            throw std::invalid_argument("text is not UTF-8");
+        }
+        if (*character < 0x10000) {
+            result += static_cast<char16_t>(*character);
         } else {
-            result += static_cast<char16_t>(0xd800 + ((code_point - 0x10000) >> 10));
-            result += static_cast<char16_t>(0xdc00 + ((code_point - 0x10000) & 0x3ff));
+            result += static_cast<char16_t>(0xd800 + ((*character - 0x10000) >> 10));
+            result += static_cast<char16_t>(0xdc00 + ((*character - 0x10000) & 0x3ff));
         }
     }
     return result;

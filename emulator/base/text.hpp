@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -9,6 +10,10 @@
 #include <vector>
 
 namespace emulator {
+
+// Takes the first character off a text that is not empty. Nothing where the bytes are none: then as many have been
+// taken as could have begun one, and at least one.
+std::optional<char32_t> take_character(std::string_view& utf8);
 
 std::string hex(std::span<const std::uint8_t> bytes);
 std::vector<std::uint8_t> parse_hex(std::string_view digits);

@@ -21,32 +21,8 @@ namespace {
 constexpr std::size_t longest_file = 64U << 20;
 constexpr std::size_t longest_line = 65536;
 
-std::invalid_argument trouble_with(const std::filesystem::path& file) {
-    return std::invalid_argument(file.string() + ": " + std::generic_category().message(errno));
-}
-
-std::string contents(const std::filesystem::path& file) {
-    const Fd fd{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
-    struct stat status {};
-    if (!fd || ::fstat(fd.get(), &status) < 0) {
-        throw trouble_with(file);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw std::invalid_argument(file.string() + ": not a regular file");
-    }
-    std::string text;
-    std::array<char, 65536> buffer;
-    ssize_t size = 0;
-    while ((size = ::read(fd.get(), buffer.data(), buffer.size())) > 0) {
-        text.append(buffer.data(), static_cast<std::size_t>(size));
-        if (text.size() > longest_file) {
-            throw std::invalid_argument(file.string() + ": longer than " + std::to_string(longest_file >> 20) + " MiB");
-        }
-    }
-    if (size < 0) {
-        throw trouble_with(file);
-    }
-    return text;
+std::invalid_argument trouble_with(const std::string& name) {
+    return std::invalid_argument(name + ": " + std::generic_category().message(errno));
 }
 
 Words words_of(std::string_view line) {
@@ -67,17 +43,53 @@ Words words_of(std::string_view line) {
 
 } // namespace
 
-void read_lines(const std::filesystem::path& file, const std::function<void(const Words& words)>& take) {
-    const auto text = contents(file);
-    std::string_view rest = text;
-    for (std::size_t number = 1; !rest.empty(); ++number) {
-        const auto end = std::min(rest.find('\n'), rest.size());
+void read_lines(const std::filesystem::path& file, const TakeWords& take) {
+    const Fd fd{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+    struct stat status {};
+    if (!fd || ::fstat(fd.get(), &status) < 0) {
+        throw trouble_with(file.string());
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw std::invalid_argument(file.string() + ": not a regular file");
+    }
+    read_lines(fd.get(), file.string(), take);
+}
+
+void read_lines(int fd, const std::string& name, const TakeWords& take) {
+    std::size_t number = 0;
+    const auto take_line = [&](std::string_view line) {
+        ++number;
         try {
-            take(words_of(rest.substr(0, end)));
+            take(words_of(line));
         } catch (const std::invalid_argument& error) {
-            throw std::invalid_argument(file.string() + ":" + std::to_string(number) + ": " + error.what());
+            throw std::invalid_argument(name + ":" + std::to_string(number) + ": " + error.what());
         }
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+    };
+    std::string text; // of which no line end has come yet
+    std::array<char, 65536> buffer;
+    std::size_t total = 0;
+    ssize_t size = 0;
+    while ((size = ::read(fd, buffer.data(), buffer.size())) > 0) {
+        total += static_cast<std::size_t>(size);
+        if (total > longest_file) {
+            throw std::invalid_argument(name + ": longer than " + std::to_string(longest_file >> 20) + " MiB");
+        }
+        text.append(buffer.data(), static_cast<std::size_t>(size));
+        std::string_view left = text;
+        for (auto end = left.find('\n'); end != std::string_view::npos; end = left.find('\n')) {
+            take_line(left.substr(0, end));
+            left.remove_prefix(end + 1);
+        }
+        if (left.size() > longest_line) {
+            take_line(left); // which is refused
+        }
+        text.erase(0, text.size() - left.size());
+    }
+    if (size < 0) {
+        throw trouble_with(name);
+    }
+    if (!text.empty()) {
+        take_line(text);
     }
 }
 

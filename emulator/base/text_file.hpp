@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -10,8 +11,13 @@ namespace emulator {
 
 using Words = std::vector<std::string_view>;
 
-// Hands out the words of one line after the other. What is wrong in a line is told with its number. Throws
-// std::invalid_argument.
-void read_lines(const std::filesystem::path& file, const std::function<void(const Words& words)>& take);
+using TakeWords = std::function<void(const Words& words)>;
+
+// Hands out the words of one line after the other, and keeps no more of the file than that line. What is wrong in a
+// line is told with its number. Throws std::invalid_argument.
+void read_lines(const std::filesystem::path& file, const TakeWords& take);
+
+// The same with what can be read from a descriptor, whatever it is; messages call it by the name.
+void read_lines(int fd, const std::string& name, const TakeWords& take);
 
 } // namespace emulator

@@ -30,14 +30,6 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-struct Request {
-    std::string_view name;
-    std::size_t least_words;
-    std::size_t most_words;
-    std::string_view usage;
-    std::string (*run)(Bus& bus, const Words& words);
-};
-
 std::string hex16(unsigned int value) {
     return hex(std::array{static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xff)});
 }
@@ -215,28 +207,38 @@ std::string reset_uploads(Bus& bus, const Words& words) {
     return {};
 }
 
+constexpr std::array<Request, 17> requests{{
+    {"list", 1, 1, "list", list, "the pads, a line each"},
+    {"plug", 2, 2, "plug N", plug, "puts a pad in; of serve: it can be imported again"},
+    {"unplug", 2, 2, "unplug N", unplug, "pulls a pad out; of serve: its connection ends"},
+    {"fault", 3, 3, "fault N FAULT", fault, "adds a fault"},
+    {"clear-faults", 2, 2, "clear-faults N", clear_faults, "removes all faults of a pad"},
+    {"input", 4, 5, "input N INTERFACE HEX [COUNT]", input, "queues an input report, COUNT times"},
+    {"log", 2, 2, "log N", log,
+     "the reports that crossed the bus since the last time: direction, kind, interface, bytes"},
+    {"state", 2, 2, "state N", state, "mode, signature rectangle and counters"},
+    {"ssp", 2, 2, "ssp N", ssp,
+     "pen data on or off, last mode command, connection type, configuration variables and counters"},
+    {"button", 3, 3, "button N VALUE", button, "the user has pressed a button"},
+    {"pen", 3, 3, "pen N HEX", pen, "sends a record of pen data, also while it is off"},
+    {"send", 3, 3, "send N HEX", send, "puts bytes into the pad's stream as they are"},
+    {"play", 2, 4, "play N [COUNT|once|loop] [RATE]", play,
+     "plays the signature now: so many packets, once (the default) or until it is stopped; as input reports of a HID "
+     "pad, as records in the stream of a VCOM pad"},
+    {"stop", 2, 2, "stop N", stop, "ends the playing"},
+    {"replay", 3, 3, "replay N FILE", replay, "plays a recording in the same way"},
+    {"uploads", 2, 2, "uploads N", uploads,
+     "what has been written that is no command: reports, gaps and duplicates in their numbers, checksum"},
+    {"reset-uploads", 2, 2, "reset-uploads N", reset_uploads, "counts them from zero"},
+}};
+
 } // namespace
 
+std::span<const Request> all_requests() {
+    return requests;
+}
+
 std::string answer_request(Bus& bus, std::string_view request) {
-    static constexpr std::array<Request, 17> requests{{
-        {"list", 1, 1, "list", list},
-        {"plug", 2, 2, "plug N", plug},
-        {"unplug", 2, 2, "unplug N", unplug},
-        {"fault", 3, 3, "fault N FAULT", fault},
-        {"clear-faults", 2, 2, "clear-faults N", clear_faults},
-        {"input", 4, 5, "input N INTERFACE HEX [COUNT]", input},
-        {"log", 2, 2, "log N", log},
-        {"state", 2, 2, "state N", state},
-        {"ssp", 2, 2, "ssp N", ssp},
-        {"button", 3, 3, "button N VALUE", button},
-        {"pen", 3, 3, "pen N HEX", pen},
-        {"send", 3, 3, "send N HEX", send},
-        {"play", 2, 4, "play N [COUNT|once|loop] [RATE]", play},
-        {"stop", 2, 2, "stop N", stop},
-        {"replay", 3, 3, "replay N FILE", replay},
-        {"uploads", 2, 2, "uploads N", uploads},
-        {"reset-uploads", 2, 2, "reset-uploads N", reset_uploads},
-    }};
     std::istringstream stream{std::string{request}};
     Words words;
     for (std::string word; stream >> word;) {

@@ -37,6 +37,7 @@ struct open_file {
     pid_t owner;                  /* a child after fork() has copies that are not its own */
     int requests;
     int completions;
+    int node;         /* the file that stands for the device: /proc shows by it who has the pad open */
     atomic_bool gone; /* every completion has been reaped after an unplug */
 };
 
@@ -173,6 +174,7 @@ static struct open_file* connect_file(void) {
     pthread_mutex_init(&file->reap_lock, NULL);
     file->owner = getpid();
     file->completions = -1;
+    file->node = -1;
     file->requests = (int)syscall(SYS_socket, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     struct sockaddr_un address;
     make_path(&address, path);
@@ -188,9 +190,22 @@ static struct open_file* connect_file(void) {
 static void discard_file(struct open_file* file) {
     close_descriptor(file->requests);
     close_descriptor(file->completions);
+    close_descriptor(file->node);
     pthread_mutex_destroy(&file->request_lock);
     pthread_mutex_destroy(&file->reap_lock);
     free(file);
+}
+
+/* Its rights count, as those of the real file do. One that has gone is told of by the emulator. */
+static bool open_node(struct open_file* file, unsigned int bus, unsigned int address, int flags) {
+    const char* root = getenv(VXPAD_ENV_TESTBED);
+    char path[sizeof((struct sockaddr_un*)NULL)->sun_path + sizeof "/dev/bus/usb/BBB/DDD"];
+    if (root == NULL ||
+        snprintf(path, sizeof path, "%s/dev/bus/usb/%03u/%03u", root, bus, address) >= (int)sizeof path) {
+        return true;
+    }
+    file->node = (int)syscall(SYS_openat, AT_FDCWD, path, (flags & O_ACCMODE) | O_CLOEXEC);
+    return file->node >= 0 || errno != EACCES;
 }
 
 static int open_device(unsigned int bus, unsigned int address, int flags) {
@@ -202,8 +217,10 @@ static int open_device(unsigned int bus, unsigned int address, int flags) {
     int sockets[2] = {-1, -1};
     const struct usbfs_request request = {.operation = usbfs_open, .interface = bus, .argument = address};
     int result = -1;
-    if (make_pipe(ends, flags) && ends[1] < file_limit &&
-        syscall(SYS_socketpair, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) == 0) {
+    if (!open_node(file, bus, address, flags)) {
+        errno = EACCES;
+    } else if (make_pipe(ends, flags) && ends[1] < file_limit &&
+               syscall(SYS_socketpair, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) == 0) {
         const int passed[2] = {sockets[1], ends[0]};
         result = call(file, &request, NULL, passed, 2, NULL);
     } else {

@@ -1,14 +1,20 @@
 #include "host/system_tree.hpp"
 
+#include "base/text.hpp"
+#include "pad/pad_settings.hpp"
 #include "usb/usb_device.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <linux/sockios.h>
+#include <optional>
 #include <string_view>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <system_error>
@@ -20,6 +26,9 @@ namespace emulator {
 namespace {
 
 constexpr std::string_view monitor_prefix = "monitor";
+
+constexpr std::chrono::milliseconds time_to_look{3}; // at a new pad, for one who has just heard of it
+constexpr std::chrono::seconds most_patience{1};
 
 // A process that never reads its events loses the later ones.
 constexpr std::size_t most_waiting_events = 1000;
@@ -88,8 +97,21 @@ void SystemTree::plugged(const Port& port) {
     for (const auto& [name, content] : attributes) {
         write_file(building / name, content);
     }
+    // The kernel has asked the pad for these when it was plugged in; an empty one is none.
+    const auto& pad = port.settings;
+    const std::array<std::pair<const char*, const std::optional<std::u16string>*>, 3> texts{
+        {{"manufacturer", &pad.maker}, {"product", &pad.product}, {"serial", &pad.serial}}};
+    for (const auto& [name, text] : texts) {
+        if (*text && !(*text)->empty()) {
+            write_file(building / name, utf8(**text) + "\n");
+        }
+    }
     std::filesystem::create_symlink("../../bus/usb", building / "subsystem");
-    write_file(root_ / "dev" / device_name(port), "");
+    const auto node = root_ / "dev" / device_name(port);
+    write_file(node, "");
+    if (port.settings.denied) {
+        std::filesystem::permissions(node, std::filesystem::perms::none);
+    }
     std::filesystem::rename(building, root_ / "sys" / device_path(port));
     std::filesystem::create_symlink("../../../" + device_path(port), root_ / "sys/bus/usb/devices" / port.name());
     send_event(port, "add");
@@ -124,6 +146,26 @@ void SystemTree::send_event(const Port& port, const char* action) {
     for (const auto& name : names) {
         flush(name);
     }
+    last_event_ = Clock::now();
+    read_since_.reset();
+}
+
+bool SystemTree::is_heard() {
+    const auto now = Clock::now();
+    if (monitors_.empty() || now - last_event_ > most_patience) {
+        return true;
+    }
+    const bool is_read = std::ranges::all_of(monitors_, [](const auto& named) {
+        const auto& [socket, waiting] = named.second;
+        int unread = 0;
+        return waiting.empty() && (::ioctl(socket.get(), SIOCOUTQ, &unread) < 0 || unread == 0);
+    });
+    if (!is_read) {
+        read_since_.reset();
+        return false;
+    }
+    read_since_ = read_since_.value_or(now);
+    return now - *read_since_ >= time_to_look;
 }
 
 void SystemTree::find_monitors() {

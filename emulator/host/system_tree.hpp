@@ -5,9 +5,11 @@
 #include "base/fd.hpp"
 #include "usb/bus.hpp"
 
+#include <chrono>
 #include <deque>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace emulator {
@@ -20,7 +22,13 @@ class SystemTree {
     SystemTree(const SystemTree&) = delete;
     SystemTree& operator=(const SystemTree&) = delete;
 
+    // Whether all who listen have taken the last event in. On a real bus a pad stays for longer than that takes; one
+    // that goes at once would have been seen by nobody. Who does not read is waited for no longer than a second.
+    bool is_heard();
+
   private:
+    using Clock = std::chrono::steady_clock;
+
     // A udev monitor of some process, with the events that its full socket does not take yet.
     struct Monitor {
         Fd socket;
@@ -37,7 +45,9 @@ class SystemTree {
     EventLoop& loop_;
     std::filesystem::path root_;
     unsigned long events_ = 0;
-    std::map<std::string, Monitor> monitors_; // by the name of the socket
+    Clock::time_point last_event_;
+    std::optional<Clock::time_point> read_since_; // by all
+    std::map<std::string, Monitor> monitors_;     // by the name of the socket
 };
 
 } // namespace emulator

@@ -21,6 +21,7 @@ class UsbfsHost : public Host {
 
     Surroundings surroundings() const override;
     std::string where() const override { return "one program"; }
+    bool is_settled() override { return tree_.is_heard(); }
 
   private:
     std::filesystem::path directory_;

@@ -279,6 +279,9 @@ int UsbfsServer::OpenFile::open(const usbfs_request& request) {
     if (port == nullptr || passed_.size() != 2 || port_ != nullptr) {
         return ENOENT;
     }
+    if (port->settings.denied) {
+        return EACCES;
+    }
     if (!is_socket(passed_[0]) || !never_waits(passed_[1])) {
         return EINVAL;
     }
@@ -473,7 +476,11 @@ int UsbfsServer::OpenFile::start(const usbfs_request& request,
         const bool nothing = !in && status != TransferStatus::done;
         answer({id, urb_status(status), nothing ? 0 : length, in ? length : 0, 0}, done);
     };
-    return urbs_.submit(*port_->device, id, std::move(transfer), completed) ? 0 : EINVAL;
+    if (urbs_.has(id)) {
+        return EINVAL;
+    }
+    urbs_.submit(*port_->device, id, std::move(transfer), completed);
+    return 0;
 }
 
 int UsbfsServer::OpenFile::discard(const usbfs_request& request) {

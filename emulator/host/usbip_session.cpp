@@ -192,15 +192,16 @@ bool UsbipSession::take_command() {
 }
 
 void UsbipSession::submit(const usbip::Command& command, std::span<const std::uint8_t> data) {
+    if (transfers_.has(command.number)) {
+        return refuse("a number that is in use");
+    }
     auto transfer = transfer_of(command, data, *port_->device);
     if (!transfer) {
         unsent_.append(usbip::submit_reply(command.number, urb_status(TransferStatus::stalled), 0));
         return;
     }
     const auto answered = [this, command](Transfer& done, TransferStatus status) { answer(command, done, status); };
-    if (!transfers_.submit(*port_->device, command.number, std::move(transfer), answered)) {
-        refuse("a number that is in use");
-    }
+    transfers_.submit(*port_->device, command.number, std::move(transfer), answered);
 }
 
 void UsbipSession::answer(const usbip::Command& command, Transfer& transfer, TransferStatus status) {

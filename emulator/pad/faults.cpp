@@ -25,28 +25,38 @@ struct KindName {
     unsigned long lowest;
     unsigned long highest;
     TransferSet strikes;
+    std::string_view parameters; // as the help shows them
+    std::string_view does;
 };
 
 constexpr std::array<KindName, 19> kind_names{{
-    {"stall", FaultKind::stall, Parameter::none, 0, 0, transfers},
-    {"silence", FaultKind::silence, Parameter::none, 0, 0, transfers},
-    {"garbage", FaultKind::garbage, Parameter::none, 0, 0, transfers},
-    {"short", FaultKind::short_reply, Parameter::number, 0, 65535, transfers},
-    {"delay", FaultKind::delay, Parameter::number, 0, 3600000, transfers},
-    {"wrong-command", FaultKind::wrong_command, Parameter::none, 0, 0, transfers},
-    {"status", FaultKind::status, Parameter::number, 0, 255, transfers},
-    {"unplug", FaultKind::unplug, Parameter::none, 0, 0, transfers},
-    {"split", FaultKind::split, Parameter::number, 1, 65535, messages},
-    {"merge", FaultKind::merge, Parameter::none, 0, 0, messages},
-    {"delay-reply", FaultKind::delay_reply, Parameter::number, 0, 3600000, messages},
-    {"twice", FaultKind::twice, Parameter::none, 0, 0, messages},
-    {"drop", FaultKind::drop, Parameter::none, 0, 0, messages},
-    {"wrong-component", FaultKind::wrong_component, Parameter::none, 0, 0, messages},
-    {"wrong-result", FaultKind::wrong_result, Parameter::none, 0, 0, messages},
-    {"noise", FaultKind::noise, Parameter::number, 1, 65535, messages},
-    {"cut", FaultKind::cut, Parameter::number, 0, 1000000, messages},
-    {"replace", FaultKind::replace, Parameter::bytes, 0, 0, messages},
-    {"junk", FaultKind::junk, Parameter::none, 0, 0, messages},
+    {"stall", FaultKind::stall, Parameter::none, 0, 0, transfers, "", "the pad refuses the transfer"},
+    {"silence", FaultKind::silence, Parameter::none, 0, 0, transfers, "", "the pad never answers"},
+    {"garbage", FaultKind::garbage, Parameter::none, 0, 0, transfers, "[,seed=S]", "random bytes"},
+    {"short", FaultKind::short_reply, Parameter::number, 0, 65535, transfers, "=BYTES", "cut off after so many bytes"},
+    {"delay", FaultKind::delay, Parameter::number, 0, 3600000, transfers, "=MILLISECONDS", "comes late"},
+    {"wrong-command", FaultKind::wrong_command, Parameter::none, 0, 0, transfers, "", "first byte is one too high"},
+    {"status", FaultKind::status, Parameter::number, 0, 255, transfers, "=CODE", "second byte is CODE"},
+    {"unplug", FaultKind::unplug, Parameter::none, 0, 0, transfers, "", "the pad is pulled out"},
+    {"split", FaultKind::split, Parameter::number, 1, 65535, messages, "=BYTES",
+     "comes in pieces of at most so many bytes, each in a packet or report of its own"},
+    {"merge", FaultKind::merge, Parameter::none, 0, 0, messages, "",
+     "waits and comes in one piece with the next bytes"},
+    {"delay-reply", FaultKind::delay_reply, Parameter::number, 0, 3600000, messages, "=MILLISECONDS",
+     "comes late; later messages may overtake it"},
+    {"twice", FaultKind::twice, Parameter::none, 0, 0, messages, "", "comes a second time"},
+    {"drop", FaultKind::drop, Parameter::none, 0, 0, messages, "", "does not come"},
+    {"wrong-component", FaultKind::wrong_component, Parameter::none, 0, 0, messages, "",
+     "component id is one too high; what is no base message looks like one"},
+    {"wrong-result", FaultKind::wrong_result, Parameter::none, 0, 0, messages, "",
+     "result is one too high; of a carried report the second byte"},
+    {"noise", FaultKind::noise, Parameter::number, 1, 65535, messages, "=BYTES[,seed=S]",
+     "so many random bytes before its token"},
+    {"cut", FaultKind::cut, Parameter::number, 0, 1000000, messages, "=BYTES",
+     "its part of the stream is cut off after so many bytes"},
+    {"replace", FaultKind::replace, Parameter::bytes, 0, 0, messages, "=HEX", "another message comes instead"},
+    {"junk", FaultKind::junk, Parameter::none, 0, 0, messages, "[,seed=S]",
+     "from here on, until the pad is unplugged, only random bytes without a token come"},
 }};
 
 struct TransferName {
@@ -83,7 +93,33 @@ template <typename Table> const auto& entry(const Table& table, std::string_view
 
 constexpr unsigned long most = 1000000000;
 
+constexpr std::array<std::string_view, 4> keys{"on", "count", "after", "seed"};
+
 } // namespace
+
+std::vector<FaultUsage> fault_usages(bool of_messages) {
+    std::vector<FaultUsage> usages;
+    for (const auto& kind : kind_names) {
+        if ((kind.strikes == messages) == of_messages) {
+            usages.push_back({kind.name, kind.parameters, kind.does});
+        }
+    }
+    return usages;
+}
+
+std::vector<std::string_view> fault_targets(bool of_messages) {
+    std::vector<std::string_view> names;
+    for (const auto& target : transfer_names) {
+        if (((target.kinds & messages) != 0) == of_messages) {
+            names.push_back(target.name);
+        }
+    }
+    return names;
+}
+
+std::vector<std::string_view> fault_keys() {
+    return {keys.begin(), keys.end()};
+}
 
 Fault parse_fault(std::string_view text) {
     const auto list = parse_list(text);

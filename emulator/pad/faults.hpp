@@ -56,6 +56,21 @@ struct Fault {
 // "stall,on=get-feature,count=3,after=1"; throws std::invalid_argument.
 Fault parse_fault(std::string_view text);
 
+// How a kind of fault is written, and what it does.
+struct FaultUsage {
+    std::string_view name;
+    std::string_view parameters; // behind the name
+    std::string_view does;
+};
+
+std::vector<FaultUsage> fault_usages(bool of_messages);
+
+// What "on=" takes.
+std::vector<std::string_view> fault_targets(bool of_messages);
+
+// The keys that may stand behind a kind.
+std::vector<std::string_view> fault_keys();
+
 // What all faults that strike one transfer do to it together.
 struct Verdict {
     bool unplug = false;

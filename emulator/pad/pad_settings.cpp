@@ -104,43 +104,71 @@ PenMode pen_mode(const std::string& text) {
     throw std::invalid_argument("'" + text + "' is none of follow, loop and off");
 }
 
-using Setter = void (*)(PadSettings&, const std::string& value);
-
-constexpr std::array<std::pair<std::string_view, Setter>, 26> setters{{
-    {"type", [](PadSettings& pad, const std::string& v) { pad.type = parse_count(v, 0, 255); }},
-    {"vendor",
+constexpr std::array<PadKey, 27> keys{{
+    {"type", "16", "kind of pad: 1, 8 to 13, 15 to 17",
+     [](PadSettings& pad, const std::string& v) { pad.type = parse_count(v, 0, 255); }},
+    {"vendor", "", "USB vendor id in hexadecimal; default: the first one of the type",
      [](PadSettings& pad, const std::string& v) { pad.vendor_id = std::uint16_t(parse_number(v, 16, 0, 0xffff)); }},
-    {"id",
+    {"id", "", "USB product id in hexadecimal; default: the first one of the type",
      [](PadSettings& pad, const std::string& v) { pad.product_id = std::uint16_t(parse_number(v, 16, 0, 0xffff)); }},
-    {"interfaces", [](PadSettings& pad, const std::string& v) { pad.interfaces = parse_count(v, 1, 255); }},
-    {"maker", [](PadSettings& pad, const std::string& v) { pad.maker = usb_string(v); }},
-    {"product", [](PadSettings& pad, const std::string& v) { pad.product = usb_string(v); }},
-    {"serial", [](PadSettings& pad, const std::string& v) { pad.serial = usb_string(v); }},
-    {"version", [](PadSettings& pad, const std::string& v) { pad.version = firmware_version(v); }},
-    {"mode-delay", [](PadSettings& pad, const std::string& v) { pad.mode_delay = parse_count(v, 0, 1000000); }},
-    {"unknown", [](PadSettings& pad, const std::string& v) { pad.loop_back = flag(v, "refuse", "loop-back"); }},
-    {"named", [](PadSettings& pad, const std::string& v) { pad.named = flag(v, "no", "yes"); }},
-    {"ssp", [](PadSettings& pad, const std::string& v) { pad.has_ssp = flag(v, "no", "yes"); }},
-    {"components", [](PadSettings& pad, const std::string& v) { pad.ssp.components = numbers<std::uint8_t>(v, 255); }},
-    {"modes", [](PadSettings& pad, const std::string& v) { pad.ssp.modes = numbers<std::uint32_t>(v, 0xffffffff); }},
-    {"told-vendor",
+    {"interfaces", "2", "HID interfaces, 1 to 255; not of a VCOM pad",
+     [](PadSettings& pad, const std::string& v) { pad.interfaces = parse_count(v, 1, 255); }},
+    {"maker", "",
+     "text in UTF-8, at most 126 UTF-16 units; `\\,` is a comma, `\\\\` a backslash, `\\uXXXX` any UTF-16 unit; an "
+     "empty one means that the pad has no such string",
+     [](PadSettings& pad, const std::string& v) { pad.maker = usb_string(v); }},
+    {"product", "", "likewise", [](PadSettings& pad, const std::string& v) { pad.product = usb_string(v); }},
+    {"serial", "", "likewise; default: SN and the number of the pad in four digits",
+     [](PadSettings& pad, const std::string& v) { pad.serial = usb_string(v); }},
+    {"version", "1.2.3.4:VPAD", "firmware version and its manufacturer",
+     [](PadSettings& pad, const std::string& v) { pad.version = firmware_version(v); }},
+    {"mode-delay", "0", "status replies that still show the old mode after a mode was set",
+     [](PadSettings& pad, const std::string& v) { pad.mode_delay = parse_count(v, 0, 1000000); }},
+    {"unknown", "refuse",
+     "unknown commands are answered with status 5; loop-back, the default of VCOM pads: what was written can be read "
+     "back",
+     [](PadSettings& pad, const std::string& v) { pad.loop_back = flag(v, "refuse", "loop-back"); }},
+    {"named", "no",
+     "yes: bus ids of the chip vendor whose devices are pads only by their maker's name; of VCOM pads only",
+     [](PadSettings& pad, const std::string& v) { pad.named = flag(v, "no", "yes"); }},
+    {"access", "open", "denied: under run nobody may open its device file",
+     [](PadSettings& pad, const std::string& v) { pad.denied = flag(v, "open", "denied"); }},
+    {"ssp", "", "yes: the pad speaks SSP; default: of types 15 to 17 and of VCOM pads yes, else no",
+     [](PadSettings& pad, const std::string& v) { pad.has_ssp = flag(v, "no", "yes"); }},
+    {"components", "5:11:3:1", "component types, as the pad lists them; their places are their ids",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.components = numbers<std::uint8_t>(v, 255); }},
+    {"modes", "0:5:6:13", "types of the signpad's modes, likewise",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.modes = numbers<std::uint32_t>(v, 0xffffffff); }},
+    {"told-vendor", "",
+     "vendor id in hexadecimal in the pad's description; default: the pad's own, of a VCOM pad that of its type",
      [](PadSettings& pad, const std::string& v) {
          pad.ssp.vendor_id = std::uint32_t(parse_number(v, 16, 0, 0xffffffff));
      }},
-    {"told-id", [](PadSettings& pad,
-                   const std::string& v) { pad.ssp.product_id = std::uint32_t(parse_number(v, 16, 0, 0xffffffff)); }},
-    {"told-serial", [](PadSettings& pad, const std::string& v) { pad.ssp.serial = told_serial(v); }},
-    {"conf-busy", [](PadSettings& pad, const std::string& v) { pad.ssp.conf_busy = parse_count(v, 0, 1000000); }},
-    {"conf-fail", [](PadSettings& pad, const std::string& v) { pad.ssp.conf_fails = flag(v, "no", "yes"); }},
-    {"connection",
+    {"told-id", "", "product id in hexadecimal in the pad's description, likewise",
+     [](PadSettings& pad, const std::string& v) {
+         pad.ssp.product_id = std::uint32_t(parse_number(v, 16, 0, 0xffffffff));
+     }},
+    {"told-serial", "", "serial number in the pad's description; default: the pad's own",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.serial = told_serial(v); }},
+    {"conf-busy", "0", "state queries that find a changed configuration still being applied",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.conf_busy = parse_count(v, 0, 1000000); }},
+    {"conf-fail", "no", "yes: a changed configuration fails",
+     [](PadSettings& pad, const std::string& v) { pad.ssp.conf_fails = flag(v, "no", "yes"); }},
+    {"connection", "0", "connection type",
      [](PadSettings& pad, const std::string& v) { pad.ssp.connection = std::uint8_t(parse_number(v, 10, 0, 255)); }},
-    {"set-connection",
+    {"set-connection", "silent", "answered: setting the connection type is answered",
      [](PadSettings& pad, const std::string& v) { pad.ssp.answers_set_connection = flag(v, "silent", "answered"); }},
-    {"pen", [](PadSettings& pad, const std::string& v) { pad.pen.mode = pen_mode(v); }},
-    {"pen-rate", [](PadSettings& pad, const std::string& v) { pad.pen.rate = parse_count(v, 0, fastest_pen); }},
-    {"pen-size", [](PadSettings& pad, const std::string& v) { pad.pen.size = parse_count(v, 1, 64); }},
-    {"pen-interface", [](PadSettings& pad, const std::string& v) { pad.pen.interface = parse_count(v, 0, 254); }},
-    {"signature",
+    {"pen", "follow",
+     "plays a signature as pen data while the program has it switched on; loop: always, also as input reports of a HID "
+     "pad; off: only on request",
+     [](PadSettings& pad, const std::string& v) { pad.pen.mode = pen_mode(v); }},
+    {"pen-rate", "100", "packets of pen data in a second; 0: only on request",
+     [](PadSettings& pad, const std::string& v) { pad.pen.rate = parse_count(v, 0, fastest_pen); }},
+    {"pen-size", "64", "bytes in a record of pen data, 1 to 64",
+     [](PadSettings& pad, const std::string& v) { pad.pen.size = parse_count(v, 1, 64); }},
+    {"pen-interface", "0", "interface of a HID pad on which pen data comes as input reports",
+     [](PadSettings& pad, const std::string& v) { pad.pen.interface = parse_count(v, 0, 254); }},
+    {"signature", "", "file with what the pen writes: a line for each point, x y pressure; an empty line lifts the pen",
      [](PadSettings& pad, const std::string& v) {
          pad.pen.signature = std::make_shared<const Signature>(read_signature(v));
      }},
@@ -178,19 +206,27 @@ void fill_type(PadSettings& pad) {
     }
 }
 
-// What was not given follows from the type. A VCOM pad shows other ids on the bus than it tells of itself.
-void fill_ids(PadSettings& pad, const std::set<std::string>& given) {
+// What was not given follows from the type. A VCOM pad shows other ids on the bus than it tells of itself, unless they
+// are added ones.
+void fill_ids(PadSettings& pad, const std::set<std::string>& given, std::span<const id_lines::Id> added) {
     const auto from = [&](const char* prefix) {
         return std::pair(given.contains(prefix + std::string{"vendor"}), given.contains(prefix + std::string{"id"}));
     };
     const bool vcom = pad.kind == PadKind::vcom;
+    const auto [has_vendor, has_product] = from("");
+    const auto line = std::ranges::find_if(added, [&](const id_lines::Id& id) {
+        return id.vendor_id == pad.vendor_id && id.product_id == pad.product_id;
+    });
+    const bool is_added = has_vendor && has_product && line != added.end();
+    if (is_added && !given.contains("type")) {
+        pad.type = line->pad_type;
+    }
     const auto known = ids_of(pad.type);
     auto bus = known.value_or(Ids{});
     if (vcom) {
         bus = pad.named ? Ids{usb_ids::vcom_named_vendor, usb_ids::vcom_named_product}
                         : Ids{usb_ids::shared_vendors.front(), usb_ids::vcom_products.front()};
     }
-    const auto [has_vendor, has_product] = from("");
     const auto [tells_vendor, tells_product] = from("told-");
     if (!known && (vcom ? !tells_vendor || !tells_product : !has_vendor || !has_product)) {
         throw std::invalid_argument("there are no ids for type " + std::to_string(pad.type) + "; give " +
@@ -202,10 +238,10 @@ void fill_ids(PadSettings& pad, const std::set<std::string>& given) {
     if (!has_product) {
         pad.product_id = static_cast<std::uint16_t>(bus.product);
     }
-    if (!vcom && !given.contains("type")) {
+    if (!vcom && !is_added && !given.contains("type")) {
         fill_type(pad);
     }
-    const auto told = vcom ? known.value_or(Ids{}) : Ids{pad.vendor_id, pad.product_id};
+    const auto told = vcom && !is_added ? known.value_or(Ids{}) : Ids{pad.vendor_id, pad.product_id};
     if (!tells_vendor) {
         pad.ssp.vendor_id = told.vendor;
     }
@@ -216,7 +252,12 @@ void fill_ids(PadSettings& pad, const std::set<std::string>& given) {
 
 } // namespace
 
-PadSettings parse_pad_settings(std::string_view text, unsigned int number, PadKind kind) {
+std::span<const PadKey> pad_keys() {
+    return keys;
+}
+
+PadSettings parse_pad_settings(std::string_view text, unsigned int number, PadKind kind,
+                               std::span<const id_lines::Id> added) {
     PadSettings pad;
     pad.kind = kind;
     pad.loop_back = kind == PadKind::vcom;
@@ -227,25 +268,22 @@ PadSettings parse_pad_settings(std::string_view text, unsigned int number, PadKi
 
     std::set<std::string> given;
     for (const auto& [key, value] : parse_list(text)) {
-        Setter setter = nullptr;
-        std::string keys;
-        for (const auto& [name, set] : setters) {
-            keys += (keys.empty() ? "" : ", ") + std::string{name};
-            if (name == key) {
-                setter = set;
+        const auto* known = std::ranges::find(keys, key, &PadKey::name);
+        if (known == keys.end()) {
+            std::string names;
+            for (const auto& each : keys) {
+                names += (names.empty() ? "" : ", ") + std::string{each.name};
             }
-        }
-        if (setter == nullptr) {
-            throw std::invalid_argument("unknown key '" + key + "'; there are " + keys);
+            throw std::invalid_argument("unknown key '" + key + "'; there are " + names);
         }
         try {
-            setter(pad, value);
+            known->set(pad, value);
         } catch (const std::invalid_argument& error) {
             throw std::invalid_argument(key + ": " + error.what());
         }
         given.insert(key);
     }
-    fill_ids(pad, given);
+    fill_ids(pad, given, added);
     if (!given.contains("told-serial")) {
         pad.ssp.serial = utf8(pad.serial.value_or(u"")).substr(0, 255);
     }

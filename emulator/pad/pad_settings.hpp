@@ -2,12 +2,14 @@
 #pragma once
 
 #include "pad/signature.hpp"
+#include "support/id_lines.hpp"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,6 +61,7 @@ struct PadSettings {
     bool loop_back = false;      // unknown commands are no requests: reading gives back what was written
     bool named = false;          // a VCOM pad with a chip vendor's ids
     bool has_ssp = true;
+    bool denied = false; // nobody may open it
     SspSettings ssp;
     PenSettings pen;
 
@@ -70,7 +73,19 @@ inline constexpr unsigned int fastest_pen = 100000; // packets per second
 // Most UTF-16 units that a string descriptor can hold: its length is one byte and counts two bytes of header.
 inline constexpr std::size_t longest_string = 126;
 
-// "type=16,interfaces=2,serial=SN0001,..." of the pad with this number; throws std::invalid_argument.
-PadSettings parse_pad_settings(std::string_view text, unsigned int number, PadKind kind = PadKind::hid);
+// What may be said of a pad.
+struct PadKey {
+    std::string_view name;
+    std::string_view usual; // its value where nothing is said, unless the help tells
+    std::string_view help;
+    void (*set)(PadSettings& pad, const std::string& value);
+};
+
+std::span<const PadKey> pad_keys();
+
+// "type=16,interfaces=2,serial=SN0001,..." of the pad with this number; throws std::invalid_argument. A pad that shows
+// one of the added ids is of its type.
+PadSettings parse_pad_settings(std::string_view text, unsigned int number, PadKind kind = PadKind::hid,
+                               std::span<const id_lines::Id> added = {});
 
 } // namespace emulator

@@ -15,10 +15,15 @@
 #include "pad/pad_settings.hpp"
 #include "pad/signature.hpp"
 #include "program/command.hpp"
+#include "program/help.hpp"
 #include "program/options.hpp"
+#include "support/id_files.hpp"
 #include "usb/bus.hpp"
+#include "version_line.hpp"
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -34,6 +39,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr int exit_no_help = 1;
 constexpr int exit_usage = 2;
 constexpr int exit_trouble = 125;
 
@@ -91,6 +97,9 @@ int run(const emulator::Options& options) {
         if (!options.command.empty()) {
             auto surroundings = host->surroundings();
             surroundings.variables.emplace_back(control_variable, control_path);
+            if (!options.ids_path.empty()) {
+                surroundings.variables.emplace_back(id_files::variable, options.ids_path);
+            }
             return command.start(options.command, surroundings);
         }
         std::cout << bus.ports().size() << (bus.ports().size() == 1 ? " pad at " : " pads at ") << host->where()
@@ -101,14 +110,28 @@ int run(const emulator::Options& options) {
     return command.result();
 }
 
+// No COMMAND has run, so 1 is none of its statuses.
+int show_help() {
+    errno = 0;
+    std::cout << emulator::help_text();
+    if (std::cout.flush()) {
+        return 0;
+    }
+    std::cerr << "vxpad-emulator: cannot write the help: " << std::strerror(errno) << "\n";
+    return exit_no_help;
+}
+
 } // namespace
 
 int main(int argc, char* argv[]) {
     try {
         const auto options = emulator::parse_options({argv + 1, argv + argc});
         if (options.help) {
-            std::cout << emulator::help_text();
-            return 0;
+            return show_help();
+        }
+        if (options.version) {
+            std::cout << version_line::of("vxpad-emulator") << std::flush;
+            return std::cout ? 0 : exit_trouble;
         }
         return run(options);
     } catch (const std::invalid_argument& error) {

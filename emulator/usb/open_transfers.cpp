@@ -5,10 +5,8 @@
 
 namespace emulator {
 
-bool OpenTransfers::submit(UsbDevice& device, std::uint64_t number, std::shared_ptr<Transfer> transfer, Answer answer) {
-    if (!transfers_.try_emplace(number, transfer).second) {
-        return false;
-    }
+void OpenTransfers::submit(UsbDevice& device, std::uint64_t number, std::shared_ptr<Transfer> transfer, Answer answer) {
+    transfers_.emplace(number, transfer);
     room_ += transfer->room;
     transfer->completed = [this, number, answer = std::move(answer)](Transfer& completed, TransferStatus status) {
         if (transfers_.erase(number) > 0) { // else it has been abandoned
@@ -17,7 +15,6 @@ bool OpenTransfers::submit(UsbDevice& device, std::uint64_t number, std::shared_
         }
     };
     device.submit(std::move(transfer));
-    return true;
 }
 
 bool OpenTransfers::cancel(UsbDevice& device, std::uint64_t number) {

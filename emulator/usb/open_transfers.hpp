@@ -18,8 +18,10 @@ class OpenTransfers {
     std::size_t size() const { return transfers_.size(); }
     std::size_t room() const { return room_; } // of all of them
 
-    // `answer` is called once, at once or later; false when a transfer with this number is under way.
-    bool submit(UsbDevice& device, std::uint64_t number, std::shared_ptr<Transfer> transfer, Answer answer);
+    bool has(std::uint64_t number) const { return transfers_.contains(number); }
+
+    // Of a number that none has that is under way. `answer` is called once, at once or later.
+    void submit(UsbDevice& device, std::uint64_t number, std::shared_ptr<Transfer> transfer, Answer answer);
 
     bool cancel(UsbDevice& device, std::uint64_t number); // false when there is none
     void cancel_interface(UsbDevice& device, unsigned int interface);

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -50,6 +51,20 @@ TEST_F(Run, CommandFindsTheControlSocket) {
     EXPECT_FALSE(fs::exists(path));
 }
 
+TEST_F(Run, ADeniedPadCannotBeOpened) {
+    const std::string open = "true <>/dev/bus/usb/001/002";
+    EXPECT_EQ(run({"run", "--pad", "access=open", "--", "sh", "-c", open}), 0) << content("output");
+    EXPECT_NE(run({"run", "--pad", "access=denied", "--", "sh", "-c", open}), 0);
+    EXPECT_NE(content("output").find("Permission denied"), std::string::npos) << content("output");
+}
+
+TEST_F(Run, TheSystemKnowsAPadsTexts) {
+    EXPECT_EQ(run({"run", "--pad", "maker=Acme,product=,serial=A1", "--", "sh", "-c",
+                   "cd /sys/bus/usb/devices/1-1; cat manufacturer serial; cat product"}),
+              1);
+    EXPECT_TRUE(content("output").starts_with("Acme\nA1\n")) << content("output");
+}
+
 TEST_F(Run, WrongOptionsAreRefused) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
         {{}, "nothing to do"},
@@ -72,6 +87,7 @@ TEST_F(Run, WrongOptionsAreRefused) {
         {{"run", "--pad", "version=1.2.3.4.5", "--", "true"}, "four numbers"},
         {{"run", "--pad", "version=1.2.3.4:AB", "--", "true"}, "four characters"},
         {{"run", "--pad", "unknown=maybe", "--", "true"}, "neither refuse nor loop-back"},
+        {{"run", "--pad", "access=perhaps", "--", "true"}, "neither open nor denied"},
         {{"run", "--pad", "named=yes", "--", "true"}, "named is for VCOM pads"},
         {{"run", "--vcom", "interfaces=2", "--", "true"}, "one interface"},
         {{"run", "--vcom", "told-serial=" + std::string(256, 'x'), "--", "true"}, "at most 255 bytes"},
@@ -90,6 +106,14 @@ TEST_F(Run, WrongOptionsAreRefused) {
     EXPECT_TRUE(content("output").starts_with("Usage:"));
     EXPECT_EQ(run({"--help"}), 0);
     EXPECT_TRUE(content("output").starts_with("Usage:"));
+    EXPECT_EQ(run({"--version"}), 0);
+    EXPECT_TRUE(content("output").starts_with("vxpad-emulator 0.")) << content("output");
+}
+
+TEST_F(Run, AHelpThatCannotBeWrittenIsAFailure) {
+    const std::string command = VXPAD_EMULATOR " --help >/dev/full 2>" + file("output").string();
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
+    EXPECT_EQ(content("output"), "vxpad-emulator: cannot write the help: No space left on device\n");
 }
 
 TEST_F(Run, SignaturesAreChecked) {

@@ -489,6 +489,11 @@ TEST_F(Usbip, WrongCommandsEndTheirConnection) {
         {"a reply to an unlink", [](Client&, Submit& submit) { submit.code = 4; }},
         {"an unknown command", [](Client&, Submit& submit) { submit.code = 0xffffffff; }},
         {"a number in use", [](Client& client, Submit& submit) { submit.number = client.start_in(1, 64); }},
+        {"a number in use, to no endpoint",
+         [](Client& client, Submit& submit) {
+             submit.number = client.start_in(1, 64);
+             submit.endpoint = 9;
+         }},
         {"too many requests",
          [](Client& client, Submit&) {
              for (int i = 0; i < 1024; ++i) {
