@@ -1,25 +1,23 @@
 #include "advice.hpp"
 
+#include "findings.hpp"
 #include "hex.hpp"
+#include "messages.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
+#include <iterator>
 #include <map>
 #include <set>
-#include <system_error>
+#include <string_view>
+#include <unistd.h>
 
 namespace vxpadctl {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-constexpr const char* rules_file = "70-vxpadcom.rules";
-
-// One line for all vendors with the same products.
+// One line for all vendors with the same products, the last one without its end.
 std::string list_ids(std::span<const SearchedId> searched) {
     std::map<std::uint32_t, std::set<std::uint32_t>> products_of;
     for (const SearchedId& entry : searched) {
@@ -37,70 +35,124 @@ std::string list_ids(std::span<const SearchedId> searched) {
         }
         text += '\n';
     }
+    return text.substr(0, text.rfind('\n'));
+}
+
+bool is_denied(const BusDevice& device) {
+    return device.access == Access::denied;
+}
+
+bool is_hid(const BusDevice& device) {
+    return !device.hid_interfaces.empty();
+}
+bool is_hid(const Pad& pad) {
+    return pad.transport == "HID";
+}
+
+// A VCOM pad has other ids on the bus than it tells.
+bool is_same(const BusDevice& device, const Pad& pad) {
+    return device.serial == pad.serial && is_hid(device) == is_hid(pad) && (!is_hid(pad) || device.id == pad.id);
+}
+
+// Drops those that a search may have found under another serial number, which a VCOM pad tells itself.
+void drop_found_otherwise(std::vector<const BusDevice*>& not_found, std::span<const BusDevice> on_bus,
+                          std::span<const Pad> found) {
+    for (const bool hid : {true, false}) {
+        const auto unknown = std::ranges::count_if(found, [&](const Pad& pad) {
+            return is_hid(pad) == hid &&
+                   std::ranges::none_of(on_bus, [&](const BusDevice& device) { return is_same(device, pad); });
+        });
+        const auto is_of_these = [&](const BusDevice* device) { return is_hid(*device) == hid; };
+        if (std::ranges::count_if(not_found, is_of_these) <= unknown) {
+            std::erase_if(not_found, is_of_these);
+        }
+    }
+}
+
+std::string lines(std::span<const std::string> texts) {
+    std::string text;
+    for (const std::string& line : texts) {
+        text += line + "\n";
+    }
     return text;
 }
 
-bool is_there(const fs::path& path) {
-    std::error_code ignored;
-    return fs::exists(path, ignored);
-}
-
-// Where udev looks for rules on its own.
-bool rules_are_installed() {
-    static constexpr std::array<const char*, 4> directories{"/etc/udev/rules.d", "/run/udev/rules.d",
-                                                            "/usr/local/lib/udev/rules.d", "/usr/lib/udev/rules.d"};
-    return std::ranges::any_of(directories, [](const char* path) { return is_there(fs::path(path) / rules_file); });
-}
-
-// The file that was installed or built together with this program, else just its name.
-std::string rules_to_install() {
-    std::error_code ignored;
-    const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
-    for (const char* place : {"../lib/udev/rules.d", "../packaging"}) {
-        if (const fs::path file = here / place / rules_file; is_there(file)) {
-            return file.lexically_normal().string();
-        }
+// Devices that are no pads as far as anyone knows, with the way to say that they are. Each begins with a newline.
+std::string name_likely_pads(std::span<const LikelyPad> likely) {
+    constexpr std::size_t most = 4;
+    std::string text;
+    for (const LikelyPad& pad : likely.first(std::min(likely.size(), most))) {
+        const std::string vendor = hex_id(pad.id.vendor);
+        const std::string product = hex_id(pad.id.product);
+        const std::string_view transport = id_lines::transport_names[static_cast<std::size_t>(pad.transport)];
+        const std::string name = pad.name.empty() ? "Pad" : pad.name;
+        text += "\n" + say(Message::likely_pad,
+                           {to_text(pad.id), name, vendor, product, transport, name, vendor, product, transport, name});
     }
-    return rules_file;
-}
-
-// How to get access, with the commands to type.
-std::string explain_denied_access() {
-    const std::string reload = "    sudo udevadm control --reload\n"
-                               "    sudo udevadm trigger --action=add --subsystem-match=usb";
-    const std::string effect = "give access to the user who is logged in at this machine's own screen.\n";
-    if (rules_are_installed()) {
-        return std::string("The installed udev rules ") + rules_file + " " + effect +
-               "If that is you, plug the pad in again, or run\n" + reload;
-    }
-    return std::string("The udev rules ") + rules_file + " " + effect + "Install them with\n    sudo install -m 644 " +
-           rules_to_install() + " /etc/udev/rules.d/\n" + reload;
+    return text;
 }
 
 } // namespace
 
 std::string explain_missing_pads(std::size_t pads, std::span<const BusDevice> on_bus,
-                                 std::span<const SearchedId> searched) {
-    std::string denied;
-    for (const BusDevice& device : on_bus) {
-        if (device.access == Access::denied) {
-            denied += "a pad (" + hex_id(device.id.vendor) + ":" + hex_id(device.id.product) +
-                      ") is plugged in, but there is no permission to open " + device.node + "\n";
+                                 std::span<const SearchedId> searched, std::span<const LikelyPad> likely,
+                                 std::span<const std::string> reasons) {
+    std::vector<BusDevice> denied;
+    std::ranges::copy_if(on_bus, std::back_inserter(denied), is_denied);
+    if (!denied.empty()) {
+        std::string text = lines(reasons);
+        for (const BusDevice& device : denied) {
+            text += say(Message::denied, {to_text(device.id), device.node}) + "\n";
+        }
+        return text + explain_denied_access(denied, surroundings_of_this_process());
+    }
+    const std::string where_to_see = "\n" + say(Message::see_trace);
+    if (on_bus.size() > pads) {
+        const std::string missing = std::to_string(on_bus.size() - pads);
+        return reasons.empty() ? say(Message::unusable_pads_of_any_kind, {missing}) + where_to_see
+                               : say(Message::unusable_pads, {missing}) + "\n" + lines(reasons) +
+                                     say(Message::see_doctor) + where_to_see;
+    }
+    if (!reasons.empty()) { // pads that are no longer there
+        return lines(reasons) + say(Message::see_doctor);
+    }
+    return pads == 0 ? say(Message::no_pad, {list_ids(searched) + name_likely_pads(likely)}) : "";
+}
+
+std::vector<std::string> reasons_for_missing(std::span<const BusDevice> before, std::span<const BusDevice> now,
+                                             std::span<const Pad> found) {
+    const Surroundings around = surroundings_of_this_process();
+    std::vector<std::string> reasons;
+    for (const BusDevice& device : before) {
+        if (std::ranges::find(now, device.node, &BusDevice::node) == now.end()) {
+            reasons.push_back(advice_for(Finding::unplugged, {.device = device}, around));
         }
     }
-    if (!denied.empty()) {
-        return denied + explain_denied_access();
+    if (now.size() <= found.size()) {
+        return reasons;
     }
-    if (on_bus.size() > pads) {
-        return std::to_string(on_bus.size() - pads) +
-               " of the pads plugged in cannot be used: in use by another program, no answer, or a twin of another.\n"
-               "To see the library's own account: vxpadctl list --trace";
+    std::vector<const BusDevice*> not_found;
+    for (const BusDevice& device : now) {
+        if (is_denied(device)) {
+            continue; // told by itself
+        }
+        const Look look = look_at(device);
+        const auto twin = std::ranges::find(now.begin(), now.begin() + (&device - now.data()), identity_of(device),
+                                            [](const BusDevice& earlier) { return identity_of(earlier); });
+        if (const Finding obstacle = obstacle_of(look, ::getpid()); obstacle != Finding::well) {
+            reasons.push_back(advice_for(obstacle, look, around));
+        } else if (&*twin != &device) {
+            reasons.push_back(advice_for(Finding::twin, look, around, &*twin));
+        } else if (std::ranges::none_of(found, [&](const Pad& pad) { return is_same(device, pad); })) {
+            not_found.push_back(&device);
+        }
     }
-    if (pads == 0) {
-        return "no pad found. These USB ids are looked for:\n" + list_ids(searched) +
-               "To try virtual pads: vxpad-emulator run -- vxpadctl list";
+    drop_found_otherwise(not_found, now, found);
+    const bool is_only_one = now.size() == found.size() + 1;
+    for (const BusDevice* device : not_found) {
+        reasons.push_back(say(is_only_one ? Message::silent : Message::silent_or_not_asked, {name_of(*device)}));
     }
-    return {};
+    return reasons;
 }
 
 } // namespace vxpadctl

@@ -3,11 +3,13 @@
 
 #include "hex.hpp"
 #include "layout.hpp"
+#include "support/id_lines.hpp"
 
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace vxpadctl {
 
@@ -55,6 +57,14 @@ struct Arguments {
     bool fast = false;       // without any pause
     std::optional<unsigned int> virtual_pad;
     std::uint32_t interface_mask = 0xffffffff;
+    std::string format;                  // of a picture or of an export, by its name
+    std::vector<std::string> help_topic; // what help is wanted for
+    std::string new_transport;           // the words of a new id
+    std::string new_type;
+    std::string new_name;
+    id_lines::Id new_id = {};
+    std::string node;   // device file or port of a pad on the bus, in place of its number
+    std::string bundle; // file for those who help
 };
 
 struct UsageError : std::runtime_error {

@@ -1,6 +1,9 @@
 #include "chosen_pad.hpp"
 
+#include "added_ids.hpp"
 #include "advice.hpp"
+#include "messages.hpp"
+#include "search_watch.hpp"
 #include "usb_bus.hpp"
 
 #include <stdexcept>
@@ -8,10 +11,38 @@
 
 namespace vxpadctl {
 
+namespace {
+
+std::vector<Pad> describe_found(const Session& session) {
+    std::vector<Pad> found;
+    for (unsigned int number = 1; number <= session.pad_count(); ++number) {
+        try {
+            found.push_back(describe_pad(number));
+        } catch (const LibraryError&) {
+            found.emplace_back(); // one that has failed since
+        }
+    }
+    return found;
+}
+
+} // namespace
+
 MissingPads look_for_missing_pads(const Session& session) {
-    const std::vector<SearchedId> ids = searched_ids();
+    const AddedIds added = read_added_ids();
+    const std::vector<SearchedId> ids = searched_ids(added.ids);
     const std::vector<BusDevice> on_bus = find_on_bus(ids);
-    return {on_bus.size(), explain_missing_pads(session.pad_count(), on_bus, ids)};
+    const std::vector<BusDevice>& before = session.before().on_bus;
+    std::vector<std::string> reasons;
+    if (on_bus.size() > session.pad_count() || before.size() > session.pad_count()) {
+        reasons = reasons_for_missing(before, on_bus, describe_found(session));
+    }
+    std::string explanation = explain_missing_pads(session.pad_count(), on_bus, ids, find_likely_pads(ids), reasons);
+    if (!explanation.empty()) {
+        for (const std::string& complaint : added.complaints) {
+            explanation += "\n" + say(Message::left_out, {complaint});
+        }
+    }
+    return {on_bus.size(), explanation};
 }
 
 void expect_pad(const Session& session, const Arguments& arguments) {

@@ -1,16 +1,13 @@
-// The command line: from words to arguments, and the help.
+// The command line: from words to arguments.
 #pragma once
 
 #include "arguments.hpp"
 
 #include <span>
-#include <string>
 
 namespace vxpadctl {
 
 // Throws UsageError.
 Arguments parse_arguments(std::span<char* const> words);
-
-std::string help_text();
 
 } // namespace vxpadctl

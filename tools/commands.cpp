@@ -1,10 +1,13 @@
 #include "commands.hpp"
 
+#include "doctor.hpp"
+#include "id_commands.hpp"
 #include "library.hpp"
 #include "pad_commands.hpp"
 #include "pen_commands.hpp"
 #include "ssp_commands.hpp"
 #include "upload_command.hpp"
+#include "watch_command.hpp"
 
 #include <string>
 
@@ -18,7 +21,7 @@ bool in_session(const Arguments& arguments, std::FILE* results) {
     return run(session, arguments, results);
 }
 
-constexpr std::array<Command, 24> commands{{
+constexpr std::array<Command, 29> commands{{
     {"list",
      Section::reports,
      {{{"", "the pads that are plugged in, numbered from 1"}}},
@@ -26,6 +29,22 @@ constexpr std::array<Command, 24> commands{{
      "--json",
      in_session<list>},
     {"info", Section::reports, {{{"PAD", "what a pad says about itself"}}}, {take_pad}, "--json", in_session<info>},
+    {"watch", Section::reports, {{{"", "pads that come and go, a line each"}}}, {}, "--json --seconds", watch},
+    {"doctor",
+     Section::reports,
+     {{{"[PLACE]", "examines every pad on the bus, or one: rights, udev rule, who has it, whether it answers,\n"
+                   "versions, kernel messages; says what to do"}}},
+     {take_bus_pad},
+     "--json --bundle",
+     doctor},
+    {"ids", Section::reports, {{{"", "the USB ids that are looked for, and where they come from"}}}, {}, "--json", ids},
+    {"ids add",
+     Section::reports,
+     {{{"VENDOR PRODUCT --transport hid|vcom --type TYPE [--name NAME]",
+        "has pads with these ids found: writes a file (as root for all users), prints the udev rule"}}},
+     {take_new_id},
+     "--transport --type --name",
+     ids_add},
     {"feature get",
      Section::reports,
      {{{"PAD", "reads a feature report"}}},
@@ -41,8 +60,8 @@ constexpr std::array<Command, 24> commands{{
     {"report read",
      Section::reports,
      {{{"PAD", "waits for input reports"}}},
-     {take_pad},
-     "--interface --wait --count",
+     {take_pad, expect_layout_for_json},
+     "--interface --wait --count --json --layout --layout-file",
      in_session<report_read>},
     {"report write",
      Section::reports,
@@ -61,8 +80,8 @@ constexpr std::array<Command, 24> commands{{
     {"ssp receive",
      Section::ssp,
      {{{"PAD", "waits for messages, or with --pen-data for pen data"}}},
-     {take_pad},
-     "--interface --timeout --count --pen-data",
+     {take_pad, expect_layout_for_json},
+     "--interface --timeout --count --pen-data --json --layout --layout-file",
      in_session<ssp_receive>},
     {"ssp components",
      Section::ssp,
@@ -79,7 +98,7 @@ constexpr std::array<Command, 24> commands{{
      in_session<ssp_description>},
     {"ssp connection",
      Section::ssp,
-     {{{"PAD [get]", ""}, {"PAD set TYPE", "the connection type, 0 to 127"}}},
+     {{{"PAD [get]", "tells the connection type"}, {"PAD set TYPE", "sets it, 0 to 127"}}},
      {take_pad, take_connection},
      "--json",
      in_session<ssp_connection>},
@@ -130,7 +149,7 @@ constexpr std::array<Command, 24> commands{{
      {{{"PAD", "shows what comes: rate, packets so far, pressure or rate as a bar, the last packets; on\n"
                "anything but a terminal a line each second"}}},
      {take_pad},
-     "--interface --seconds --count --layout --layout-file",
+     "--interface --seconds --count --layout --layout-file --json",
      monitor},
     {"record",
      Section::pen,
@@ -142,21 +161,32 @@ constexpr std::array<Command, 24> commands{{
      Section::pen,
      {{{"FILE", "shows the packets of a recording at their times, a line each: seconds, pressure, bytes"},
        {"FILE --pad N", "has virtual pad N send them, for a program under vxpad-emulator run"}}},
-     {take_file},
-     "--speed --fast --pad --layout --layout-file",
-     replay},
+     {take_file, expect_shown_for_json},
+     "--speed --fast --pad --layout --layout-file --json",
+     replay,
+     "From outside, the request replay N FILE of vxpad-emulator-control does the same"},
     {"plot",
      Section::pen,
-     {{{"FILE --layout LAYOUT -o FILE", "draws a recording as an SVG picture"}}},
-     {take_file, expect_output, expect_layout},
-     "-o --layout --layout-file",
-     plot},
+     {{{"FILE --layout LAYOUT -o FILE", "draws a recording as a picture: SVG, PNG or PDF"}}},
+     {take_file, expect_output, expect_layout, take_picture_format},
+     "-o --format --layout --layout-file",
+     plot,
+     "A plot takes x, y and pressure: the pen is up where pressure is 0, and never where the layout has none"},
+    {"export",
+     Section::pen,
+     {{{"FILE --format FORMAT [-o FILE]",
+        "writes a recording as CSV, JSON or InkML, with a layout by its fields; - is the\n"
+        "standard input"}}},
+     {take_file, take_export_format},
+     "-o --format --layout --layout-file",
+     export_recording},
     {"upload",
      Section::pen,
      {{{"PAD FILE", "sends a file as output reports, over several interfaces at once"}}},
      {take_pad, take_file},
      "--interfaces",
-     in_session<upload>},
+     in_session<upload>,
+     "The file is cut into whole reports, the last one filled up with zeros"},
 }};
 
 } // namespace

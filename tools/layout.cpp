@@ -1,5 +1,7 @@
 #include "layout.hpp"
 
+#include "text.hpp"
+
 #include "../emulator/base/text_file.hpp"
 
 #include <algorithm>
@@ -116,6 +118,15 @@ Layout read_layout(const std::string& file) {
 const Field* find_field(const Layout& layout, std::string_view name) {
     const auto found = std::ranges::find(layout, name, &Field::name);
     return found == layout.end() ? nullptr : &*found;
+}
+
+void expect_within(const Field& field, std::size_t longest_packet) {
+    const std::size_t end = field.offset + field.type->size;
+    if (end > longest_packet) {
+        throw std::runtime_error("the field " + field.name + " lies beyond the packets: it ends with byte " +
+                                 std::to_string(end - 1) + ", counted from 0, and the longest packet has " +
+                                 counted(longest_packet, "byte"));
+    }
 }
 
 std::string list_field_types() {

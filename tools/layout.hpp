@@ -37,6 +37,9 @@ Layout read_layout(const std::string& file);
 // Null where there is none of that name.
 const Field* find_field(const Layout& layout, std::string_view name);
 
+// Throws std::runtime_error where the longest packet is too short for the field.
+void expect_within(const Field& field, std::size_t longest_packet);
+
 // "u8, i8, u16le ..."
 std::string list_field_types();
 

@@ -1,9 +1,11 @@
 #include "library.hpp"
 
+#include "search_watch.hpp"
 #include "text.hpp"
 
 #include "../src/transport/usb_id_tables.hpp"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdlib>
@@ -82,7 +84,9 @@ void check(int handle) {
     }
 }
 
-Session::Session() {
+Session::Session()
+    : before_{std::make_unique<const PadsBefore>(PadsBefore{list_on_bus(searched_ids(read_added_ids().ids))})} {
+    const SearchWatch watch{*before_};
     Initialize();
 }
 
@@ -220,21 +224,55 @@ std::optional<Bytes> PenData::take() {
     return Bytes(buffer_.begin(), buffer_.begin() + size);
 }
 
-unsigned int pad_type(UsbId id) {
-    return usb_id_tables::pad_type(id.vendor, id.product).type;
+UsbId id_of(const id_lines::Id& id) {
+    return {id.vendor_id, id.product_id};
 }
 
-std::vector<SearchedId> searched_ids() {
+std::string to_text(const UsbId& id) {
+    return hex_id(id.vendor) + ":" + hex_id(id.product);
+}
+
+unsigned int pad_type(UsbId id, std::span<const AddedId> added) {
+    const auto line = std::ranges::find(added, id, [](const AddedId& one) { return id_of(one.id); });
+    if (line != added.end()) {
+        return line->id.pad_type;
+    }
+    const auto type = usb_id_tables::pad_type(id.vendor, id.product);
+    if (!type.unknown) {
+        return type.type;
+    }
+    // A VCOM pad that tells ids which nobody knows: its type is that of the line by which it was found.
+    const auto found_by =
+        std::ranges::find(added, id_lines::Transport::vcom, [](const AddedId& one) { return one.id.transport; });
+    return found_by == added.end() ? 0 : found_by->id.pad_type;
+}
+
+std::vector<SearchedId> searched_ids(std::span<const AddedId> added) {
     std::vector<SearchedId> ids;
-    const auto add = [&](const auto& pairs) {
-        for (const usb_id_tables::Pair& pair : pairs) {
-            ids.push_back({{pair.vendor_id, pair.product_id}});
+    for (const AddedId& one : added) {
+        ids.push_back({.id = id_of(one.id), .from_file = true});
+    }
+    for (const BuiltInId& one : built_in_ids()) {
+        if (std::ranges::find(added, one.id, [](const AddedId& other) { return id_of(other.id); }) == added.end()) {
+            ids.push_back({one.id, one.maker});
         }
-    };
-    add(usb_id_tables::hid_pairs);
-    add(usb_id_tables::vcom_pairs);
+    }
+    return ids;
+}
+
+std::vector<BuiltInId> built_in_ids() {
+    using id_lines::Transport;
+    std::vector<BuiltInId> ids;
+    for (const usb_id_tables::Pair& pair : usb_id_tables::hid_pairs) {
+        const unsigned int type = usb_id_tables::pad_type(pair.vendor_id, pair.product_id).type;
+        ids.push_back({{pair.vendor_id, pair.product_id}, Transport::hid, type, {}});
+    }
+    for (const usb_id_tables::Pair& pair : usb_id_tables::vcom_pairs) {
+        ids.push_back({{pair.vendor_id, pair.product_id}, Transport::vcom, std::nullopt, {}});
+    }
     for (const std::string_view maker : usb_ids::vcom_named_makers) {
-        ids.push_back({{usb_ids::vcom_named_vendor, usb_ids::vcom_named_product}, maker});
+        ids.push_back(
+            {{usb_ids::vcom_named_vendor, usb_ids::vcom_named_product}, Transport::vcom, std::nullopt, maker});
     }
     return ids;
 }

@@ -2,11 +2,13 @@
 // handles.
 #pragma once
 
+#include "added_ids.hpp"
 #include "hex.hpp"
 
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -32,7 +34,7 @@ struct LibraryError : std::runtime_error {
 struct UsbId {
     std::uint32_t vendor;
     std::uint32_t product;
-    auto operator<=>(const UsbId&) const = default;
+    bool operator==(const UsbId&) const = default;
 };
 
 // Throws LibraryError unless a call of the library went well.
@@ -43,6 +45,7 @@ void check(int handle);
 struct SearchedId {
     UsbId id;
     std::string_view maker = {};
+    bool from_file = false; // the installed udev rules do not know it
 };
 
 // What a pad says about itself; texts in UTF-8, unfiltered.
@@ -64,7 +67,10 @@ struct PadDescription {
     std::string serial;
 };
 
-// Searches for pads; they are usable while this exists.
+struct PadsBefore;
+
+// Searches for pads; they are usable while this exists. Tells on standard error which pad a search waits for that takes
+// long.
 class Session {
   public:
     Session();
@@ -73,6 +79,10 @@ class Session {
     Session& operator=(const Session&) = delete;
 
     unsigned int pad_count() const;
+    const PadsBefore& before() const { return *before_; }
+
+  private:
+    std::unique_ptr<const PadsBefore> before_; // what was plugged in as the search began
 };
 
 // All of these need a session and throw LibraryError.
@@ -112,10 +122,25 @@ class PenData {
     Bytes buffer_;
 };
 
-// The model class of pads with these ids, 0 where it is unknown.
-unsigned int pad_type(UsbId id);
+UsbId id_of(const id_lines::Id& id);
 
-std::vector<SearchedId> searched_ids();
+// "f1a0:1001"
+std::string to_text(const UsbId& id);
+
+// The model class of a pad that tells these ids, 0 where it is unknown.
+unsigned int pad_type(UsbId id, std::span<const AddedId> added);
+
+// Those of files in front of those that are built in, for the same pair in place of it.
+std::vector<SearchedId> searched_ids(std::span<const AddedId> added);
+
+// A pair that is built in. A VCOM pad's type goes by the ids that it tells.
+struct BuiltInId {
+    UsbId id;
+    id_lines::Transport transport;
+    std::optional<unsigned int> type;
+    std::string_view maker; // as in SearchedId
+};
+std::vector<BuiltInId> built_in_ids();
 
 // Keeps the library's own lines off the terminal, or asks for all of them.
 void send_error_lines_to_syslog();

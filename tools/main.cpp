@@ -2,9 +2,12 @@
 #include "arguments.hpp"
 #include "command_line.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "interruption.hpp"
 #include "library.hpp"
 #include "printing.hpp"
+#include "version_line.hpp"
+#include "vxpadcom/vxpadcom.h"
 
 #include <cerrno>
 #include <csignal>
@@ -28,8 +31,10 @@ std::FILE* part_trace_from_results() {
 
 int run(const vxpadctl::Arguments& arguments) {
     if (arguments.command == nullptr) {
-        std::cout << (arguments.help ? vxpadctl::help_text() : "vxpadctl " VXPADCTL_VERSION "\n");
-        return std::cout.flush() ? exit_done : exit_failed;
+        vxpadctl::print(stdout, arguments.help ? vxpadctl::help_text(arguments.help_topic)
+                                               : version_line::of("vxpadctl", vxpadcom_version()));
+        vxpadctl::flush(stdout);
+        return exit_done;
     }
     if (!arguments.trace) {
         vxpadctl::send_error_lines_to_syslog();

@@ -32,6 +32,10 @@ constexpr std::array<Name, 11> button_table{{
 
 constexpr std::array<Name, 5> state_table{{{0, "idle"}, {1, "waiting"}, {2, "running"}, {3, "done"}, {4, "failed"}}};
 
+constexpr std::array<Name, 3> export_table{{{csv_format, "csv"}, {json_format, "json"}, {inkml_format, "inkml"}}};
+
+constexpr std::array<Name, 3> picture_table{{{svg_format, "svg"}, {png_format, "png"}, {pdf_format, "pdf"}}};
+
 } // namespace
 
 constinit const Names component_types = component_table;
@@ -39,6 +43,8 @@ constinit const Names mode_types = mode_table;
 constinit const Names button_modes = Names(mode_table).first(3);
 constinit const Names buttons = button_table;
 constinit const Names configuration_states = state_table;
+constinit const Names export_formats = export_table;
+constinit const Names picture_formats = picture_table;
 
 std::string_view name_of(Names names, std::uint32_t value) {
     const auto found = std::ranges::find(names, value, &Name::value);
@@ -54,6 +60,14 @@ std::string list_names(Names names) {
     std::string text;
     for (std::size_t i = 0; i < names.size(); ++i) {
         text.append(i == 0 ? "" : i + 1 == names.size() ? " or " : ", ").append(names[i].name);
+    }
+    return text;
+}
+
+std::string list_values(Names names) {
+    std::string text;
+    for (const Name& name : names) {
+        text.append(text.empty() ? "" : ", ").append(std::to_string(name.value));
     }
     return text;
 }

@@ -28,6 +28,24 @@ void take_hex(Operands& operands, Bytes& bytes) {
     }
 }
 
+bool has_layout(const Arguments& arguments) {
+    return !arguments.layout.empty() || !arguments.layout_file.empty();
+}
+
+// Without a name of its own, what the file is called tells.
+std::string_view format_of(const Arguments& arguments) {
+    const std::string_view file = arguments.output;
+    const auto dot = file.rfind('.');
+    return !arguments.format.empty() || dot == std::string_view::npos ? std::string_view(arguments.format)
+                                                                      : file.substr(dot + 1);
+}
+
+void expect_format(std::string_view format, Names names) {
+    if (!value_of(names, format)) {
+        throw UsageError("--format takes " + list_names(names) + (format.empty() ? "" : ", not " + quoted(format)));
+    }
+}
+
 void expect_size(const Bytes& bytes, std::size_t least, std::size_t most, std::string_view what) {
     if (bytes.size() < least) {
         throw UsageError("the bytes to send are missing");
@@ -124,6 +142,19 @@ void take_file(Operands& operands, Arguments& arguments) {
     arguments.file = operands.next("a file");
 }
 
+void take_new_id(Operands& operands, Arguments& arguments) {
+    std::string line{operands.next("the vendor's id, as lsusb shows it")};
+    line.append(" ").append(operands.next("the product's id, as lsusb shows it"));
+    for (const std::string* word : {&arguments.new_transport, &arguments.new_type, &arguments.new_name}) {
+        line.append(" ").append(*word);
+    }
+    const id_lines::Line parsed = id_lines::parse(line);
+    if (!parsed.is_id) {
+        throw UsageError(std::string("'ids add': ") + (parsed.complaint != nullptr ? parsed.complaint : "no id"));
+    }
+    arguments.new_id = parsed.id;
+}
+
 void expect_output(Operands&, Arguments& arguments) {
     if (arguments.output.empty()) {
         throw UsageError("-o FILE is missing, where the result goes (- is the standard output)");
@@ -131,8 +162,42 @@ void expect_output(Operands&, Arguments& arguments) {
 }
 
 void expect_layout(Operands&, Arguments& arguments) {
-    if (arguments.layout.empty() && arguments.layout_file.empty()) {
+    if (!has_layout(arguments)) {
         throw UsageError("--layout is missing: where x and y are in a packet");
+    }
+}
+
+void expect_layout_for_json(Operands&, Arguments& arguments) {
+    if (has_layout(arguments) && !arguments.json) {
+        throw UsageError("here --layout goes with --json");
+    }
+}
+
+void expect_shown_for_json(Operands&, Arguments& arguments) {
+    if (arguments.json && arguments.virtual_pad) {
+        throw UsageError("--json shows the packets, --pad has a virtual pad send them");
+    }
+}
+
+// A picture is SVG unless another name tells.
+void take_picture_format(Operands&, Arguments& arguments) {
+    std::string_view format = format_of(arguments);
+    if (arguments.format.empty() && !value_of(picture_formats, format)) {
+        format = name_of(picture_formats, svg_format);
+    }
+    expect_format(format, picture_formats);
+    arguments.format = format;
+}
+
+void take_export_format(Operands& operands, Arguments& arguments) {
+    std::string_view format = format_of(arguments);
+    if (arguments.format.empty() && !value_of(export_formats, format)) {
+        throw UsageError("--format is missing: " + list_names(export_formats));
+    }
+    expect_format(format, export_formats);
+    arguments.format = format;
+    if (arguments.format == name_of(export_formats, inkml_format)) {
+        expect_layout(operands, arguments);
     }
 }
 

@@ -35,9 +35,18 @@ void take_mode(Operands& operands, Arguments& arguments);
 void take_button(Operands& operands, Arguments& arguments);
 void take_button_state(Operands& operands, Arguments& arguments);
 void take_file(Operands& operands, Arguments& arguments);
+void take_new_id(Operands& operands, Arguments& arguments); // with the options that belong to it
 
 // Options without which there is nothing to do.
 void expect_output(Operands& operands, Arguments& arguments);
 void expect_layout(Operands& operands, Arguments& arguments);
+
+// Options that make sense together.
+void expect_layout_for_json(Operands& operands, Arguments& arguments);
+void expect_shown_for_json(Operands& operands, Arguments& arguments);
+
+// The format that is given, else that of the file's name.
+void take_picture_format(Operands& operands, Arguments& arguments);
+void take_export_format(Operands& operands, Arguments& arguments);
 
 } // namespace vxpadctl

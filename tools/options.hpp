@@ -10,8 +10,9 @@ namespace vxpadctl {
 
 struct Option {
     std::string_view name;
-    std::string_view value; // how the help calls it
-    std::string_view help;  // "{}" are the commands that have the option; empty where another option's help tells
+    std::string_view value; // how the help calls it: a term (terms.hpp), or words to choose from: "csv|json"
+    std::string_view help;  // a line may begin with the commands that it is about: "monitor, record: ", or "{}: " for
+                            // all that have the option; else a line end is a blank
     void (*set)(Arguments& arguments, unsigned int value) = nullptr;
     bool takes_value = false;
     unsigned int least = 0;

@@ -16,10 +16,6 @@ namespace {
 
 using Fact = std::pair<const char*, std::string>;
 
-std::string ids(const UsbId& id) {
-    return hex_id(id.vendor) + ":" + hex_id(id.product);
-}
-
 std::string shown(std::string_view text) {
     return text.empty() ? "-" : for_terminal(text);
 }
@@ -63,7 +59,7 @@ std::string ssp_json(const SspFacts& ssp) {
 
 std::vector<Fact> description_facts(const PadDescription& description) {
     return {
-        {"Signpad id", ids(description.id)},
+        {"Signpad id", to_text(description.id)},
         {"Firmware", shown(description.version)},
         {"Signpad serial", shown(description.serial)},
     };
@@ -94,7 +90,7 @@ std::string pad_table(std::span<const Pad> pads) {
     std::vector<Row> rows{{"#", "TRANSPORT", "MAKER", "PRODUCT", "SERIAL", "ID", "INTERFACES"}};
     for (const Pad& pad : pads) {
         rows.push_back({std::to_string(pad.number), shown(pad.transport), shown(pad.maker), shown(pad.product),
-                        shown(pad.serial), ids(pad.id), std::to_string(pad.interfaces)});
+                        shown(pad.serial), to_text(pad.id), std::to_string(pad.interfaces)});
     }
     return format_table(std::move(rows));
 }
@@ -114,7 +110,7 @@ std::string pad_details(const Pad& pad, const std::optional<SspFacts>& ssp) {
         {"Maker", shown(pad.maker)},
         {"Product", shown(pad.product)},
         {"Serial number", shown(pad.serial)},
-        {"USB id", ids(pad.id)},
+        {"USB id", to_text(pad.id)},
         {"Interfaces", std::to_string(pad.interfaces)},
         {"Feature report", bytes(pad.feature_report_size)},
         {"SSP", ssp ? "yes" : "no"},

@@ -4,7 +4,10 @@
 #include "interruption.hpp"
 #include "layout.hpp"
 #include "library.hpp"
+#include "packet_export.hpp"
+#include "packet_lines.hpp"
 #include "packet_meter.hpp"
+#include "picture.hpp"
 #include "printing.hpp"
 #include "reception.hpp"
 #include "recording_file.hpp"
@@ -22,9 +25,11 @@
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -35,17 +40,6 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
-
-Layout chosen_layout(const Arguments& arguments) {
-    if (arguments.layout_file.empty()) {
-        return arguments.layout;
-    }
-    try {
-        return read_layout(arguments.layout_file);
-    } catch (const std::invalid_argument& error) {
-        throw std::runtime_error(for_terminal(error.what()));
-    }
-}
 
 std::unique_ptr<Session> session_for(const Arguments& arguments) {
     note_interruptions();
@@ -139,21 +133,69 @@ void play_on_virtual_pad(const Arguments& arguments, const Recording& recording,
     print(results, "virtual pad " + std::to_string(*arguments.virtual_pad) + " plays " + facts_of(recording) + "\n");
 }
 
-void write_file(const std::string& name, const std::string& text, std::FILE* results) {
-    if (name == "-") {
-        print(results, text);
-        return;
+// A file of that name, or the results where it is "-".
+struct Output {
+    Output(const std::string& chosen, std::FILE* results)
+        : name{chosen == "-" ? "the result" : chosen}, owned{chosen == "-" ? nullptr : create_file(chosen)},
+          file{owned ? owned.get() : results} {}
+
+    void write(const std::string& text) const {
+        print(file, text);
+        if (std::ferror(file) != 0) {
+            flush();
+        }
     }
-    const OwnedFile file = create_file(name);
-    print(file.get(), text);
-    flush(file.get(), name);
+    void flush() const { vxpadctl::flush(file, name); }
+
+    std::string name;
+    OwnedFile owned;
+    std::FILE* file;
+};
+
+void expect_another_file(const Arguments& arguments) {
+    std::error_code ignored; // a file that is not there yet is another one
+    if (fs::equivalent(arguments.file, arguments.output, ignored)) {
+        throw std::runtime_error("the result would take the place of the recording: " + for_terminal(arguments.file));
+    }
+}
+
+void tell_too_short(std::size_t packets, const char* what_becomes_of_them) {
+    if (packets > 0) {
+        std::cerr << "vxpadctl: " << counted(packets, "packet") << " " << what_becomes_of_them
+                  << ", too short for the layout\n";
+    }
+}
+
+void expect_pen(const Layout& layout) {
+    for (const char* name : {"x", "y"}) {
+        if (find_field(layout, name) == nullptr) {
+            throw UsageError(std::string("the layout has no field ") + name);
+        }
+    }
+}
+
+// A packet after the other, as it comes.
+void monitor_in_json(std::unique_ptr<Session> session, const Arguments& arguments, Layout layout, std::FILE* results) {
+    PacketLines lines{std::move(layout)};
+    const auto take = [&](std::span<const Packet> packets) {
+        for (const Packet& packet : packets) {
+            print(results, lines.line(packet.at, packet.bytes));
+        }
+        flush(results);
+        return true;
+    };
+    follow(std::move(session), arguments, take);
 }
 
 } // namespace
 
 bool monitor(const Arguments& arguments, std::FILE* results) {
-    const Layout layout = chosen_layout(arguments);
+    const Layout layout = arguments.json ? chosen_columns(arguments) : chosen_layout(arguments);
     auto session = session_for(arguments);
+    if (arguments.json) {
+        monitor_in_json(std::move(session), arguments, layout, results);
+        return true;
+    }
     TerminalView view{results};
     PacketMeter meter{layout, Clock::now()};
     Beat beat{view.is_terminal() ? Clock::duration(redraw_pause) : line_pause};
@@ -211,7 +253,7 @@ bool record(const Arguments& arguments, std::FILE* results) {
 }
 
 bool replay(const Arguments& arguments, std::FILE* results) {
-    const Layout layout = chosen_layout(arguments);
+    const Layout layout = arguments.json ? chosen_columns(arguments) : chosen_layout(arguments);
     const Field* pressure = find_field(layout, "pressure");
     const Recording recording = load_recording(arguments.file);
     if (arguments.virtual_pad) {
@@ -230,7 +272,9 @@ bool replay(const Arguments& arguments, std::FILE* results) {
                 pause_until(due);
             }
         }
-        print(results, decimal(at.count(), 6) + "  " + packet_text(packet.bytes, pressure) + "\n");
+        print(results, (arguments.json ? packet_json(packet.at, packet.bytes, layout)
+                                       : time_text(packet.at) + "  " + packet_text(packet.bytes, pressure)) +
+                           "\n");
         if (std::ferror(results) != 0) {
             flush(results);
         }
@@ -240,20 +284,52 @@ bool replay(const Arguments& arguments, std::FILE* results) {
 
 bool plot(const Arguments& arguments, std::FILE* results) {
     const Layout layout = chosen_layout(arguments);
-    for (const char* name : {"x", "y"}) {
-        if (find_field(layout, name) == nullptr) {
-            throw UsageError(std::string("the layout has no field ") + name);
-        }
-    }
+    expect_pen(layout);
+    expect_another_file(arguments);
     const Recording recording = load_recording(arguments.file);
     const Signature signature = signature_in(recording.packets, layout);
-    if (signature.too_short > 0) {
-        std::cerr << "vxpadctl: " << counted(signature.too_short, "packet") << " left out, too short for the layout\n";
-    }
+    tell_too_short(signature.too_short, "left out");
     if (signature.strokes.empty()) {
+        for (const char* name : {"x", "y", "pressure"}) {
+            if (const Field* field = find_field(layout, name)) {
+                expect_within(*field, recording.longest_packet);
+            }
+        }
         throw std::runtime_error("there is no stroke to draw: no packet has a pressure above 0");
     }
-    write_file(arguments.output, draw_svg(signature.strokes, fs::path(arguments.file).filename().string()), results);
+    const std::string drawing = draw_svg(signature.strokes, fs::path(arguments.file).filename().string());
+    const std::string picture =
+        picture_of(drawing, static_cast<PictureFormat>(*value_of(picture_formats, arguments.format)));
+    const Output output{arguments.output, results};
+    output.write(picture);
+    output.flush();
+    return true;
+}
+
+bool export_recording(const Arguments& arguments, std::FILE* results) {
+    const auto format = static_cast<ExportFormat>(*value_of(export_formats, arguments.format));
+    Layout layout = format == inkml_format ? chosen_layout(arguments) : chosen_columns(arguments);
+    if (format == inkml_format) {
+        expect_pen(layout);
+    }
+    expect_another_file(arguments);
+    Exporter exporter{format, std::move(layout)};
+    std::optional<Output> output; // from the first packet on: what is no recording leaves no file behind
+    const auto take = [&](const RecordedPad& pad, const RecordedPacket& packet) {
+        if (!output) {
+            output.emplace(arguments.output.empty() ? "-" : arguments.output, results);
+        }
+        output->write(exporter.take(pad, packet));
+    };
+    const auto end = [&] {
+        if (output) {
+            output->write(exporter.end());
+            output->flush();
+        }
+        tell_too_short(exporter.too_short(), format == inkml_format ? "left out" : "with empty fields");
+    };
+    telling_at_last(end, [&] { read_packets(arguments.file, take); });
+    exporter.expect_all_fields();
     return true;
 }
 

@@ -12,5 +12,6 @@ bool monitor(const Arguments& arguments, std::FILE* results);
 bool record(const Arguments& arguments, std::FILE* results);
 bool replay(const Arguments& arguments, std::FILE* results);
 bool plot(const Arguments& arguments, std::FILE* results);
+bool export_recording(const Arguments& arguments, std::FILE* results);
 
 } // namespace vxpadctl

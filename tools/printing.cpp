@@ -45,7 +45,7 @@ OwnedFile create_file(const std::string& name) {
 }
 
 void print(std::FILE* file, const std::string& text) {
-    std::fputs(text.c_str(), file);
+    std::fwrite(text.data(), 1, text.size(), file);
 }
 
 void flush(std::FILE* file, const std::string& name) {
@@ -63,13 +63,26 @@ void print_sent(const Arguments& arguments, std::size_t size, std::FILE* results
                        std::to_string(arguments.pad) + "\n");
 }
 
+BytesPrinter::BytesPrinter(const Arguments& arguments, std::FILE* results) : results_{results} {
+    if (arguments.json) {
+        lines_.emplace(chosen_columns(arguments));
+    }
+}
+
+void BytesPrinter::print(const Bytes& bytes) {
+    const std::string text =
+        lines_ ? lines_->line(std::chrono::steady_clock::now(), bytes) : (is_first_ ? "" : "\n") + hex_dump(bytes);
+    is_first_ = false;
+    vxpadctl::print(results_, text);
+    flush(results_);
+}
+
 void print_as_it_comes(const Arguments& arguments, std::chrono::milliseconds wait, const char* what,
                        const std::function<std::optional<Bytes>()>& take, std::FILE* results) {
     note_interruptions();
+    BytesPrinter printer{arguments, results};
     for (unsigned int i = 0; i < arguments.count.value_or(1); ++i) {
-        const std::string dump = hex_dump(wait_for(take, wait, what));
-        print(results, (i > 0 ? "\n" : "") + dump);
-        flush(results);
+        printer.print(wait_for(take, wait, what));
     }
 }
 

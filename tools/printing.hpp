@@ -3,6 +3,7 @@
 
 #include "arguments.hpp"
 #include "hex.hpp"
+#include "packet_lines.hpp"
 
 #include <chrono>
 #include <cstddef>
@@ -32,6 +33,19 @@ void print(std::FILE* file, const std::string& text);
 void flush(std::FILE* file, const std::string& name = "the result");
 
 void print_sent(const Arguments& arguments, std::size_t size, std::FILE* results);
+
+// Prints bytes as they come: hexadecimal dumps with an empty line in between or, where the arguments say so, a JSON
+// line each.
+class BytesPrinter {
+  public:
+    BytesPrinter(const Arguments& arguments, std::FILE* results);
+    void print(const Bytes& bytes);
+
+  private:
+    std::FILE* results_;
+    std::optional<PacketLines> lines_;
+    bool is_first_ = true;
+};
 
 // Prints what take() brings, as often as the arguments say. It is asked again and again until the time for each is up.
 // Throws then, and when interrupted: leaving in order gives the pad back to the system.

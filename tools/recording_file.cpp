@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <ctime>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace vxpadctl {
 
@@ -33,6 +34,18 @@ std::string header_line(const char* key, const std::string& value) {
 Recording load_recording(const std::filesystem::path& file) {
     try {
         return emulator::read_recording(file);
+    } catch (const std::invalid_argument& error) {
+        throw std::runtime_error(for_terminal(error.what()));
+    }
+}
+
+void read_packets(const std::string& file, const emulator::TakePacket& take) {
+    try {
+        if (file == "-") {
+            emulator::read_recording(STDIN_FILENO, "the standard input", take);
+        } else {
+            emulator::read_recording(file, take);
+        }
     } catch (const std::invalid_argument& error) {
         throw std::runtime_error(for_terminal(error.what()));
     }

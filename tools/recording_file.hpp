@@ -17,10 +17,14 @@
 namespace vxpadctl {
 
 using emulator::RecordedPacket;
+using emulator::RecordedPad;
 using emulator::Recording;
 
-// Throws std::runtime_error, with the number of the line that is wrong.
+// Both throw std::runtime_error, with the number of the line that is wrong.
 Recording load_recording(const std::filesystem::path& file);
+
+// One packet after the other; "-" is the standard input.
+void read_packets(const std::string& file, const emulator::TakePacket& take);
 
 // What the format allows.
 struct RecordingLimits {

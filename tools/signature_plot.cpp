@@ -3,6 +3,7 @@
 #include "text.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <limits>
 
@@ -15,6 +16,7 @@ constexpr double thinnest = 0.003;
 constexpr double widest = 0.014;
 constexpr int width_steps = 8; // so that neighbours with nearly the same pressure are one line
 constexpr double margin = 0.03;
+constexpr double picture_side = 800; // its longer one, where a program asks for a size
 
 struct Extent {
     std::int64_t lowest = std::numeric_limits<std::int64_t>::max();
@@ -26,27 +28,6 @@ struct Extent {
     }
     double size() const { return static_cast<double>(highest - lowest); }
 };
-
-// Fit for an XML file, which may not have control characters in any form.
-std::string xml_text(std::string_view utf8) {
-    std::string text;
-    for (const char c : for_terminal(utf8)) {
-        switch (c) {
-        case '&':
-            text += "&amp;";
-            break;
-        case '<':
-            text += "&lt;";
-            break;
-        case '>':
-            text += "&gt;";
-            break;
-        default:
-            text += c;
-        }
-    }
-    return text;
-}
 
 std::string place(char command, const PlotPoint& point) {
     return command + std::to_string(point.x) + " " + std::to_string(point.y);
@@ -90,27 +71,33 @@ class Pen {
 
 } // namespace
 
-Signature signature_in(std::span<const RecordedPacket> packets, const Layout& layout) {
-    const Field& x = *find_field(layout, "x");
-    const Field& y = *find_field(layout, "y");
+std::optional<PlotPoint> point_in(std::span<const std::uint8_t> packet, const Layout& layout) {
     const Field* pressure = find_field(layout, "pressure");
+    const auto x = find_field(layout, "x")->read(packet);
+    const auto y = find_field(layout, "y")->read(packet);
+    const auto pressed = pressure == nullptr ? 1 : pressure->read(packet);
+    if (!x || !y || !pressed) {
+        return std::nullopt;
+    }
+    return PlotPoint{*x, *y, *pressed};
+}
+
+Signature signature_in(std::span<const RecordedPacket> packets, const Layout& layout) {
     Signature signature;
     bool is_drawing = false;
     for (const RecordedPacket& packet : packets) {
-        const auto at_x = x.read(packet.bytes);
-        const auto at_y = y.read(packet.bytes);
-        const auto pressed = pressure == nullptr ? 1 : pressure->read(packet.bytes);
-        if (!at_x || !at_y || !pressed) {
+        const auto point = point_in(packet.bytes, layout);
+        if (!point) {
             ++signature.too_short;
             continue;
         }
-        if (*pressed > 0) {
+        if (point->pressure > 0) {
             if (!is_drawing) {
                 signature.strokes.emplace_back();
             }
-            signature.strokes.back().push_back({*at_x, *at_y, *pressed});
+            signature.strokes.back().push_back(*point);
         }
-        is_drawing = *pressed > 0;
+        is_drawing = point->pressure > 0;
     }
     return signature;
 }
@@ -128,13 +115,22 @@ std::string draw_svg(std::span<const Stroke> strokes, std::string_view title) {
     }
     const double side = std::max({x.size(), y.size(), 1.0});
     const double edge = side * margin;
-    const std::string box = decimal(static_cast<double>(x.lowest) - edge, 2) + " " +
-                            decimal(static_cast<double>(y.lowest) - edge, 2) + " " + decimal(x.size() + 2 * edge, 2) +
-                            " " + decimal(y.size() + 2 * edge, 2);
+    const double width = x.size() + 2 * edge;
+    const double height = y.size() + 2 * edge;
+    const auto left_edge = [&](double edges) { return decimal(static_cast<double>(x.lowest) - edges * edge, 2); };
+    const auto upper_edge = [&](double edges) { return decimal(static_cast<double>(y.lowest) - edges * edge, 2); };
+    // Whole pixels; the background reaches beyond the picture, or the last ones would be filled in part.
+    const auto pixels = [&](double length) {
+        constexpr double rounding = 0.001;
+        return decimal(std::ceil(length / std::max(width, height) * picture_side - rounding), 0);
+    };
     std::string svg = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                       "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"" +
-                      box + "\" style=\"background:#fff\">\n<title>" + xml_text(title) +
-                      "</title>\n<g fill=\"none\" stroke=\"#123\" stroke-linecap=\"round\" "
+                      left_edge(1) + " " + upper_edge(1) + " " + decimal(width, 2) + " " + decimal(height, 2) +
+                      "\" width=\"" + pixels(width) + "\" height=\"" + pixels(height) + "\">\n<title>" +
+                      xml_text(title) + "</title>\n<rect x=\"" + left_edge(2) + "\" y=\"" + upper_edge(2) +
+                      "\" width=\"" + decimal(width + 2 * edge, 2) + "\" height=\"" + decimal(height + 2 * edge, 2) +
+                      "\" fill=\"#fff\"/>\n<g fill=\"none\" stroke=\"#123\" stroke-linecap=\"round\" "
                       "stroke-linejoin=\"round\">\n";
     const Pen pen{side, pressure.highest};
     for (const Stroke& stroke : strokes) {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,6 +22,9 @@ struct PlotPoint {
 };
 
 using Stroke = std::vector<PlotPoint>;
+
+// Nothing where the packet is too short. The layout has x and y; without pressure the pen is never up.
+std::optional<PlotPoint> point_in(std::span<const std::uint8_t> packet, const Layout& layout);
 
 struct Signature {
     std::vector<Stroke> strokes;

@@ -84,10 +84,9 @@ bool ssp_receive(const Session& session, const Arguments& arguments, std::FILE* 
             results);
         return true;
     }
+    BytesPrinter printer{arguments, results};
     for (unsigned int i = 0; i < arguments.count.value_or(1); ++i) {
-        const std::string dump = hex_dump(receive(arguments));
-        print(results, (i > 0 ? "\n" : "") + dump);
-        flush(results);
+        printer.print(receive(arguments));
     }
     return true;
 }

@@ -104,7 +104,7 @@ int SspPad::Record::receive(vx_device* device, void* data, unsigned int* length,
 SspPad::SspPad(unsigned int pad, unsigned int interface)
     : pad_{pad}, name_{"pad " + std::to_string(pad)}, record_{std::make_unique<Record>()} {
     const UsbId id = usb_id(pad); // asking for it selects the pad
-    record_->pad_type = pad_type(id);
+    record_->pad_type = pad_type(id, read_added_ids().ids);
     record_->interface = interface;
     record_->send_ssp_message = Record::send;
     record_->receive_ssp_message = Record::receive;

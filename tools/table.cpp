@@ -14,11 +14,13 @@ constexpr std::size_t gap = 2;
 
 } // namespace
 
-std::string format_table(std::vector<Row> rows) {
+std::string format_table(std::vector<Row> rows, RowEnd end_of_rows) {
     std::vector<std::size_t> widths(rows.empty() ? 0 : rows.front().size());
     for (Row& row : rows) {
         for (std::size_t column = 0; column < widths.size(); ++column) {
-            row[column] = cut(row[column], widest_cell);
+            if (column + 1 < widths.size() || end_of_rows == RowEnd::cut) {
+                row[column] = cut(row[column], widest_cell);
+            }
             widths[column] = std::max(widths[column], width(row[column]));
         }
     }

@@ -15,12 +15,14 @@ namespace vxpadctl {
 namespace {
 
 // Also where the terminal does not tell.
-constexpr std::size_t usual_columns = 80;
+constexpr winsize usual_size{24, 80, 0, 0};
 
-std::size_t columns_of(std::FILE* file) {
+winsize size_of(std::FILE* file) {
     winsize size{};
-    const bool known = ::ioctl(::fileno(file), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return known ? size.ws_col : usual_columns;
+    ::ioctl(::fileno(file), TIOCGWINSZ, &size);
+    size.ws_row = size.ws_row > 0 ? size.ws_row : usual_size.ws_row;
+    size.ws_col = size.ws_col > 0 ? size.ws_col : usual_size.ws_col;
+    return size;
 }
 
 bool understands_escapes() {
@@ -33,15 +35,21 @@ bool understands_escapes() {
 TerminalView::TerminalView(std::FILE* file)
     : file_{file}, is_terminal_{::isatty(::fileno(file)) == 1 && understands_escapes()} {}
 
+// The line behind the last one is where the cursor rests. What scrolls out at the top cannot be drawn over.
 void TerminalView::draw(const std::vector<std::string>& lines) {
+    const winsize size = size_of(file_);
+    const std::size_t shown = std::min<std::size_t>(lines.size(), size.ws_row > 1 ? size.ws_row - 1U : 1U);
     std::string text;
     if (drawn_ > 0) {
         text += "\r\033[" + std::to_string(drawn_) + "A";
     }
-    for (const std::string& line : lines) {
-        text += cut(line, columns_of(file_)) + "\033[K\n";
+    for (std::size_t i = 0; i < shown; ++i) {
+        text += cut(lines[i], size.ws_col) + "\033[K\n";
     }
-    drawn_ = lines.size();
+    if (shown < drawn_) {
+        text += "\033[J"; // what is left of the lines before
+    }
+    drawn_ = shown;
     print(file_, text);
     flush(file_);
 }

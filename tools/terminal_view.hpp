@@ -15,7 +15,8 @@ class TerminalView {
     // Elsewhere, say in a file, nothing can be drawn.
     bool is_terminal() const { return is_terminal_; }
 
-    // Over the lines that were drawn before. They are cut to the terminal's width. Throws as flush() does.
+    // Over the lines that were drawn before. They are cut to the terminal's width, and the last ones left out where it
+    // is too low. Throws as flush() does.
     void draw(const std::vector<std::string>& lines);
 
   private:

@@ -1,9 +1,12 @@
 #include "text.hpp"
 
+#include "../emulator/base/text.hpp"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <system_error>
 #include <utility>
 
 namespace vxpadctl {
@@ -35,16 +38,8 @@ void append_utf8(std::string& text, char32_t c) {
     }
 }
 
-// Takes the first character off a text that to_utf8() has made.
 char32_t next_character(std::string_view& utf8) {
-    const auto lead = static_cast<unsigned char>(utf8.front());
-    const std::size_t size = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
-    char32_t c = size == 1 ? lead : lead & (0x7fu >> size);
-    for (const char byte : utf8.substr(1, size - 1)) {
-        c = (c << 6) | (static_cast<unsigned char>(byte) & 0x3f);
-    }
-    utf8.remove_prefix(std::min(size, utf8.size()));
-    return c;
+    return emulator::take_character(utf8).value_or(replacement);
 }
 
 // Control characters, and those that reorder or hide what stands around them.
@@ -100,6 +95,58 @@ std::string for_terminal(std::string_view utf8) {
     return text;
 }
 
+std::string without_escapes(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        if (text.starts_with("\\\\")) {
+            result += '\\';
+            text.remove_prefix(2);
+            continue;
+        }
+        const std::size_t digits = text.starts_with("\\x") ? 2 : text.starts_with("\\u") ? 4 : 0;
+        const std::string_view number = text.substr(std::min<std::size_t>(2, text.size()), digits);
+        unsigned int c = 0;
+        const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), c, 16);
+        if (digits > 0 && number.size() == digits && error == std::errc{} && end == number.data() + digits &&
+            is_unsafe(c)) {
+            append_utf8(result, c);
+            text.remove_prefix(2 + digits);
+        } else {
+            result += text.front();
+            text.remove_prefix(1);
+        }
+    }
+    return result;
+}
+
+std::string xml_text(std::string_view utf8) {
+    std::string text;
+    const std::string safe = for_terminal(utf8);
+    for (std::string_view left = safe; !left.empty();) {
+        switch (const char32_t c = next_character(left)) {
+        case U'&':
+            text += "&amp;";
+            break;
+        case U'<':
+            text += "&lt;";
+            break;
+        case U'>':
+            text += "&gt;";
+            break;
+        case U'"':
+            text += "&quot;";
+            break;
+        case 0xfffe:
+        case 0xffff:
+            append_utf8(text, replacement);
+            break;
+        default:
+            append_utf8(text, c);
+        }
+    }
+    return text;
+}
+
 std::string json_string(std::string_view utf8) {
     std::string text = "\"";
     while (!utf8.empty()) {
@@ -140,6 +187,13 @@ std::string cut(std::string_view utf8, std::size_t columns) {
         append_utf8(text, next_character(utf8));
     }
     return text + "…";
+}
+
+std::string only_ascii(std::string_view bytes) {
+    std::string text{bytes};
+    std::ranges::replace_if(
+        text, [](char byte) { return static_cast<unsigned char>(byte) >= 0x80; }, '?');
+    return text;
 }
 
 } // namespace vxpadctl

@@ -1,4 +1,4 @@
-// Text that comes from a pad, and the ways to show it.
+// Text that comes from a pad or names a file, and the ways to show it. Bytes that are no UTF-8 are shown as U+FFFD.
 #pragma once
 
 #include <cstddef>
@@ -14,6 +14,12 @@ std::string to_utf8(std::u16string_view units);
 // The same text without anything that a terminal acts on: such characters and the backslash are written as escapes.
 std::string for_terminal(std::string_view utf8);
 
+// What for_terminal() was given; what it does not write is left as it is.
+std::string without_escapes(std::string_view text);
+
+// The text of an element or an attribute, with the escapes of for_terminal(): a control character has no place in XML.
+std::string xml_text(std::string_view utf8);
+
 // A quoted JSON string, harmless for terminals as well.
 std::string json_string(std::string_view utf8);
 
@@ -28,5 +34,8 @@ std::size_t width(std::string_view utf8);
 
 // At most so many columns; a text that was cut ends in an ellipsis.
 std::string cut(std::string_view utf8, std::size_t columns);
+
+// With "?" for every byte of other characters, of texts that may be no UTF-8.
+std::string only_ascii(std::string_view bytes);
 
 } // namespace vxpadctl

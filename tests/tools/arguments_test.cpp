@@ -1,5 +1,6 @@
 #include "command_line.hpp"
 #include "commands.hpp"
+#include "help.hpp"
 #include "layout.hpp"
 #include "names.hpp"
 #include "options.hpp"
@@ -28,6 +29,16 @@ std::string command_of(const Arguments& arguments) {
         return arguments.help ? "help" : arguments.version ? "version" : "none";
     }
     return std::string(arguments.command->name);
+}
+
+// With one blank between any two words.
+std::string in_one_line(const std::string& text) {
+    std::istringstream words{text};
+    std::string line;
+    for (std::string word; words >> word;) {
+        line += word + " ";
+    }
+    return line;
 }
 
 // What the usage error says.
@@ -208,6 +219,52 @@ TEST(Arguments, LayoutsAreGivenOrRead) {
     EXPECT_EQ(refusal({"record", "1", "-o", "x", "--layout", "x=2:u8"}), "'record' has no option --layout");
 }
 
+TEST(Arguments, FormatsAreGivenOrToldByTheResultsName) {
+    const auto plotted = [](std::vector<std::string> words) {
+        words.insert(words.begin(), {"plot", "a.rec", "--layout", "x=0:u8,y=1:u8", "-o"});
+        return parsed(words).format;
+    };
+    EXPECT_EQ(plotted({"a.svg"}), "svg");
+    EXPECT_EQ(plotted({"a.b.png"}), "png");
+    EXPECT_EQ(plotted({"a.pdf"}), "pdf");
+    EXPECT_EQ(plotted({"-"}), "svg");
+    EXPECT_EQ(plotted({"a.csv"}), "svg");
+    EXPECT_EQ(plotted({"dir.png/a"}), "svg");
+    EXPECT_EQ(plotted({"a.svg", "--format=pdf"}), "pdf");
+    EXPECT_EQ(parsed({"export", "a.rec", "--format", "csv"}).format, "csv");
+    EXPECT_EQ(parsed({"export", "a.rec", "-o", "a.json"}).format, "json");
+    EXPECT_EQ(parsed({"export", "a.rec", "-o", "a.csv", "--format", "json"}).format, "json");
+    EXPECT_EQ(parsed({"export", "-", "-o", "a.inkml", "--layout", "@f"}).format, "inkml");
+    EXPECT_EQ(parsed({"export", "-", "--format", "csv"}).file, "-");
+    EXPECT_EQ(refusal({"export", "a.rec"}), "--format is missing: csv, json or inkml");
+    EXPECT_EQ(refusal({"export", "a.rec", "-o", "a.svg"}), "--format is missing: csv, json or inkml");
+    EXPECT_EQ(refusal({"export", "a.rec", "--format", "svg"}), "--format takes csv, json or inkml, not 'svg'");
+    EXPECT_EQ(refusal({"export", "a.rec", "--format", "0"}), "--format takes csv, json or inkml, not '0'");
+    EXPECT_THAT(refusal({"export", "a.rec", "--format", "inkml"}), HasSubstr("--layout is missing"));
+    EXPECT_EQ(refusal({"plot", "a.rec", "--layout", "x=0:u8", "-o", "a", "--format", "csv"}),
+              "--format takes svg, png or pdf, not 'csv'");
+}
+
+TEST(Arguments, JsonAndLayoutsGoTogether) {
+    for (const std::vector<std::string>& command : {std::vector<std::string>{"report", "read"}, {"ssp", "receive"}}) {
+        std::vector<std::string> words = command;
+        words.insert(words.end(), {"1", "--layout", "x=0:u8"});
+        EXPECT_EQ(refusal(words), "here --layout goes with --json");
+        words.emplace_back("--json");
+        EXPECT_TRUE(parsed(words).json);
+    }
+    EXPECT_TRUE(parsed({"monitor", "1", "--json"}).json);
+    EXPECT_TRUE(parsed({"replay", "a.rec", "--json"}).json);
+    EXPECT_EQ(refusal({"replay", "a.rec", "--json", "--pad", "1"}),
+              "--json shows the packets, --pad has a virtual pad send them");
+}
+
+TEST(Arguments, WatchTakesATime) {
+    EXPECT_EQ(command_of(parsed({"watch"})), "watch");
+    EXPECT_EQ(parsed({"watch", "--seconds", "2", "--json"}).seconds, 2);
+    EXPECT_EQ(refusal({"watch", "1"}), "'watch' cannot make sense of '1'");
+}
+
 TEST(Arguments, ReplayTakesAFileAndASpeed) {
     const Arguments arguments = parsed({"replay", "a.rec", "--speed=0.5"});
     EXPECT_EQ(command_of(arguments), "replay");
@@ -238,6 +295,19 @@ TEST(Arguments, HelpAndVersionNeedNothingElse) {
     EXPECT_EQ(command_of(parsed({"--version"})), "version");
 }
 
+TEST(Arguments, HelpIsAskedForInTwoWays) {
+    EXPECT_THAT(parsed({"record", "--help"}).help_topic, testing::ElementsAre("record"));
+    EXPECT_THAT(parsed({"feature", "get", "1", "-h", "--length=3"}).help_topic,
+                testing::ElementsAre("feature", "get", "1"));
+    EXPECT_EQ(command_of(parsed({"help"})), "help");
+    EXPECT_THAT(parsed({"help"}).help_topic, testing::IsEmpty());
+    EXPECT_THAT(parsed({"help", "ssp", "send"}).help_topic, testing::ElementsAre("ssp", "send"));
+    EXPECT_THAT(parsed({"help", "ssp"}).help_topic, testing::ElementsAre("ssp"));
+    EXPECT_EQ(refusal({"help", "lst"}), "there is no command 'lst'");
+    EXPECT_EQ(refusal({"help", "ssp", "sned"}), "there is no command 'ssp sned'");
+    EXPECT_EQ(refusal({"help", "list", "1"}), "there is no command 'list 1'");
+}
+
 TEST(Arguments, WrongCommandsAreRefused) {
     EXPECT_EQ(refusal({}), "there is no command");
     EXPECT_EQ(refusal({"lst"}), "there is no command 'lst'");
@@ -258,6 +328,22 @@ TEST(Arguments, WrongPadNumbersAreRefused) {
     }
 }
 
+TEST(Arguments, OneWordMayBeACommandAndBeginOthers) {
+    EXPECT_EQ(command_of(parsed({"ids", "--json"})), "ids");
+    EXPECT_EQ(refusal({"ids", "remove"}), "'ids' cannot make sense of 'remove'");
+    const Arguments arguments =
+        parsed({"ids", "add", "1a2b", "0x3c", "--name", "A pad", "--type=17", "--transport", "vcom"});
+    EXPECT_EQ(command_of(arguments), "ids add");
+    EXPECT_EQ(arguments.new_id.vendor_id, 0x1a2b);
+    EXPECT_EQ(arguments.new_id.product_id, 0x3c);
+    EXPECT_EQ(arguments.new_id.transport, id_lines::Transport::vcom);
+    EXPECT_EQ(arguments.new_id.pad_type, 17U);
+    EXPECT_STREQ(arguments.new_id.name, "A pad");
+    EXPECT_EQ(refusal({"ids", "add", "1a2b"}), "'ids add' needs the product's id, as lsusb shows it");
+    EXPECT_EQ(refusal({"ids", "add", "1a2b", "3c", "--type", "17"}),
+              "'ids add': the transport is neither hid nor vcom");
+}
+
 TEST(Arguments, WrongOptionsAreRefused) {
     EXPECT_EQ(refusal({"list", "--jsno"}), "there is no option '--jsno'");
     EXPECT_EQ(refusal({"list", "--json=1"}), "there is no option '--json=1'");
@@ -276,11 +362,11 @@ TEST(Arguments, WrongBytesAreRefused) {
 }
 
 TEST(Arguments, HelpNamesEveryOption) {
-    for (const char* name : {"--json",    "--interface", "--length",   "--reply",           "--fill",
-                             "--wait",    "--timeout",   "--count",    "--pen-data",        "--component",
-                             "--message", "--seconds",   "-o FILE",    "--layout LAYOUT",   "--layout-file",
-                             "--speed",   "--fast",      "--pad N",    "--interfaces MASK", "--trace",
-                             "--help",    "--version",   "Exit status"}) {
+    for (const char* name : {"--json",    "--interface", "--length",        "--reply",           "--fill",
+                             "--wait",    "--timeout",   "--count",         "--pen-data",        "--component",
+                             "--message", "--seconds",   "-o FILE",         "--layout LAYOUT",   "--layout-file",
+                             "--speed",   "--fast",      "--pad N",         "--interfaces MASK", "--trace",
+                             "--help",    "--version",   "--format FORMAT", "Exit status"}) {
         EXPECT_THAT(help_text(), HasSubstr(name));
     }
 }
@@ -309,6 +395,8 @@ TEST(Arguments, HelpNamesEveryCommandAndEveryName) {
                                 "record PAD -o FILE",
                                 "replay FILE",
                                 "plot FILE",
+                                "export FILE",
+                                "watch",
                                 "upload PAD FILE"}) {
         EXPECT_THAT(help_text(), HasSubstr(std::string("\n  ") + command)) << command;
     }
@@ -329,12 +417,14 @@ TEST(Arguments, EveryCommandTakesOptionsThatThereAre) {
 }
 
 TEST(Arguments, HelpNamesTheCommandsOfAnOption) {
-    const std::string help = help_text();
-    EXPECT_THAT(help, HasSubstr("\n  --json             list, info, ssp components, ssp modes, ssp description, "
-                                "ssp connection, config state,\n"
-                                "                     button input, button event: JSON instead of text\n"));
-    EXPECT_THAT(help, HasSubstr("\n  --interface K      feature, report, ssp send, ssp receive, monitor, record: "));
-    EXPECT_THAT(help, HasSubstr("\n  --fill             feature set, report write: "));
+    const std::string help = in_one_line(help_text());
+    EXPECT_THAT(
+        help,
+        HasSubstr(" --json list, info, watch, doctor, ids, report read, ssp receive, ssp components, ssp modes, ssp "
+                  "description, ssp connection, config state, button input, button event, monitor, replay: "
+                  "JSON instead of text "));
+    EXPECT_THAT(help, HasSubstr(" --interface K feature, report, ssp send, ssp receive, monitor, record: "));
+    EXPECT_THAT(help, HasSubstr(" --fill feature set, report write: "));
     for (const Option& option : all_options()) {
         if (option.help.empty() || option.help.starts_with("{}") || option.help.starts_with("the ")) {
             continue;
@@ -346,10 +436,18 @@ TEST(Arguments, HelpNamesTheCommandsOfAnOption) {
     }
 }
 
+TEST(Arguments, TheDoctorTakesAPadInThreeWaysOrNone) {
+    EXPECT_EQ(parsed({"doctor"}).pad, 0U);
+    EXPECT_EQ(parsed({"doctor", "2", "--bundle", "x.txt"}).pad, 2U);
+    EXPECT_EQ(parsed({"doctor", "2", "--bundle", "x.txt"}).bundle, "x.txt");
+    EXPECT_EQ(parsed({"doctor", "1-4.2"}).node, "1-4.2");
+    EXPECT_EQ(parsed({"doctor", "/dev/bus/usb/001/007"}).node, "/dev/bus/usb/001/007");
+    EXPECT_EQ(refusal({"doctor", "x"}), "PLACE takes a number from 1 to 255, not 'x'");
+    EXPECT_EQ(refusal({"doctor", "1", "2"}), "'doctor' cannot make sense of '2'");
+}
+
 TEST(Arguments, HelpNamesTheTypesOfALayout) {
     std::string types = list_field_types();
     types.replace(types.rfind(", "), 2, " and ");
-    std::string help = help_text();
-    std::ranges::replace(help, '\n', ' ');
-    EXPECT_THAT(help, HasSubstr("the types " + types + ":"));
+    EXPECT_THAT(in_one_line(help_text()), HasSubstr("the types " + types + ":"));
 }

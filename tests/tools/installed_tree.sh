@@ -12,7 +12,9 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 prefix=$scratch/prefix
 
-"$cmake" --install "$build" --prefix "$prefix" >"$scratch/install.log"
+# shellcheck source=tests/install_apart.sh
+. "$source/tests/install_apart.sh"
+install_apart "$cmake" "$build" "$prefix" "$scratch/installed"
 
 fail() {
     echo "installed tree: $*" >&2
@@ -27,9 +29,18 @@ expect_file() {
 for file in bin/vxpadctl libvxpadcom.so include/vxpadcom/vxpadcom.h include/vxpadcom/internals.h include/vxpadcom/vxpadcom.hpp \
     python3/dist-packages/vxpadcom/py.typed lib/udev/rules.d/70-vxpadcom.rules \
     pkgconfig/vxpadcom.pc cmake/vxpadcom/vxpadcomConfig.cmake LICENSE README.md examples/list_pads.c \
-    vxpadcom/virtual-pad.layout; do
+    vxpadcom/virtual-pad.layout man/man1/vxpadctl.1 man/man1/vxpad-emulator.1 man/man1/vxpad-emulator-control.1 \
+    man/man3/GetFeature.3 man/man5/vxpadcom-recording.5 man/man7/libvxpadcom.7 html/index.html \
+    bash-completion/completions/vxpadctl zsh/site-functions/_vxpad-emulator; do
     expect_file "$file"
 done
+
+if [ -x "$build/bin/vxpad-bridge" ]; then
+    for file in bin/vxpad-bridge man1/vxpad-bridge.1 systemd/user/vxpad-bridge.service vxpadcom/docs/bridge.md; do
+        expect_file "$file"
+    done
+    "$prefix/bin/vxpad-bridge" --version | grep -q '^vxpad-bridge [0-9]' || fail "the installed vxpad-bridge does not run"
+fi
 
 # A library that needs something of its build tree would show it here.
 "$prefix/bin/vxpadctl" --version | grep -q '^vxpadctl [0-9]' || fail "the installed vxpadctl does not run"
@@ -84,7 +95,7 @@ for example in "$scratch/receive" "$examples/receive.py"; do
 done
 head -c 100000 /dev/urandom >"$scratch/image"
 "$prefix/bin/vxpad-emulator" run --pad=type=16,pen=loop --vcom=type=16,pen=loop -- sh -c "
-    (sleep 4; for pad in 1 2; do '$prefix/bin/vxpad-emulator-control' unplug \$pad; done) >'$scratch/control' &
+    (sleep 10; for pad in 1 2; do '$prefix/bin/vxpad-emulator-control' unplug \$pad; done) >'$scratch/control' &
     '$examples/receive_async.py'" >"$scratch/received" || fail "receive_async.py does not receive"
 [ "$(grep -c '^[1-9][0-9]* reports, then: pad [12] was removed' "$scratch/received")" -eq 2 ] ||
     fail "receive_async.py does not receive from both"
@@ -100,3 +111,17 @@ END
 if udevadm verify --help >/dev/null 2>&1; then
     udevadm verify "$prefix/lib/udev/rules.d/70-vxpadcom.rules" || fail "udev does not accept the rules"
 fi
+
+# What the texts refer to is installed with them.
+find "$prefix/share/doc" -name '*.md' | while read -r text; do
+    sed -n 's/.*](\([^):#]*\)[)#].*/\1/p' "$text" | while read -r link; do
+        [ -e "$(dirname "$text")/$link" ] || [ -e "$prefix/${link#../}" ] || echo "$text refers to $link"
+    done
+done >"$scratch/links"
+[ ! -s "$scratch/links" ] || fail "$(cat "$scratch/links")"
+
+"$cmake" -D MANIFEST="$scratch/installed" -P "$source/packaging/uninstall.cmake" >"$scratch/uninstall.log" 2>&1
+left=$(find "$prefix" ! -type d)
+[ -z "$left" ] || fail "uninstalling leaves $left"
+left=$(find "$prefix" -path '*/vxpadcom*')
+[ -z "$left" ] || fail "uninstalling leaves $left"

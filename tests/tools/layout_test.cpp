@@ -106,3 +106,15 @@ TEST(Layout, OfVirtualPadsComesAsAFile) {
 }
 
 } // namespace
+
+TEST(Layout, FieldsLieWithinThePackets) {
+    const Layout layout = parse_layout("y=4:u16le");
+    EXPECT_NO_THROW(expect_within(layout[0], 6));
+    try {
+        expect_within(layout[0], 5);
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "the field y lies beyond the packets: it ends with byte 5, counted from 0, and the "
+                                   "longest packet has 5 bytes");
+    }
+}

@@ -105,6 +105,52 @@ TEST_P(PenCommands, WhatAPadSendsIsRecorded) {
     expect_without_gap(packets);
 }
 
+TEST_P(PenCommands, WhatAPadSendsIsExportedByItsFields) {
+    const auto outcome =
+        run_with_pad("vxpadctl record 1 -o a.rec --count 40 >/dev/null\n"
+                     "vxpadctl export a.rec --layout @" VIRTUAL_PAD_LAYOUT " -o a.csv\n"
+                     "vxpadctl export - --format inkml --layout @" VIRTUAL_PAD_LAYOUT " <a.rec | grep -c serialNo=.A.");
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.out, "1\n");
+    const auto packets = packets_of(file("a.rec"));
+    const auto rows = lines_of(file("a.csv"));
+    ASSERT_EQ(rows.size(), packets.size() + 1);
+    EXPECT_EQ(rows[0], "time,x,y,pressure,number");
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        const auto word = [&](std::size_t at) {
+            return std::stoul(packets[i].substr(2 * at + 2, 2) + packets[i].substr(2 * at, 2), nullptr, 16);
+        };
+        std::ostringstream numbers;
+        numbers << ',' << word(2) << ',' << word(4) << ',' << word(6) << ',' << number_of(packets[i]);
+        EXPECT_THAT(rows[i + 1], AllOf(MatchesRegex("[0-9]+\\.[0-9]{6},.*"), EndsWith(numbers.str())));
+    }
+}
+
+TEST_P(PenCommands, MonitorWritesALineOfJsonForEachPacket) {
+    const auto outcome = run_with_pad("vxpadctl monitor 1 --json --count 30 --layout @" VIRTUAL_PAD_LAYOUT "\n"
+                                      "vxpadctl monitor 1 --json --count 1");
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.status, 0);
+    const auto lines = lines_of(outcome.out);
+    ASSERT_THAT(lines, SizeIs(31));
+    EXPECT_THAT(lines[0], StartsWith("{\"time\": 0.000000, \"x\": "));
+    EXPECT_THAT(lines[30], MatchesRegex("\\{\"time\": 0\\.000000, \"bytes\": \"[0-9a-f]{128}\"\\}"));
+    const auto number = [&](std::size_t i) { return std::stoul(lines[i].substr(lines[i].rfind(' '))); };
+    for (std::size_t i = 0; i < 30; ++i) {
+        EXPECT_THAT(lines[i], MatchesRegex("\\{\"time\": [0-9]+\\.[0-9]{6}, \"x\": [0-9]+, \"y\": [0-9]+, "
+                                           "\"pressure\": [0-9]+, \"number\": [0-9]+\\}"));
+        EXPECT_EQ(number(i), number(0) + i);
+    }
+}
+
+TEST_P(PenCommands, JsonEndsWithItsReader) {
+    const auto outcome = run_with_pad("{ vxpadctl monitor 1 --json; echo status $? >&2; } | head -n 1 | cut -c 1-8\n"
+                                      "vxpadctl monitor 1 --json >/dev/full; echo status $?\n"
+                                      "vxpad-emulator-control ssp 1 | grep -o biodata=.");
+    EXPECT_EQ(outcome.out, "{\"time\":\nstatus 1\nbiodata=0\n");
+    EXPECT_EQ(outcome.err, "status 0\nvxpadctl: cannot write the result: No space left on device\n");
+}
+
 TEST_P(PenCommands, ARecordingThatAnotherPadReplaysIsRecordedAlike) {
     const auto outcome = run({GetParam().playing, GetParam().silent},
                              "cd " + quoted(directory_) + helpers + "marker=" + marker +
@@ -179,9 +225,20 @@ TEST_P(PenCommands, MonitorTellsOfWhatComes) {
 TEST_F(Vxpadctl, MonitorDrawsOnATerminal) {
     const auto outcome =
         run({"--pad=pen=loop,pen-rate=200"},
-            "TERM=xterm script -qefc 'vxpadctl monitor 1 --count 80 --layout pressure=6:u16le' /dev/null </dev/null");
-    EXPECT_THAT(outcome.out, AllOf(HasSubstr("\033[6A"), HasSubstr("      80 packets"), HasSubstr("pressure "),
+            "TERM=xterm script -qefc 'vxpadctl monitor 1 --count 400 --layout pressure=6:u16le' /dev/null </dev/null");
+    EXPECT_THAT(outcome.out, AllOf(HasSubstr("\033[6A"), HasSubstr("     400 packets"), HasSubstr("pressure "),
                                    HasSubstr(" reports/s"), HasSubstr("[#")));
+    EXPECT_EQ(outcome.status, 0);
+}
+
+// A line that scrolls out at the top would be drawn again and again.
+TEST_F(Vxpadctl, MonitorFitsATerminalOfFiveRows) {
+    const auto outcome =
+        run({"--pad=pen=loop,pen-rate=200"},
+            "TERM=xterm script -qefc 'stty rows 5 columns 30; vxpadctl monitor 1 --count 400' /dev/null "
+            "</dev/null");
+    EXPECT_THAT(outcome.out,
+                AllOf(HasSubstr("\033[4A"), Not(HasSubstr("\033[6A")), HasSubstr("…"), HasSubstr(" reports/…")));
     EXPECT_EQ(outcome.status, 0);
 }
 
@@ -346,7 +403,12 @@ TEST_F(Vxpadctl, PlotTellsWhatItLeavesOut) {
 TEST_F(Vxpadctl, PlotWithoutAnythingToDrawFails) {
     const std::string plot = "vxpadctl plot " + quoted(write("a.rec", recording)) + " -o a.svg --layout ";
     auto outcome = run_alone(plot + "x=60:u8,y=1:u8");
-    EXPECT_THAT(outcome.err, AllOf(HasSubstr("3 packets left out"), HasSubstr("there is no stroke to draw")));
+    EXPECT_THAT(outcome.err, AllOf(HasSubstr("3 packets left out"), HasSubstr("the field x lies beyond the packets"),
+                                   Not(HasSubstr("pressure above 0"))));
+    EXPECT_EQ(outcome.status, 1);
+    outcome = run_alone("vxpadctl plot " + quoted(write("b.rec", "vxpadcom-recording 1\n0 010200\n")) +
+                        " -o b.svg --layout x=0:u8,y=1:u8,pressure=2:u8");
+    EXPECT_EQ(outcome.err, "vxpadctl: there is no stroke to draw: no packet has a pressure above 0\n");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(run_alone(plot + "x=1:u8").status, 2);
     outcome = run_alone(plot + "@" + quoted(write("bad.layout", "x=1:u8\ny=\033:u8\n")));

@@ -2,8 +2,10 @@
 #include "scratch.hpp"
 
 #include <csignal>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <numeric>
+#include <thread>
 #include <unistd.h>
 
 using namespace vxpadctl;
@@ -159,6 +161,51 @@ TEST_F(RecordingFile, ThatIsMalformedIsRefusedWithTheLine) {
     EXPECT_THAT(refusal(begin + "99999999999999999999 00\n"), HasSubstr("bad:2: "));
     EXPECT_THAT(refusal(begin), HasSubstr("no packet at all"));
     EXPECT_THAT(refusal(begin + std::string(70000, '0') + "\n"), HasSubstr("bad:2: longer than"));
+}
+
+TEST_F(RecordingFile, HandsOutPacketByPacketWithThePad) {
+    const std::string file =
+        write("a.rec", "vxpadcom-recording 1\nmaker  A  B\\x1b\nserial\ninterface 7\n0 01\n5 0203\n4 ff\n");
+    std::vector<Bytes> taken;
+    const auto take = [&](const RecordedPad& pad, const RecordedPacket& packet) {
+        EXPECT_EQ(pad.maker, "A  B\\x1b");
+        EXPECT_EQ(pad.product, "");
+        EXPECT_EQ(pad.serial, "");
+        EXPECT_EQ(pad.interface, 7U);
+        taken.push_back(packet.bytes);
+    };
+    EXPECT_THAT(failure([&] { read_packets(file, take); }), HasSubstr("a.rec:7: older than"));
+    EXPECT_EQ(taken, (std::vector<Bytes>{{1}, {2, 3}})) << "what stands before the wrong line";
+}
+
+// However the pieces of it come.
+TEST_F(RecordingFile, IsReadFromAPipe) {
+    const std::string text = "vxpadcom-recording 1\n0 " + std::string(8000, '1') + "\n7 22";
+    for (const std::size_t piece : {std::size_t{1}, std::size_t{4096}}) {
+        int ends[2];
+        ASSERT_EQ(::pipe(ends), 0);
+        std::thread writer{[&] {
+            for (std::size_t at = 0; at < text.size(); at += piece) {
+                const std::string part = text.substr(at, piece);
+                EXPECT_EQ(::write(ends[1], part.data(), part.size()), static_cast<ssize_t>(part.size()));
+            }
+            ::close(ends[1]);
+        }};
+        std::vector<std::size_t> sizes;
+        emulator::read_recording(ends[0], "a pipe", [&](const RecordedPad&, const RecordedPacket& packet) {
+            sizes.push_back(packet.bytes.size());
+        });
+        writer.join();
+        ::close(ends[0]);
+        EXPECT_EQ(sizes, (std::vector<std::size_t>{4000, 1}));
+    }
+}
+
+TEST_F(RecordingFile, FromADescriptorIsNoLongerThanAFile) {
+    const int zeros = ::open("/dev/zero", O_RDONLY);
+    EXPECT_THROW(emulator::read_recording(zeros, "zeros", [](const auto&, const auto&) {}), std::invalid_argument);
+    ::close(zeros);
+    EXPECT_THROW(emulator::read_recording(-1, "nothing", [](const auto&, const auto&) {}), std::invalid_argument);
 }
 
 TEST_F(RecordingFile, CannotReachTheTerminalRaw) {

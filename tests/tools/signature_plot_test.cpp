@@ -71,6 +71,15 @@ TEST(SignaturePlot, PictureFitsTheData) {
     EXPECT_EQ(count(svg, "<path"), 2U);
 }
 
+TEST(SignaturePlot, PictureHasABackgroundAndASizeForEveryProgram) {
+    const std::string svg = draw_svg(std::vector<Stroke>{{{0, 0, 1}, {1000, 100, 1}}}, "");
+    EXPECT_THAT(svg, HasSubstr("viewBox=\"-30.00 -30.00 1060.00 160.00\" width=\"800\" height=\"121\">"));
+    EXPECT_THAT(svg,
+                HasSubstr("<rect x=\"-60.00\" y=\"-60.00\" width=\"1120.00\" height=\"220.00\" fill=\"#fff\"/>\n<g "));
+    EXPECT_THAT(svg, Not(HasSubstr("style")));
+    EXPECT_THAT(draw_svg(std::vector<Stroke>{{{0, 0, 1}, {0, 100, 1}}}, ""), HasSubstr(" height=\"800\">"));
+}
+
 TEST(SignaturePlot, LinesAreAsWideAsThePressure) {
     const std::vector<Stroke> stroke{{{0, 0, 1}, {1000, 0, 500}, {1000, 10, 501}, {0, 10, 1000}}};
     const std::string svg = draw_svg(stroke, "");
@@ -92,6 +101,7 @@ TEST(SignaturePlot, LargestNumbersDoNoHarm) {
 
 TEST(SignaturePlot, TitleIsEscaped) {
     const std::string svg = draw_svg(std::vector<Stroke>{{{7, 8, 9}}}, "</title><script>&\033\n");
+    EXPECT_THAT(draw_svg(std::vector<Stroke>{{{7, 8, 9}}}, "\xff\"&"), HasSubstr("<title>\ufffd&quot;&amp;</title>"));
     EXPECT_THAT(
         svg, AllOf(HasSubstr("<title>&lt;/title&gt;&lt;script&gt;&amp;\\x1b\\x0a</title>"), Not(HasSubstr("<script"))));
 }

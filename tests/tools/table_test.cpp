@@ -14,6 +14,12 @@ TEST(Table, CutsLongCells) {
     EXPECT_EQ(format_table({{std::string(255, 'x'), "y"}}), std::string(39, 'x') + "…  y\n");
 }
 
+TEST(Table, RowsMayEndWhole) {
+    const std::string longest(255, 'x');
+    EXPECT_EQ(format_table({{longest, longest}}, vxpadctl::RowEnd::whole),
+              std::string(39, 'x') + "…  " + longest + "\n");
+}
+
 TEST(Table, MayBeEmpty) {
     EXPECT_EQ(format_table({}), "");
 }

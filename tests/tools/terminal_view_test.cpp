@@ -65,6 +65,39 @@ TEST_F(Terminal, LinesAreCutToItsWidth) {
     expect_seen(std::string(19, 'x') + "…\033[K\r\n");
 }
 
+// Lines that scroll out of it cannot be drawn over.
+TEST_F(Terminal, LinesAreAsManyAsItsRows) {
+    ASSERT_TRUE(file_);
+    TerminalView view{file_.get()};
+    const std::string four = "1\033[K\r\n2\033[K\r\n3\033[K\r\n4\033[K\r\n";
+    view.draw({"1", "2", "3", "4", "5", "6"});
+    expect_seen(four);
+    view.draw({"1", "2", "3", "4", "5", "6"});
+    expect_seen("\r\033[4A" + four);
+}
+
+TEST_F(Terminal, LinesThatNoLongerFitAreWipedOut) {
+    ASSERT_TRUE(file_);
+    TerminalView view{file_.get()};
+    view.draw({"1", "2", "3"});
+    expect_seen("1\033[K\r\n2\033[K\r\n3\033[K\r\n");
+    winsize size{};
+    size.ws_row = 2;
+    size.ws_col = 1;
+    ASSERT_EQ(::ioctl(master_, TIOCSWINSZ, &size), 0);
+    view.draw({"one", "two"});
+    expect_seen("\r\033[3A…\033[K\r\n\033[J");
+}
+
+TEST_F(Terminal, ThatTellsNoSizeHasTheUsualOne) {
+    ASSERT_TRUE(file_);
+    const winsize size{};
+    ASSERT_EQ(::ioctl(master_, TIOCSWINSZ, &size), 0);
+    TerminalView view{file_.get()};
+    view.draw({std::string(80, 'x'), "2", "3", "4", "5", "6"});
+    expect_seen(std::string(80, 'x') + "\033[K\r\n2\033[K\r\n3\033[K\r\n4\033[K\r\n5\033[K\r\n6\033[K\r\n");
+}
+
 TEST_F(Terminal, ThatKnowsNoEscapesIsNone) {
     ASSERT_TRUE(file_);
     ::setenv("TERM", "dumb", 1);

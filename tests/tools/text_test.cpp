@@ -31,6 +31,44 @@ TEST(ForTerminal, LeavesTheRestAndStaysUnambiguous) {
     EXPECT_EQ(for_terminal(R"(\x1b)"), R"(\\x1b)");
 }
 
+TEST(ForTerminal, ReplacesWhatIsNoUtf8) {
+    EXPECT_EQ(for_terminal("a\xff\xfe b"), "a\ufffd\ufffd b");
+    EXPECT_EQ(for_terminal("\xc0\x80"), "\ufffd\ufffd") << "longer than needed";
+    EXPECT_EQ(for_terminal("\xe0\x9f\xbf"), "\ufffd\ufffd\ufffd");
+    EXPECT_EQ(for_terminal("\xf0\x8f\xbf\xbf"), "\ufffd\ufffd\ufffd\ufffd");
+    EXPECT_EQ(for_terminal("\xed\xa0\x80"), "\ufffd\ufffd\ufffd") << "half of a pair";
+    EXPECT_EQ(for_terminal("\xf4\x90\x80\x80"), "\ufffd\ufffd\ufffd\ufffd") << "beyond the last";
+    EXPECT_EQ(for_terminal("\xe2\x82x"), "\ufffdx") << "cut short is one";
+    EXPECT_EQ(for_terminal("\xe2\x82"), "\ufffd");
+    EXPECT_EQ(for_terminal("\xf1\x80\x80\xe2\x82\xac"), "\ufffd€");
+    EXPECT_EQ(for_terminal("\x80\xbf"), "\ufffd\ufffd");
+    EXPECT_EQ(for_terminal("\xed\x9f\xbf\xee\x80\x80\xf4\x8f\xbf\xbf"), "\xed\x9f\xbf\xee\x80\x80\xf4\x8f\xbf\xbf");
+}
+
+TEST(WithoutEscapes, IsWhatForTerminalWasGiven) {
+    for (const char* text :
+         {"", "plain", "\x1b[31m\a\n\x7f", "\u009b1m", "a\u202eb\u200fc\ufeff", R"(\x1b)", R"(\\)", "é€😀"}) {
+        EXPECT_EQ(without_escapes(for_terminal(text)), text);
+    }
+}
+
+TEST(WithoutEscapes, LeavesWhatNobodyEscapes) {
+    for (const char* text :
+         {R"(\)", R"(\x)", R"(\x1)", R"(\x41)", R"(\xzz)", R"(\u20)", R"(\u0041)", R"(\n)", R"(\x+1)"}) {
+        EXPECT_EQ(without_escapes(text), text);
+    }
+}
+
+TEST(XmlText, FitsElementsAndAttributes) {
+    EXPECT_EQ(xml_text("<a b=\"&\">é"), "&lt;a b=&quot;&amp;&quot;&gt;é");
+    EXPECT_EQ(xml_text("\x1b\n\x01"), R"(\x1b\x0a\x01)");
+    EXPECT_EQ(xml_text("\xff\ufffe\uffff"), "\ufffd\ufffd\ufffd");
+}
+
+TEST(JsonString, IsUtf8WhateverItWas) {
+    EXPECT_EQ(json_string("\xff\"\xe2\x82"), "\"\ufffd\\\"\ufffd\"");
+}
+
 TEST(JsonString, EscapesWhatJsonAndTerminalsNeed) {
     EXPECT_EQ(json_string(R"(a"b\c/)"), R"("a\"b\\c/")");
     EXPECT_EQ(json_string("\x1b\n\t\u0085é"), R"("\u001b\u000a\u0009\u0085é")");
@@ -54,4 +92,6 @@ TEST(Cut, CountsCharactersNotBytes) {
     EXPECT_EQ(width("é€😀"), 3U);
     EXPECT_EQ(cut("éééé", 4), "éééé");
     EXPECT_EQ(cut("ééééé", 4), "ééé…");
+    EXPECT_EQ(cut("éé", 1), "…");
+    EXPECT_EQ(cut("\xe2", 1), "\xe2");
 }

@@ -169,6 +169,15 @@ TEST_F(Vxpadctl, WaitsForInputReports) {
     EXPECT_EQ(outcome.status, 0);
 }
 
+TEST_F(Vxpadctl, WritesInputReportsAsJson) {
+    const std::string command =
+        "vxpadctl report read 1 --interface 1 --wait 20000 --count 2 --json --layout a=1:u16le,b=64:u8";
+    const auto outcome = run({one_pad}, while_report_comes("1", std::string(128, '5'), command));
+    EXPECT_THAT(outcome.out, testing::MatchesRegex("\\{\"time\": 0\\.000000, \"a\": 21845, \"b\": null\\}\n"
+                                                   "\\{\"time\": [0-9]+\\.[0-9]{6}, \"a\": 21845, \"b\": null\\}\n"));
+    EXPECT_EQ(outcome.status, 0);
+}
+
 TEST_F(Vxpadctl, KnowsTheShortInputReportsOfType1) {
     const auto outcome = run({"--pad=type=1,interfaces=1"},
                              while_report_comes("0", std::string(40, '6'), "vxpadctl report read 1 --wait 20000"));
@@ -233,6 +242,21 @@ TEST_F(Vxpadctl, WrongUsageHasAStatusOfItsOwn) {
 TEST_F(Vxpadctl, ExplainsItself) {
     const auto outcome = run({}, "vxpadctl --help && vxpadctl --version");
     EXPECT_THAT(outcome.out, AllOf(StartsWith("Usage: vxpadctl COMMAND"), HasSubstr("\nvxpadctl 0.")));
+    EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(Vxpadctl, AHelpThatCannotBeWrittenIsAFailure) {
+    for (const char* words : {"--help", "help", "record --help", "--version"}) {
+        const auto outcome = run_alone("vxpadctl " + std::string(words) + " >/dev/full");
+        EXPECT_EQ(outcome.err, "vxpadctl: cannot write the result: No space left on device\n") << words;
+        EXPECT_EQ(outcome.status, 1) << words;
+    }
+}
+
+TEST_F(Vxpadctl, ExplainsItsCommandsOneByOne) {
+    const auto outcome = run_alone("vxpadctl record --help && vxpadctl help record && vxpadctl ssp --help");
+    EXPECT_THAT(outcome.out, AllOf(StartsWith("Usage: vxpadctl record PAD -o FILE [OPTIONS]\n\nWrites what comes"),
+                                   HasSubstr("\nUsage: vxpadctl record PAD"), HasSubstr("\n  ssp send PAD")));
     EXPECT_EQ(outcome.status, 0);
 }
 
@@ -468,6 +492,17 @@ TEST_F(Vxpadctl, ReceivesPenDataAndSwitchesItOffAgain) {
                                         "0000  02 00 59 01 e0 01 cf 01                           |..Y.....|\n"
                                         "biodata=0\n#"));
     EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(Vxpadctl, WritesPenDataAndMessagesAsJson) {
+    const auto outcome =
+        run({"--vcom=type=16,pen-rate=200,pen-size=8"},
+            "vxpadctl ssp receive 1 --pen-data --count 2 --timeout 20000 --json --layout x=2:u16le | sed 's/[^,]*,//'\n"
+            "while vxpad-emulator-control send 1 aa55020b0100abcd; do sleep 0.02; "
+            "done >/dev/null 2>&1 & feeder=$!\n"
+            "vxpadctl ssp receive 1 --timeout 20000 --json\n"
+            "kill $feeder; wait $feeder");
+    EXPECT_EQ(outcome.out, " \"x\": 300}\n \"x\": 320}\n{\"time\": 0.000000, \"bytes\": \"0b0100abcd\"}\n");
 }
 
 // Also while there is always a record to take.

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 namespace vxpadctl_test {
@@ -24,6 +25,11 @@ inline std::string quoted(const std::string& word) {
         text += c == '\'' ? std::string("'\\''") : std::string(1, c);
     }
     return text + "'";
+}
+
+// In front of a command, where the tests run as root: an ordinary user's it is then.
+inline std::string as_somebody() {
+    return ::geteuid() == 0 ? "setpriv --reuid=65534 --clear-groups " : "";
 }
 
 class Vxpadctl : public Scratch {
