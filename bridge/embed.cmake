@@ -1,0 +1,10 @@
+# Writes the source OUTPUT with the files of the page in DIRECTORY.
+set(text "// Made from page/.\n#include \"server/page_text.hpp\"\n\nnamespace bridge {\n")
+foreach(part html style script)
+  set(file_of_html bridge.html)
+  set(file_of_style bridge.css)
+  set(file_of_script bridge.js)
+  file(READ ${DIRECTORY}/${file_of_${part}} content)
+  string(APPEND text "\nconst char* const page_${part} = R\"embedded(${content})embedded\";\n")
+endforeach()
+file(WRITE ${OUTPUT} "${text}\n} // namespace bridge\n")
