@@ -9,7 +9,7 @@
 //     while (auto report = reports.next(std::chrono::seconds{10})) { ... }
 //
 // What vxpadcom/vxpadcom.h says of threads, callbacks, sizes and failures holds here too. A report is without its
-// report id. What the library refuses throws vxpadcom::error.
+// report id. Whatever fails throws vxpadcom::error.
 #ifndef VXPADCOM_VXPADCOM_HPP
 #define VXPADCOM_VXPADCOM_HPP
 
@@ -28,6 +28,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -40,7 +41,9 @@ class bytes {
   public:
     constexpr bytes() = default;
     constexpr bytes(const unsigned char* data, std::size_t size) : data_{data}, size_{size} {}
-    template <class Container, class = decltype(std::declval<const Container&>().data()),
+    template <class Container,
+              class = std::enable_if_t<
+                  std::is_convertible_v<decltype(std::declval<const Container&>().data()), const unsigned char*>>,
               class = decltype(std::declval<const Container&>().size())>
     constexpr bytes(const Container& container) : bytes{container.data(), container.size()} {}
     template <std::size_t size> constexpr bytes(const unsigned char (&array)[size]) : bytes{array, size} {}
@@ -80,7 +83,8 @@ inline std::string to_utf8(std::u16string_view units) {
     return text;
 }
 
-// A call that failed: what() is "function: message".
+// The one exception of this header: what() is "function: message". Where no function of the library has failed, the
+// function is the class that has.
 class error : public std::runtime_error {
   public:
     error(int code, std::string function, std::string message)
@@ -106,13 +110,10 @@ template <class Function, class... Arguments> std::string text_of(Function funct
     return to_utf8({units.data(), units.size()});
 }
 
-// Throws what the record behind a result says; -1 is a receiving that cannot be started.
+// Throws what the record behind a result says.
 inline void check(int result) {
     if (result == 0) {
         return;
-    }
-    if (result < 0) {
-        throw error{VXPCEC_UNKNOWN, "SetDataReceivingEnabled", "receiving cannot be started"};
     }
     const auto handle = static_cast<unsigned int>(result);
     unsigned int code = 0;
@@ -122,7 +123,7 @@ inline void check(int result) {
 
 inline unsigned int length_of(std::size_t size) {
     if (size > 0xffffffffu) {
-        throw std::length_error{"vxpadcom: more bytes than a call takes"};
+        throw error{VXPCEC_INVALID_PARAMETER, "bytes", "more than a call takes"};
     }
     return static_cast<unsigned int>(size);
 }
@@ -144,6 +145,8 @@ class pad {
     explicit pad(unsigned int number) : number_{number} {}
 
     unsigned int number() const { return number_; } // from 1
+    friend bool operator==(pad a, pad b) { return a.number_ == b.number_; }
+    friend bool operator!=(pad a, pad b) { return a.number_ != b.number_; }
 
     std::string serial_number() const { return text(GetSerialNumber, number_); }
     std::string vendor_name() const { return text(GetVendorName, number_); }
@@ -158,7 +161,7 @@ class pad {
 
     // Bytes of a full report.
     std::size_t report_size(unsigned int interface = 0) const {
-        return ask(GetFeatureReportSize, number_, interface) - 1;
+        return std::max(ask(GetFeatureReportSize, number_, interface), 2u) - 1;
     }
 
     // A feature report of a given size, or of the full one.
@@ -190,13 +193,16 @@ class pad {
     }
 
     // Sends data over several interfaces at once, bit i of interfaces being interface i; progress is called between
-    // parts. An upload that ends early has sent less than its total.
+    // parts. An upload that ends early has sent less than its total; the next one begins with its own first byte.
     upload_progress upload(bytes data, unsigned int interfaces = all_interfaces,
                            const std::function<void(upload_progress)>& progress = {}) const {
         const std::size_t payload = report_size();
         constexpr std::size_t pieces_in_part = 1024;
         upload_progress so_far{0, data.size()};
-        byte_buffer part;
+        byte_buffer part{0};
+        unsigned int reply = 0;
+        // Too short to be sent: it takes back the position that an upload which ended early has left.
+        detail::check(WriteFileBuffer(number_, interfaces, part.data(), detail::length_of(part.size()), &reply));
         while (so_far.sent < data.size()) {
             part.clear();
             for (std::size_t at = so_far.sent; at < data.size() && part.size() < pieces_in_part * (1 + payload);
@@ -206,7 +212,6 @@ class pad {
                 part.insert(part.end(), data.begin() + at, data.begin() + at + size);
                 part.resize(part.size() + payload - size);
             }
-            unsigned int reply = 0;
             detail::check(WriteFileBuffer(number_, interfaces, part.data(), detail::length_of(part.size()), &reply));
             so_far.sent = std::min(data.size(), so_far.sent + reply / (1 + payload) * payload);
             if (progress) {
@@ -223,7 +228,8 @@ class pad {
         detail::check(SendSspMessage(number_, interface, message.data(), detail::length_of(message.size())));
     }
 
-    // One SSP message of at most so many bytes that is no pen data. That none comes in time is a failure.
+    // One SSP message of at most so many bytes that is no pen data: that comes to receiver and reception, which switch
+    // it on. That none comes in time is a failure.
     byte_buffer receive_ssp(std::chrono::milliseconds time_out, unsigned int interface = 0,
                             std::size_t size = 4096) const {
         byte_buffer room(size);
@@ -251,7 +257,7 @@ class pad {
     }
 
     template <class Function> void send(Function function, bytes report, unsigned int interface) const {
-        byte_buffer buffer(1 + report.size());
+        byte_buffer buffer(1 + std::size_t{detail::length_of(report.size())});
         std::copy(report.begin(), report.end(), buffer.begin() + 1);
         unsigned int reply = 0;
         detail::check(function(number_, interface, buffer.data(), detail::length_of(buffer.size()), &reply));
@@ -266,7 +272,8 @@ namespace detail {
 struct receiver_state {
     std::function<void(bytes)> on_report;
     std::function<void()> on_removed;
-    std::recursive_mutex running; // held over both: who has taken it knows that neither runs
+    std::function<void()> on_ended;
+    std::recursive_mutex running; // held over all three: who has taken it knows that none runs
 };
 
 // What the library's callbacks find. Never destroyed, and what it holds is shared: a thread of the library may be
@@ -284,6 +291,45 @@ struct hub {
     std::shared_ptr<receiver_state> receiver(unsigned int device, unsigned int interface) {
         const std::lock_guard guard{lock};
         return device < pads && interface < interfaces ? receivers[device][interface] : nullptr;
+    }
+
+    bool add(unsigned int device, unsigned int interface, const std::shared_ptr<receiver_state>& receiver) {
+        const std::lock_guard guard{lock};
+        if (device < pads && interface < interfaces) {
+            if (receivers[device][interface]) {
+                return false;
+            }
+            receivers[device][interface] = receiver;
+        }
+        return true;
+    }
+
+    void remove(unsigned int device, unsigned int interface) {
+        const std::lock_guard guard{lock};
+        if (device < pads && interface < interfaces) {
+            receivers[device][interface] = nullptr;
+        }
+    }
+
+    // None of them is called any more.
+    void end_receivers() {
+        std::vector<std::shared_ptr<receiver_state>> ended;
+        {
+            const std::lock_guard guard{lock};
+            for (auto& of_pad : receivers) {
+                for (auto& one : of_pad) {
+                    if (one) {
+                        ended.push_back(std::exchange(one, nullptr));
+                    }
+                }
+            }
+        }
+        for (const auto& one : ended) {
+            const std::lock_guard running{one->running};
+            if (one->on_ended) {
+                one->on_ended();
+            }
+        }
     }
 };
 
@@ -337,24 +383,24 @@ class session {
         {
             const std::lock_guard guard{detail::the_hub().lock};
             if (detail::the_hub().has_session) {
-                throw std::logic_error{"vxpadcom: there is a session already"};
+                throw error{VXPCEC_INVALID_PARAMETER, "session", "there is one already in this process"};
             }
             detail::the_hub().has_session = true;
         }
-        search();
+        try {
+            search();
+        } catch (...) {
+            close();
+            throw;
+        }
     }
     session(const session&) = delete;
     session& operator=(const session&) = delete;
-    ~session() {
-        Deinitialize();
-        const std::lock_guard guard{detail::the_hub().lock};
-        detail::the_hub().on_removed = nullptr;
-        detail::the_hub().on_log = nullptr;
-        detail::the_hub().has_session = false;
-    }
+    ~session() { close(); }
 
-    // Searches again. What was a pad before may be another one now, and no report of before comes any more.
+    // Searches again. What was a pad before may be another one now, and all receiving has ended.
     void search() {
+        detail::the_hub().end_receivers();
         Initialize();
         SetOnDeviceRemovedHandler(detail::on_removed, nullptr);
         register_log();
@@ -385,10 +431,25 @@ class session {
     std::vector<pad>::const_iterator begin() const { return pads_.begin(); }
     std::vector<pad>::const_iterator end() const { return pads_.end(); }
     const pad& operator[](std::size_t number) const { // from 1, as vxpadctl counts them
-        return pads_.at(number - 1);
+        if (number == 0 || number > pads_.size()) {
+            throw error{VXPCEC_INVALID_HANDLE, "session",
+                        "there is no pad " + std::to_string(number) +
+                            (pads_.empty() ? ": none was found" : ": only 1 to " + std::to_string(pads_.size())) +
+                            " ('vxpadctl list' tells why)"};
+        }
+        return pads_[number - 1];
     }
 
   private:
+    static void close() {
+        detail::the_hub().end_receivers();
+        Deinitialize();
+        const std::lock_guard guard{detail::the_hub().lock};
+        detail::the_hub().on_removed = nullptr;
+        detail::the_hub().on_log = nullptr;
+        detail::the_hub().has_session = false;
+    }
+
     template <class Function> static std::shared_ptr<const Function> shared(Function function) {
         return function ? std::make_shared<const Function>(std::move(function)) : nullptr;
     }
@@ -406,24 +467,27 @@ class session {
 
 // Calls a function with each input report of an interface, always 64 bytes, on a thread of the library, as long as it
 // lives; so the function must not throw, nor end its own receiver. Only one receiver for an interface at a time.
+// on_removed is called, perhaps several times, when the pad is found unplugged; on_ended when the session ends or
+// searches again. Nothing comes any more then.
 class receiver {
   public:
     receiver(pad from, std::function<void(bytes)> on_report, unsigned int interface = 0,
-             std::function<void()> on_removed = {})
+             std::function<void()> on_removed = {}, std::function<void()> on_ended = {})
         : device_{from.number()}, interface_{interface}, state_{std::make_shared<detail::receiver_state>()} {
         state_->on_report = std::move(on_report);
         state_->on_removed = std::move(on_removed);
-        if (device_ < detail::hub::pads && interface_ < detail::hub::interfaces) {
-            const std::lock_guard guard{detail::the_hub().lock};
-            auto& slot = detail::the_hub().receivers[device_][interface_];
-            if (slot) {
-                throw std::logic_error{"vxpadcom: this interface is being received from"};
-            }
-            slot = state_;
+        state_->on_ended = std::move(on_ended);
+        if (interface_ > 0 && interface_ >= from.interface_count()) { // of which nothing would ever come
+            throw error{VXPCEC_INVALID_PARAMETER, "receiver", "there is no " + named()};
+        }
+        if (!detail::the_hub().add(device_, interface_, state_)) {
+            throw error{VXPCEC_INVALID_PARAMETER, "receiver", named() + " is being received from already"};
         }
         try {
             detail::check(SetOnDataReceivedHandler(device_, interface_, detail::on_data, nullptr));
-            detail::check(SetDataReceivingEnabled(device_, interface_, 1));
+            if (SetDataReceivingEnabled(device_, interface_, 1) != 0) { // names no record
+                throw error{VXPCEC_UNKNOWN, "SetDataReceivingEnabled", named() + " cannot be received from"};
+            }
         } catch (...) {
             stop();
             throw;
@@ -434,16 +498,20 @@ class receiver {
     ~receiver() { stop(); }
 
   private:
+    std::string named() const {
+        return "interface " + std::to_string(interface_) + " of pad " + std::to_string(device_);
+    }
+
     void stop() {
-        SetDataReceivingEnabled(device_, interface_, 0);
-        SetOnDataReceivedHandler(device_, interface_, nullptr, nullptr);
-        if (device_ < detail::hub::pads && interface_ < detail::hub::interfaces) {
-            const std::lock_guard guard{detail::the_hub().lock};
-            detail::the_hub().receivers[device_][interface_] = nullptr;
+        if (detail::the_hub().receiver(device_, interface_) == state_) {
+            SetDataReceivingEnabled(device_, interface_, 0);
+            SetOnDataReceivedHandler(device_, interface_, nullptr, nullptr);
+            detail::the_hub().remove(device_, interface_);
         }
         const std::lock_guard running{state_->running};
         state_->on_report = {};
         state_->on_removed = {};
+        state_->on_ended = {};
     }
 
     unsigned int device_;
@@ -457,23 +525,26 @@ class reception {
     static constexpr std::size_t most_waiting = 100000; // beyond them the oldest are lost
 
     explicit reception(pad from, unsigned int interface = 0)
-        : number_{from.number()}, receiver_{from, [this](bytes report) { put(report); }, interface,
-                                            [this] { set_removed(); }} {}
+        : receiver_{from, [this](bytes report) { put(report); }, interface,
+                    [this, from] { end("pad " + std::to_string(from.number()) + " was removed"); },
+                    [this] { end("the session has ended, or searched again"); }} {}
 
-    // Waits for the next report, at most so long; nothing where none has come. Throws when the pad was removed.
+    // Waits for the next report, at most so long; nothing where none has come. Throws when no more can come, because
+    // the pad was removed or the session has ended.
     std::optional<byte_buffer> next(std::chrono::milliseconds patience) {
-        return next_until(std::chrono::steady_clock::now() + patience);
+        constexpr std::chrono::hours longest{24 * 365}; // what a clock can add
+        return next_until(std::chrono::steady_clock::now() + std::min<std::chrono::milliseconds>(patience, longest));
     }
     std::optional<byte_buffer> next_until(std::chrono::steady_clock::time_point deadline) {
         std::unique_lock guard{lock_};
-        changed_.wait_until(guard, deadline, [this] { return !reports_.empty() || is_removed_; });
+        changed_.wait_until(guard, deadline, [this] { return !reports_.empty() || !end_.empty(); });
         if (!reports_.empty()) {
             byte_buffer report = std::move(reports_.front());
             reports_.pop_front();
             return report;
         }
-        if (is_removed_) {
-            throw error{VXPCEC_INVALID_HANDLE, "reception", "pad " + std::to_string(number_) + " was removed"};
+        if (!end_.empty()) {
+            throw error{VXPCEC_INVALID_HANDLE, "reception", end_};
         }
         return std::nullopt;
     }
@@ -494,9 +565,11 @@ class reception {
         changed_.notify_all();
     }
 
-    void set_removed() {
+    void end(const std::string& why) {
         const std::lock_guard guard{lock_};
-        is_removed_ = true;
+        if (end_.empty()) {
+            end_ = why;
+        }
         changed_.notify_all();
     }
 
@@ -504,8 +577,7 @@ class reception {
     std::condition_variable changed_;
     std::deque<byte_buffer> reports_;
     std::size_t lost_ = 0;
-    bool is_removed_ = false;
-    unsigned int number_;
+    std::string end_;   // why nothing comes any more
     receiver receiver_; // the last: it calls the others
 };
 

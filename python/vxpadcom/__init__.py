@@ -13,17 +13,20 @@ Reports are bytes without a report id. What fails raises PadError. Everything ma
 """
 
 from ._errors import ErrorCode, PadError, PadRemovedError
-from ._library import library_path
+from ._library import library_path, library_version
 from .layout import Field, Layout
 from .pad import Pad, Upload
 from .reception import Reception
 from .recording import Packet, Recording
-from .session import Session, open
+from .session import NoPadError, Session, open
+
+__version__ = "0.1.0"
 
 __all__ = [
     "ErrorCode",
     "Field",
     "Layout",
+    "NoPadError",
     "Packet",
     "Pad",
     "PadError",
@@ -33,5 +36,6 @@ __all__ = [
     "Session",
     "Upload",
     "library_path",
+    "library_version",
     "open",
 ]

@@ -25,7 +25,10 @@ def library_path() -> str:
     return os.environ.get("VXPADCOM_LIBRARY") or "libvxpadcom.so.0"
 
 
-library = ctypes.CDLL(library_path())
+try:
+    library = ctypes.CDLL(library_path())
+except OSError as _error:
+    raise ImportError(f"{_error}: install libvxpadcom, or name the file in VXPADCOM_LIBRARY") from None
 
 _texts = [_uint, _text, ctypes.c_int, _uint_out]
 _number = [_uint, _uint_out]
@@ -61,6 +64,16 @@ for _name, _arguments in _prototypes.items():
     getattr(library, _name).restype = ctypes.c_int
 
 
+library.vxpadcom_version.argtypes = []
+library.vxpadcom_version.restype = ctypes.c_char_p
+
+
+def library_version() -> str:
+    """The version of the library that is loaded."""
+    version: bytes = library.vxpadcom_version()
+    return version.decode()
+
+
 def read_text(function: Callable[..., int], *arguments: int) -> Tuple[int, str]:
     """Result and text of a function that writes text. Letters beyond ASCII come from a pad as U+FFFF."""
     units = (ctypes.c_uint16 * MAX_STRING_LENGTH)()
@@ -70,9 +83,7 @@ def read_text(function: Callable[..., int], *arguments: int) -> Tuple[int, str]:
 
 
 def error_of(handle: int) -> PadError:
-    """The failure whose record a call has returned; -1 is a receiving that cannot be started."""
-    if handle < 0:
-        return PadError(-1, "SetDataReceivingEnabled", "receiving cannot be started")
+    """The failure whose record a call has returned."""
     code = _uint()
     library.GetExceptionCode(handle, code)
     _, function = read_text(library.GetExceptionName, handle)

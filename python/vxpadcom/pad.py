@@ -5,7 +5,7 @@ from __future__ import annotations
 import ctypes
 from typing import TYPE_CHECKING, Callable, NamedTuple, Optional
 
-from ._errors import PadError, PadRemovedError
+from ._errors import PadRemovedError
 from ._library import ALL_INTERFACES, error_of, library, read_text
 from .reception import Reception
 
@@ -13,6 +13,7 @@ if TYPE_CHECKING:
     from .session import Session
 
 _PIECES_BETWEEN_PROGRESS = 1024
+_LONGEST_MS = 0x7FFFFFFF
 
 
 class Upload(NamedTuple):
@@ -105,20 +106,28 @@ class Pad:
         self.check(library.ReadFile(self.number, interface, room, len(room), reply))
         return room.raw[1:] if reply.value else None
 
-    def receive(self, interface: int = 0, timeout: Optional[float] = None) -> Reception:
-        """The input reports as they come. With a timeout, so many seconds without one raise TimeoutError."""
-        return Reception(self, interface, timeout)
+    def receive(
+        self, interface: int = 0, timeout: Optional[float] = None, seconds: Optional[float] = None
+    ) -> Reception:
+        """The input reports as they come, also the pen data of a pad that speaks SSP.
+
+        With a timeout, so many seconds without one raise TimeoutError. With seconds, all ends after so many.
+        """
+        return Reception(self, interface, timeout, seconds)
 
     def upload(
         self, data: bytes, interfaces: int = ALL_INTERFACES, progress: Optional[Callable[[Upload], None]] = None
     ) -> Upload:
         """Sends data over several interfaces at once, bit i of interfaces being interface i.
 
-        progress is called between parts. An upload that ends early has sent less than its total.
+        progress is called between parts. An upload that ends early has sent less than its total; the next one begins
+        with its own first byte.
         """
         payload = self.report_size()
         part = payload * (_PIECES_BETWEEN_PROGRESS if progress else max(1, len(data)))
         sent = 0
+        # Too short to be sent: it takes back the position that an upload which ended early has left.
+        self.check(library.WriteFileBuffer(self.number, interfaces, b"\0", 1, ctypes.c_uint()))
         for start in range(0, len(data), part):
             length = min(part, len(data) - start)
             pieces = [
@@ -141,6 +150,7 @@ class Pad:
     def receive_ssp(self, timeout: float = 1.0, interface: int = 0, size: int = 4096) -> bytes:
         """One SSP message of at most size bytes that is no pen data; a failure where none comes in so many seconds."""
         room = ctypes.create_string_buffer(size)
+        limit = min(max(round(timeout * 1000), 0), _LONGEST_MS)
         reply = ctypes.c_uint()
-        self.check(library.ReceiveSspMessage(self.number, interface, room, size, round(timeout * 1000), reply))
+        self.check(library.ReceiveSspMessage(self.number, interface, room, size, limit, reply))
         return room.raw[: reply.value]

@@ -15,6 +15,10 @@ from .pad import Pad
 from .reception import Reception
 
 
+class NoPadError(PadError, IndexError):
+    """There is no pad of that number."""
+
+
 class Session:
     """The pads that were found: iterate, or take session[1], session[2] ..., the numbers of `vxpadctl list`."""
 
@@ -34,7 +38,9 @@ class Session:
 
     def __getitem__(self, number: int) -> Pad:
         if not 1 <= number <= len(self._pads):
-            raise IndexError(f"there is no pad {number}")
+            there = f"only 1 to {len(self._pads)}" if self._pads else "none was found"
+            message = f"there is no pad {number}: {there} ('vxpadctl list' tells why)"
+            raise NoPadError(ErrorCode.INVALID_HANDLE, "", message)
         return self._pads[number - 1]
 
     def search(self) -> None:
@@ -67,13 +73,17 @@ class Session:
     def start(self, reception: Reception) -> None:
         """Has an interface received from."""
         number, interface = key = reception.pad.number, reception.interface
+        if interface > 0 and interface >= reception.pad.interface_count:  # nothing would ever come of it
+            raise PadError(ErrorCode.INVALID_PARAMETER, "", f"there is no interface {interface} of pad {number}")
         with self._lock:
             if key in self._receptions:
                 raise RuntimeError(f"{reception.pad}: interface {interface} is being received from")
             self._receptions[key] = reception
         try:
             reception.pad.check(library.SetOnDataReceivedHandler(number, interface, _data_callback, None))
-            reception.pad.check(library.SetDataReceivingEnabled(number, interface, 1))
+            if library.SetDataReceivingEnabled(number, interface, 1) != 0:  # names no record
+                message = f"interface {interface} of pad {number} cannot be received from"
+                raise PadError(ErrorCode.UNKNOWN, "SetDataReceivingEnabled", message)
         except PadError:
             self.stop(reception)
             raise

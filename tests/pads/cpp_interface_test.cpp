@@ -28,7 +28,11 @@ class CppInterface : public testing::Test {
 };
 
 unsigned long number_in(const vxpadcom::byte_buffer& report) {
-    return report[8] | report[9] << 8 | report[10] << 16 | static_cast<unsigned long>(report[11]) << 24;
+    unsigned long number = 0;
+    for (const std::size_t at : {11u, 10u, 9u, 8u}) {
+        number = number << 8 | report[at];
+    }
+    return number;
 }
 
 TEST_F(CppInterface, PadsTellWhoTheyAre) {
@@ -41,12 +45,35 @@ TEST_F(CppInterface, PadsTellWhoTheyAre) {
     EXPECT_EQ(pad.report_size(), 64u);
     EXPECT_NE(pad.vendor_id(), 0u);
     EXPECT_NE(pad.product_id(), 0u);
-    EXPECT_THROW(static_cast<void>(session[0]), std::out_of_range);
-    EXPECT_THROW(static_cast<void>(session[3]), std::out_of_range);
+    EXPECT_EQ(pad, vxpadcom::pad{1});
+    EXPECT_NE(pad, session[2]);
+}
+
+// What an action's exception says.
+template <class Action> std::string failure_of(Action action) {
+    try {
+        action();
+    } catch (const vxpadcom::error& error) {
+        return error.what();
+    }
+    return "nothing is thrown";
+}
+
+TEST_F(CppInterface, APadThatIsNotThereIsToldInASentence) {
+    EXPECT_EQ(failure_of([&] { static_cast<void>(session[0]); }),
+              "session: there is no pad 0: only 1 to 2 ('vxpadctl list' tells why)");
+    EXPECT_EQ(failure_of([&] { static_cast<void>(session[3]); }),
+              "session: there is no pad 3: only 1 to 2 ('vxpadctl list' tells why)");
+    emulator::request("unplug 1");
+    emulator::request("unplug 2");
+    session.search();
+    EXPECT_EQ(failure_of([&] { static_cast<void>(session[1]); }),
+              "session: there is no pad 1: none was found ('vxpadctl list' tells why)");
 }
 
 TEST_F(CppInterface, OnlyOneSessionAtATime) {
-    EXPECT_THROW(vxpadcom::session{}, std::logic_error);
+    EXPECT_THROW(vxpadcom::session{}, vxpadcom::error);
+    EXPECT_EQ(session[1].serial_number(), "A1") << "it does no harm to the one that there is";
 }
 
 TEST_F(CppInterface, TextBecomesUtf8) {
@@ -149,7 +176,8 @@ TEST_F(CppInterface, AReceiverCallsUntilItsEnd) {
                                         EXPECT_EQ(report.size(), 64u);
                                         ++calls;
                                     }};
-        EXPECT_THROW(vxpadcom::reception{session[1]}, std::logic_error);
+        EXPECT_EQ(failure_of([&] { vxpadcom::reception{session[1]}; }),
+                  "receiver: interface 0 of pad 1 is being received from already");
         emulator::request("play 1 loop 500");
         ASSERT_TRUE(pads::wait_for([&] { return calls >= 20; }));
     }
@@ -162,6 +190,9 @@ TEST_F(CppInterface, AReceiverCallsUntilItsEnd) {
 
 TEST_F(CppInterface, AReceiverThatCannotStartLeavesNothingBehind) {
     EXPECT_THROW((vxpadcom::reception{session[1], 9}), vxpadcom::error);
+    EXPECT_EQ(failure_of([&] { vxpadcom::reception(session[1], 7); }), "receiver: there is no interface 7 of pad 1");
+    EXPECT_EQ(failure_of([&] { vxpadcom::reception(vxpadcom::pad{3}); }),
+              "SetDataReceivingEnabled: interface 0 of pad 3 cannot be received from");
     EXPECT_THROW(vxpadcom::reception{vxpadcom::pad{9}}, vxpadcom::error);
     EXPECT_NO_THROW(vxpadcom::reception{session[1]});
 }
@@ -185,6 +216,20 @@ TEST_F(CppInterface, ARemovalIsTold) {
     }));
     EXPECT_THROW(session[1].get_feature(), vxpadcom::error);
     session.on_removed({});
+}
+
+TEST_F(CppInterface, ASearchEndsReceiving) {
+    vxpadcom::reception reports{session[1]};
+    std::atomic<int> ends = 0;
+    const vxpadcom::receiver receiver{session[1], [](vxpadcom::bytes) {}, 1, {}, [&] { ++ends; }};
+    session.search();
+    EXPECT_EQ(ends, 1);
+    EXPECT_EQ(failure_of([&] { reports.next(std::chrono::milliseconds::max()); }),
+              "reception: the session has ended, or searched again");
+    vxpadcom::reception again{session[1]};
+    { const vxpadcom::reception of_the_other_interface{session[1], 1}; }
+    emulator::request("input 1 0 01");
+    EXPECT_TRUE(again.next(5s));
 }
 
 TEST_F(CppInterface, MessagesAreToldAcrossSearches) {

@@ -1,4 +1,7 @@
 import logging
+import os
+import subprocess
+import sys
 import threading
 
 import pytest
@@ -18,8 +21,28 @@ def test_a_pad_tells_who_it_is(pads):
 def test_there_is_no_pad_0_and_none_beyond_the_last(pads):
     assert len(pads) == 3
     for number in (0, -1, 4):
-        with pytest.raises(IndexError):
+        with pytest.raises(IndexError) as failure:
             pads[number]
+        assert isinstance(failure.value, vxpadcom.PadError)
+        assert str(failure.value) == f"there is no pad {number}: only 1 to 3 ('vxpadctl list' tells why)"
+
+
+def test_that_no_pad_was_found_is_told(pads, emulator):
+    for number in (1, 2, 3):
+        emulator(f"unplug {number}")
+    pads.search()
+    with pytest.raises(vxpadcom.NoPadError, match="there is no pad 1: none was found"):
+        pads[1]
+
+
+def test_a_library_that_is_missing_is_named():
+    code = subprocess.run(
+        [sys.executable, "-c", "import vxpadcom"],
+        env={**os.environ, "VXPADCOM_LIBRARY": "/nowhere/libvxpadcom.so.0"}, capture_output=True, text=True,
+    )
+    assert code.returncode == 1
+    assert code.stderr.splitlines()[-1].startswith("ImportError: /nowhere/libvxpadcom.so.0: ")
+    assert "install libvxpadcom" in code.stderr
 
 
 def test_feature_reports_go_there_and_back(pads):
@@ -109,6 +132,17 @@ def test_an_upload_to_a_pad_that_is_pulled_is_not_complete(pads, emulator):
         pads[1].get_feature()
 
 
+def test_an_upload_begins_anew_after_one_that_was_broken_off(pads, emulator):
+    emulator("fault 1 unplug,on=set-feature,after=100")
+    broken = pads[1].upload(bytes(200_000))
+    assert broken.sent < broken.total
+    emulator("clear-faults 1")
+    emulator("plug 1")
+    pads.search()
+    assert pads[1].upload(bytes(200_000)) == (200_000, 200_000)
+    assert "received=3125 " in emulator("uploads 1")
+
+
 @pytest.mark.parametrize("number", [2, 3])
 def test_ssp_messages_go_there_and_back(pads, number):
     pads[number].send_ssp(bytes.fromhex("00000010"))  # which components are there?
@@ -119,6 +153,8 @@ def test_a_time_out_of_ssp_is_a_failure(pads):
     with pytest.raises(vxpadcom.PadError) as failure:
         pads[3].receive_ssp(timeout=0.05)
     assert failure.value.function == "ReceiveSspMessage"
+    with pytest.raises(vxpadcom.PadError):
+        pads[3].receive_ssp(timeout=-1)  # no time at all
 
 
 def test_messages_reach_a_logger(emulator, caplog):
