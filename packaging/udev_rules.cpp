@@ -1,8 +1,7 @@
 // Writes the udev rules that let the user at the seat open the pads of the id header.
 #include "../src/transport/usb_id_tables.hpp"
+#include "udev_rule.hpp"
 
-#include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -10,30 +9,19 @@
 
 namespace {
 
-// Where a maker is given, for devices whose manufacturer string begins with that name.
-void write_rule(std::ostream& out, std::uint32_t vendor, std::uint32_t product, std::string_view maker = {}) {
-    char ids[64];
-    std::snprintf(ids, sizeof ids, R"(ATTR{idVendor}=="%04x", ATTR{idProduct}=="%04x", )", vendor, product);
-    out << ids;
-    if (!maker.empty()) {
-        out << R"(ATTR{manufacturer}==")" << maker << R"(*", )";
-    }
-    out << R"(MODE="0660", TAG+="uaccess")" << '\n';
-}
-
 void write_rules(std::ostream& out) {
     out << "# USB signature pads: access for the user at the seat, for nobody else. Generated from the library's ids.\n"
            "ACTION==\"remove\", GOTO=\"vxpadcom_end\"\n"
            "SUBSYSTEM!=\"usb\", GOTO=\"vxpadcom_end\"\n"
            "ENV{DEVTYPE}!=\"usb_device\", GOTO=\"vxpadcom_end\"\n";
     for (const usb_id_tables::Pair& pair : usb_id_tables::hid_pairs) {
-        write_rule(out, pair.vendor_id, pair.product_id);
+        out << udev_rule::for_pad(pair.vendor_id, pair.product_id) << '\n';
     }
     for (const usb_id_tables::Pair& pair : usb_id_tables::vcom_pairs) {
-        write_rule(out, pair.vendor_id, pair.product_id);
+        out << udev_rule::for_pad(pair.vendor_id, pair.product_id) << '\n';
     }
     for (const std::string_view maker : usb_ids::vcom_named_makers) {
-        write_rule(out, usb_ids::vcom_named_vendor, usb_ids::vcom_named_product, maker);
+        out << udev_rule::for_pad(usb_ids::vcom_named_vendor, usb_ids::vcom_named_product, maker) << '\n';
     }
     out << "LABEL=\"vxpadcom_end\"\n";
 }
