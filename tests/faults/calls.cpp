@@ -2,6 +2,7 @@
 
 #include "standins.hpp"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <hidapi/hidapi.h>
@@ -11,6 +12,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -407,6 +409,9 @@ const Entry entries[] = {
     COMPLAINING(pthread_cond_broadcast, locks, failure_itself),
     COMPLAINING(pthread_cond_destroy, locks, failure_itself),
     {"open", address(&open_file)},
+    REFUSED(opendir, files, nullptr),
+    REFUSED(fstat, files, -1),
+    REFUSED(stat, files, -1),
     REFUSED(read, files, -1),
     REFUSED(write, files, -1),
     COMPLAINING(close, files, -1),
@@ -423,11 +428,12 @@ const Entry entries[] = {
 // They cannot fail, or only for whoever calls them wrongly, or none of the exported functions that are tried here leads
 // to them: these stand in the second half.
 constexpr std::string_view left_alone[] = {
-    "abort", "bcmp", "btowc", "dladdr", "environ", "exit", "getenv", "gnu_get_libc_version", "hid_close", "hid_error",
-    "hid_free_enumeration", "libusb_close", "libusb_error_name", "libusb_free_config_descriptor",
-    "libusb_free_device_list", "libusb_ref_device", "libusb_set_debug", "libusb_unref_device", "memcmp", "memcpy",
-    "memmove", "memset", "round", "setlocale", "snprintf", "stderr", "stdout", "strcat", "strcmp", "strerror_r",
-    "strftime", "strlen", "strncat", "strncmp", "strnlen", "strtol", "atoi", "syscall", "syslog", "vsnprintf", "wctob",
+    "abort", "bcmp", "btowc", "closedir", "dladdr", "environ", "exit", "getenv", "gnu_get_libc_version", "hid_close",
+    "hid_error", "hid_free_enumeration", "libusb_close", "libusb_error_name", "libusb_free_config_descriptor",
+    "libusb_free_device_list", "libusb_ref_device", "libusb_set_debug", "libusb_unref_device", "memchr", "memcmp",
+    "memcpy", "memmove", "memset", "readdir", "round", "secure_getenv", "setlocale", "snprintf", "stderr", "stdout",
+    "strcat", "strcmp", "strerror_r", "strftime", "strlen", "strncat", "strncmp", "strnlen", "strtol", "atoi",
+    "syscall", "syslog", "vsnprintf", "wctob",
     //
     "pthread_cond_signal", "pthread_cond_timedwait", "pthread_detach", "pthread_join", "pthread_key_create",
     "pthread_kill", "pthread_mutexattr_init", "pthread_mutexattr_setpshared", "pthread_once", "pthread_setspecific"};

@@ -188,7 +188,12 @@ struct Lines {
     std::string most_said;
     unsigned int times = 0;
     std::string last;
+    bool has_end_of_process = false; // the line with which it ends where there is no memory
 };
+
+bool is_end_of_process(std::string_view kind) {
+    return kind.starts_with("error: ") && kind.find("alloc(): Cannot allocate memory") != std::string_view::npos;
+}
 
 Lines lines_of(std::string_view text) {
     std::map<std::string, unsigned int> times;
@@ -201,6 +206,7 @@ Lines lines_of(std::string_view text) {
             continue;
         }
         lines.last = kind;
+        lines.has_end_of_process = lines.has_end_of_process || is_end_of_process(kind);
         if (const unsigned int said = ++times[kind]; said > lines.times) {
             lines.times = said;
             lines.most_said = kind;
@@ -341,7 +347,7 @@ Outcome go_to_the_end(const Scenario& scenario, const Plan& plan, const Errors& 
         Run run(false);
         scenario.run(run);
         if (came_true()) { // another thread may be about to end the process
-            std::this_thread::sleep_for(std::chrono::milliseconds(500));
+            std::this_thread::sleep_for(longest_case / 4);
         }
         _exit(came_true() ? went_on : 0);
     }
@@ -364,8 +370,7 @@ Outcome go_to_the_end(const Scenario& scenario, const Plan& plan, const Errors& 
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 1) {
         outcome.findings.push_back("ends with the status " + std::to_string(status));
     }
-    const std::string_view last = outcome.lines.last;
-    if (!last.starts_with("error: ") || last.find("alloc(): Cannot allocate memory") == std::string_view::npos) {
+    if (!outcome.lines.has_end_of_process) { // behind it another thread may still say something
         outcome.findings.push_back("ends with the line: " + outcome.lines.last);
     }
     return outcome;

@@ -1,11 +1,13 @@
 // Layouts as any text, and what they find in a packet.
 //
 // Two packets (counted), then the text. A layout that is taken is the same when written again and when read from a
-// file, a line for each field; a field's number is what its bytes say, one by one. A picture of the packets has all
-// their points and is whole.
+// file, a line for each field; a field's number is what its bytes say, one by one, and so do a table and an object of
+// the packets. A picture of them has all their points and is whole.
 #include "file.hpp"
 #include "input.hpp"
 #include "layout.hpp"
+#include "packet_export.hpp"
+#include "packet_lines.hpp"
 #include "signature_plot.hpp"
 
 #include <algorithm>
@@ -53,6 +55,25 @@ std::optional<std::int64_t> number_in(const fuzz::Bytes& packet, const Field& fi
     }
     const bool is_negative = name[0] == 'i' && (number >> (8 * size - 1)) != 0;
     return is_negative ? number - (std::int64_t{1} << 8 * size) : number;
+}
+
+void check_table(const std::vector<emulator::RecordedPacket>& packets, const Layout& layout) {
+    vxpadctl::Exporter table{vxpadctl::csv_format, layout};
+    vxpadctl::Exporter objects{vxpadctl::json_format, layout};
+    for (const emulator::RecordedPacket& packet : packets) {
+        if (packet.bytes.empty()) {
+            continue;
+        }
+        std::string row = vxpadctl::time_text(packet.at);
+        std::string object = "{\"time\": " + row;
+        for (const Field& field : layout) {
+            const auto number = number_in(packet.bytes, field);
+            row += "," + (number ? std::to_string(*number) : "");
+            object += ", \"" + field.name + "\": " + (number ? std::to_string(*number) : "null");
+        }
+        fuzz::require(table.take({}, packet).ends_with(row + "\n"), "a row of the same numbers");
+        fuzz::require(objects.take({}, packet).ends_with(object + "}"), "an object of the same numbers");
+    }
 }
 
 void check_picture(const std::vector<emulator::RecordedPacket>& packets, const Layout& layout) {
@@ -110,6 +131,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
     }
     using namespace std::chrono_literals;
+    check_table({{0us, first}, {1us, second}, {2us, first}}, *layout);
     check_picture({{0us, first}, {1us, second}, {2us, first}}, *layout);
     return 0;
 }

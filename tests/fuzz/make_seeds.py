@@ -135,6 +135,8 @@ seed("recordings", "odd_digits", [1], HEAD, "0 505\n")
 seed("recordings", "late_header", [1], HEAD, "0 50\nmaker A\n")
 seed("recordings", "too_long", [1], HEAD, "packet-size 1\n0 5050\n")
 seed("recordings", "line_ends", [1], HEAD.replace("\n", "\r\n"), "\t0\t50\r\n")
+seed("recordings", "strokes", [1], HEAD, "0 010203\n1 020304\n2 020300\n3 02\n4 050607\n5 ff\n6 0506070\n")
+seed("recordings", "no_utf8", [1], HEAD.encode(), b"maker \xff\xed\xa0\x80 \x1b\\x1b\\\\ \"<&>\xef\xbf\xbf\nserial \xe2\x82\n0 010203\n")
 seed("recordings", "huge_numbers", [1], HEAD, "packet-size 99999999999999999999\n18446744073709551616 00\n")
 seed("recordings", "recorder", [0], counted("ACME\n\x1b"), struct.pack(">I", 0), counted(b"\x50\x01"),
      struct.pack(">I", 1998), counted(b"\xff" * 64))
@@ -152,6 +154,12 @@ for name, text in (("strokes", "# two\n1 2 3\n4 5 6\n\n7 8 9\n"), ("lifted", "1 
                    ("too_few", "1 2\n"), ("too_large", "1 2 65536\n"), ("zeros", "0000000000000000000001 0 65535"),
                    ("blanks", " 1\t2  3 \r\n"), ("no_digits", "1 2 x"), ("sign", "1 2 +3")):
     seed("signatures", name, text)
+
+# Files of ids.
+for name, text in (("whole", "# mine\n1234 abcd hid 16 Counter pad\n\n0x1 0XF vcom 17 Z\xe4hler\r\n1235 1 hid 8"),
+                   ("empty", ""), ("comments", "#\n  # 1 1 hid 16\n\t\n"), ("wrong", "1 1 usb 16\n1 1 hid 14\n1 1 hid\n1 1\n1\nx"),
+                   ("twice", "1 1 hid 16\n1 1 hid 16\n"), ("bad_lines", "x\n" * 30), ("no_end", "1 1 hid 16 name")):
+    seed("id_files", name, [0, 1, 30, 255], text)
 
 # Control requests: every one, in several orders.
 for name, lines in {
@@ -215,3 +223,30 @@ seed("usbfs_requests", "wrong_interfaces", request(OPEN), *(request(o, interface
 seed("usbfs_requests", "raw", [3], counted(b"\x00" * 50), [3], counted(b"\xff" * 64))
 seed("usbfs_requests", "payload", request(OPEN, argument=1),
      request(SUBMIT, shape=0x80 | shape(BULK, 1), endpoint=2, payload=bytes(100)))
+
+# Requests of the bridge's clients, and heads of strangers.
+for name, text in {
+    "list": '{"id":1,"ask":"list"}',
+    "info": '{"id":9007199254740992,"ask":"info","pad":4294967295}',
+    "get_feature": '{"id":1,"ask":"get-feature","pad":1,"interface":31,"size":4096}',
+    "set_feature": '{"id":1,"ask":"set-feature","pad":1,"bytes":"00ffA5"}',
+    "write": '{"bytes":"00","interface":0,"pad":1,"ask":"write","id":0}',
+    "start": '{"id":1,"ask":"start","pad":1,"layout":"x=2:u16le,y=4:i32be"}',
+    "stop": '{"id":1,"ask":"stop","pad":1}',
+    "upload": '{"id":1,"ask":"upload","pad":1,"interfaces":[0,31],"size":16777216}',
+    "not_whole": '{"id":1,"ask":"',
+    "nothing_known": '{"id":1,"ask":"\\u0000","pad":-1e99,"":null}',
+    "deep": "[" * 200,
+    "no_utf8": b'{"id":1,"ask":"\xff\xfe"}',
+    "origin": "https://counter.example:8443",
+    "local_origin": "http://[::1]:3000",
+}.items():
+    seed("bridge_requests", name, [1], text)
+HOST, ORIGIN, TARGET = counted("127.0.0.1:7429"), counted("https://counter.example"), "/pads?token=0123456789abcdef"
+seed("bridge_requests", "pads", [2 + 4 + 16], HOST, ORIGIN, counted("GET"), counted(""), TARGET)
+seed("bridge_requests", "page", [4], counted("LOCALHOST:7429"), counted("GET"), counted("document"), TARGET.replace("pads", ""))
+seed("bridge_requests", "frame", [4], counted("[::1]:7429"), counted("GET"), counted("iframe"), TARGET.replace("pads", ""))
+seed("bridge_requests", "own_origin", [2 + 4 + 16], HOST, counted("http://localhost:7429"), counted("GET"), counted(""),
+     "/pads?&a=b&token=0123456789abcdef&")
+seed("bridge_requests", "two_hosts", [2 + 8], HOST, HOST, counted("GET"), counted(""), TARGET)
+seed("bridge_requests", "nothing", [2], counted("POST"), counted(""), "*")

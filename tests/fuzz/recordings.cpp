@@ -5,6 +5,7 @@
 // come in between, and broken off behind a packet it is a recording up to there. What the recorder wrote is read back.
 #include "file.hpp"
 #include "input.hpp"
+#include "packet_export.hpp"
 #include "recording_file.hpp"
 #include "text.hpp"
 
@@ -13,6 +14,7 @@
 #include <chrono>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 
 namespace {
 
@@ -56,7 +58,63 @@ std::string with_comments(const std::string& text) {
     return result;
 }
 
+std::size_t count(std::string_view text, std::string_view what) {
+    std::size_t found = 0;
+    for (auto at = text.find(what); at != std::string_view::npos; at = text.find(what, at + what.size())) {
+        ++found;
+    }
+    return found;
+}
+
+void require_text(std::string_view text) {
+    while (!text.empty()) {
+        const auto character = emulator::take_character(text);
+        fuzz::require(character && (*character >= U' ' || *character == U'\n'), "text that every program may see");
+    }
+}
+
+struct Exported {
+    std::string text;
+    std::size_t packets = 0;
+};
+
+// As far as there are packets.
+Exported exported(const std::string& text, vxpadctl::ExportFormat format, const char* layout) {
+    vxpadctl::Exporter exporter{format, vxpadctl::parse_layout(layout)};
+    Exported result;
+    try {
+        vxpadctl::read_packets(fuzz::File::holding(text),
+                               [&](const vxpadctl::RecordedPad& pad, const RecordedPacket& packet) {
+                                   result.text += exporter.take(pad, packet);
+                                   ++result.packets;
+                               });
+    } catch (const std::runtime_error&) {
+        // what came before it is to be whole all the same
+    }
+    result.text += exporter.end();
+    require_text(result.text);
+    fuzz::require(exporter.too_short() <= result.packets, "packets that are too short");
+    return result;
+}
+
+void check_exports(const std::string& text) {
+    const char* layout = "x=0:u8,y=1:u8,pressure=2:u8";
+    const Exported csv = exported(text, vxpadctl::csv_format, layout);
+    fuzz::require(count(csv.text, "\n") == csv.packets + (csv.packets > 0 ? 1 : 0), "a line for each packet");
+    fuzz::require(count(csv.text, ",") == 3 * count(csv.text, "\n"), "columns");
+    const Exported json = exported(text, vxpadctl::json_format, layout);
+    fuzz::require(json.packets == csv.packets && count(json.text, "\n{\"time\": ") == json.packets, "objects");
+    fuzz::require(json.packets == 0 || (json.text.starts_with("{") && json.text.ends_with("}\n]}\n")),
+                  "a whole object");
+    const Exported inkml = exported(text, vxpadctl::inkml_format, layout);
+    fuzz::require(inkml.packets == csv.packets && inkml.text.empty() == (inkml.packets == 0), "a document");
+    fuzz::require(count(inkml.text, "<") == count(inkml.text, ">"), "whole tags");
+    fuzz::require(count(inkml.text, "<trace ") == count(inkml.text, "</trace>"), "whole traces");
+    fuzz::require(inkml.packets == 0 || inkml.text.ends_with("</ink>\n"), "a whole document");
+}
+
 void check_file(const std::string& text) {
+    check_exports(text);
     const auto recording = read(text);
     if (!recording) {
         return;

@@ -78,7 +78,10 @@ class Completions {
   public:
     explicit Completions(Fd socket) : socket_{std::move(socket)} {}
 
-    void expect(std::uint64_t urb, std::uint32_t length) { asked_.emplace(urb, length); }
+    // Of an accepted transfer. Nothing may have looked since it was asked for: it may be completed with the reply.
+    void expect(std::uint64_t urb, std::uint32_t length) {
+        fuzz::require(asked_.emplace(urb, length).second, "one transfer of this number");
+    }
 
     void look() {
         Bytes bytes = received(socket_.get());
@@ -102,7 +105,7 @@ class Completions {
 
   private:
     Fd socket_;
-    std::multimap<std::uint64_t, std::uint32_t> asked_;
+    std::map<std::uint64_t, std::uint32_t> asked_;
 };
 
 struct Client {
@@ -244,22 +247,28 @@ class Run {
         send_with(client.requests.get(), bytes, passed);
         passed.clear();
 
-        // A completion may come with the reply.
-        if (request.operation == usbfs_submit && client.completions) {
-            client.completions->expect(request.urb, request.length);
-        }
-        if (request.operation == usbfs_transfer && completions) {
-            completions->expect(request.urb, request.length);
-            client.transfers.push_back(std::move(completions));
-        }
         pads_.run();
         Bytes answer = received(client.requests.get());
         const auto reply = take<usbfs_reply>(answer);
         fuzz::require(answer.empty(), "one reply");
         fuzz::require(reply.error >= 0 && reply.error < 134, "an errno value");
-        if (request.operation == usbfs_open && reply.error == 0) {
+        if (reply.error != 0) {
+            return;
+        }
+        switch (request.operation) {
+        case usbfs_open:
             client.completions = std::move(completions);
             client.pipe = std::move(pipe);
+            break;
+        case usbfs_submit:
+            client.completions->expect(request.urb, request.length);
+            break;
+        case usbfs_transfer:
+            completions->expect(request.urb, request.length);
+            client.transfers.push_back(std::move(completions));
+            break;
+        default:
+            break;
         }
     }
 

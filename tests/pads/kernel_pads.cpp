@@ -108,7 +108,7 @@ std::string port_of(int pad, const std::string& serial) {
 }
 
 double patience(double seconds) {
-    return on_a_kernel() ? 10 * seconds : seconds;
+    return on_a_kernel() || VXPAD_SANITIZED ? 10 * seconds : seconds;
 }
 
 int next_moment(int moment) {

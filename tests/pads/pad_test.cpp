@@ -19,17 +19,7 @@ namespace {
 
 constexpr char16_t untouched_unit = 0xeeee;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool counts_memory = false; // the sanitizers have allocators of their own
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool counts_memory = false;
-#else
-constexpr bool counts_memory = true;
-#endif
-#else
-constexpr bool counts_memory = true;
-#endif
+constexpr bool counts_memory = !VXPAD_SANITIZED; // the sanitizers have allocators of their own
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> result;
