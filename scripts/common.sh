@@ -43,6 +43,18 @@ quietly() {
     return "$status"
 }
 
+# copy_tree DIRECTORY: what belongs to this tree, and nothing that was built in it.
+copy_tree() {
+    rm -rf "$1" && mkdir -p "$1"
+    if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+        git ls-files --cached --others --exclude-standard -z | while IFS= read -r -d '' file; do
+            [ ! -e "$file" ] || printf '%s\0' "$file"
+        done | tar --null --files-from=- --create
+    else
+        tar --exclude=./build --create .
+    fi | tar --extract --directory "$1"
+}
+
 # configure_preset PRESET [CMAKE_OPTION...]: alone in the preset's directory.
 configure_preset() {
     local preset=$1
