@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unistd.h>
 
 namespace {
 
@@ -50,8 +51,11 @@ int read_on(const trace::Location& where, vx_device& device, std::span<unsigned 
 int take_waiting(vx_device& device, std::span<unsigned char> room) {
     const auto size = static_cast<unsigned int>(std::min(first_read_size, room.size()));
     const int count = hid_read_ssp_data(device.hid, room.data(), size, stream_table::take_waiting_ms, 1);
-    const bool came = count > 0 && !is_it_zero_array(room.data(), static_cast<std::size_t>(count));
-    return came ? count : 0;
+    if (count > 0 && is_it_zero_array(room.data(), static_cast<std::size_t>(count))) {
+        usleep(stream_table::take_waiting_ms * 1000); // it says at once that it has nothing; waits are counted in looks
+        return 0;
+    }
+    return std::max(count, 0);
 }
 
 } // namespace

@@ -84,7 +84,6 @@ class LeftOverHidTest : public CoreTest {
         unsigned int size = 200;
         return core_receive_ssp_message(0, data.data(), &size, 100) == 0 ? part(data, 0, size) : Bytes{};
     }
-    // Nothing waits: reports of zeros.
     void answer(const Bytes& message) {
         for (const Bytes& report : ssp_reports(framed(message))) {
             waiting.push_back(report);
@@ -93,6 +92,9 @@ class LeftOverHidTest : public CoreTest {
 
     HidInterface& pad = bus().plug(pad_of_type(15));
     std::deque<Bytes> waiting;
+    std::deque<Bytes> late; // waits from that time on
+    std::int64_t late_until_us = 0;
+    unsigned char nothing = 0; // what a report begins with that has no data
     bool streams = false;
 
     void SetUp() override {
@@ -108,7 +110,12 @@ class LeftOverHidTest : public CoreTest {
             if (!streams) {
                 return std::nullopt;
             }
+            if (!late.empty() && bus().now_us() >= late_until_us) {
+                waiting.insert(waiting.begin(), late.begin(), late.end());
+                late.clear();
+            }
             std::fill(report.begin(), report.end(), static_cast<unsigned char>(0));
+            report[1] = nothing;
             if (!waiting.empty()) {
                 std::copy(waiting.front().begin(), waiting.front().end(), report.begin() + 1);
                 waiting.pop_front();
@@ -125,6 +132,23 @@ TEST_F(LeftOverHidTest, AnswerThatNobodyFetchedShiftsNoLaterOne) {
     for (unsigned char i = 2; i < 10; ++i) {
         EXPECT_EQ(send({i, 0, 0, 1}), 0);
         EXPECT_EQ(received(), base(5, {i}));
+    }
+}
+
+// An answer without data costs 0.2 ms where a look is to take 1.
+TEST_F(LeftOverHidTest, PadThatAnswersAtOnceThatItHasNothingIsWaitedForAsLong) {
+    bus().cost_us["hid_get_feature_report"] = 200;
+    nothing = 0xF9;
+    for (const int late_ms : {20, 50, 90}) {
+        start();
+        EXPECT_EQ(send({1, 0, 0, 1}), 0);
+        late = std::exchange(waiting, {});
+        late_until_us = bus().now_us() + late_ms * 1000;
+        start();
+        for (unsigned char i = 2; bus().now_us() < late_until_us + 2000; ++i) {
+            EXPECT_EQ(send({i, 0, 0, 1}), 0);
+            ASSERT_EQ(received(), base(5, {i})) << late_ms;
+        }
     }
 }
 
