@@ -42,6 +42,11 @@ if(VXPADCOM_COVERAGE)
   add_link_options(--coverage)
 endif()
 
+# For a directory of programs, which wait for people and pads: more would cost more to compile than they ever save.
+macro(vxpadcom_optimise_little)
+  add_compile_options($<$<CONFIG:Release>:-O1>)
+endmacro()
+
 # For a directory whose lines scripts/coverage counts. Threads share the counters.
 macro(vxpadcom_count_lines)
   if(VXPADCOM_COVERAGE)

@@ -104,7 +104,8 @@ void PenPlayer::send_due() {
 }
 
 std::string PenPlayer::state() const {
-    return std::string{"pen="} + (is_playing() ? "playing" : "resting") + " pen-sent=" + std::to_string(sent_);
+    const std::string pen = is_playing() ? "playing" : "resting";
+    return "pen=" + pen + " pen-sent=" + std::to_string(sent_);
 }
 
 } // namespace emulator
