@@ -71,7 +71,7 @@ TEST_F(VcomAnswers, OnePenRecordAheadOfAReplyShiftsNoLaterReport) {
 }
 
 TEST_F(VcomAnswers, LateReportsAreTheirOwnCalls) {
-    for (const unsigned int late : {1U, 10U, 100U, 700U}) {
+    for (const unsigned int late : {1U, 10U, 100U, 900U}) {
         ASSERT_EQ(found(), 1);
         fault("delay-reply=" + std::to_string(late));
         for (unsigned int i = 1; i < (late > 50 ? 5U : 20U); ++i) {
@@ -173,7 +173,7 @@ TEST_P(SspAnswers, AnswerToSettingTheConnectionIsNobodyElses) {
 }
 
 TEST_P(SspAnswers, AnswerThatNobodyFetchedShiftsNoLaterOne) {
-    for (const char* late : {"delay-reply=0,count=1", "delay-reply=60,count=1"}) {
+    for (const char* late : {"delay-reply=0,count=1", "delay-reply=80,count=1"}) {
         initialize();
         fault(late);
         EXPECT_EQ(send_message(base_message(signpad_id, {0x12, 0, 0})), Failure{});

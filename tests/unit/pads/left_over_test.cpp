@@ -92,7 +92,7 @@ class LeftOverHidTest : public CoreTest {
 
     HidInterface& pad = bus().plug(pad_of_type(15));
     std::deque<Bytes> waiting;
-    std::deque<Bytes> late; // waits from that time on
+    std::deque<Bytes> late; // waits from late_until_us on
     std::int64_t late_until_us = 0;
     unsigned char nothing = 0; // what a report begins with that has no data
     bool streams = false;
